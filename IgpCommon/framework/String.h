@@ -1,0 +1,13 @@
+// Strings and string streams of the runtime.
+#pragma once
+
+#include <sstream>
+#include <string>
+
+namespace Poldo {
+
+using String = std::string;
+using OStringStream = std::ostringstream;
+using IStringStream = std::istringstream;
+
+}  // namespace Poldo
