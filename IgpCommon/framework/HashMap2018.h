@@ -42,6 +42,7 @@
 
 #include "IgpCommon/framework/Assert.h"
 #include "IgpCommon/framework/Hash.h"
+#include "IgpCommon/framework/Text.h"
 
 namespace Kest {
 
@@ -514,6 +515,19 @@ class HashMap2018 {
     static constexpr unsigned inlineSlots_ = (InlineN > 0) ? InlineN : 1;
     [[no_unique_address]] std::conditional_t<(InlineN > 0), Slot[inlineSlots_], NoInline> inline_;
 };
+
+/// The generic text form of a set: its members in iteration order, "[a, b]".
+template <class K, std::uint32_t Salt, unsigned InlineN>
+std::ostream& operator<<(std::ostream& os, const HashMap2018<K, K, IdentityKey, Salt, InlineN>& set) {
+    os << '[';
+    bool first = true;
+    for (auto it = set.uncheckedBegin(); it != set.uncheckedEnd(); ++it) {
+        os << (first ? "" : ", ");
+        writeText(os, *it);
+        first = false;
+    }
+    return os << ']';
+}
 
 /// A set of keys.
 template <class K, std::uint32_t Salt, unsigned InlineN = 0>

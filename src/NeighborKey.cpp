@@ -1,0 +1,182 @@
+#include "IgpCommon/NeighborKey.h"
+
+#include "IgpCommon/framework/Assert.h"
+#include "IgpCommon/framework/Hash.h"
+
+namespace Routing::IgpCommon {
+
+namespace {
+
+template <class Set>
+bool setsEqual(const Set& a, const Set& b) noexcept {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (auto i = a.uncheckedBegin(), j = b.uncheckedBegin(); i != a.uncheckedEnd(); ++i, ++j) {
+        if (!(*i == *j)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+template <class Set>
+std::strong_ordering compareSets(const Set& a, const Set& b) noexcept {
+    if (a.size() != b.size()) {
+        return a.size() < b.size() ? std::strong_ordering::less : std::strong_ordering::greater;
+    }
+    for (auto i = a.uncheckedBegin(), j = b.uncheckedBegin(); i != a.uncheckedEnd(); ++i, ++j) {
+        if (*i < *j) {
+            return std::strong_ordering::less;
+        }
+        if (*j < *i) {
+            return std::strong_ordering::greater;
+        }
+    }
+    return std::strong_ordering::equal;
+}
+
+template <class Set>
+void mixAddressHashes(Kest::HashState& s, const Set& set) noexcept {
+    for (auto it = set.uncheckedBegin(); it != set.uncheckedEnd(); ++it) {
+        s.mix32(it->hash());
+    }
+}
+
+template <class Set>
+void addAll(Set& into, const Set& from) {
+    for (auto it = from.uncheckedBegin(); it != from.uncheckedEnd(); ++it) {
+        into.insert(*it);
+    }
+}
+
+template <class Mine, class Theirs>
+bool anyIn(const Mine& mine, const Theirs& theirs) noexcept {
+    for (auto it = mine.uncheckedBegin(); it != mine.uncheckedEnd(); ++it) {
+        if (theirs.contains(*it)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+template <class Set>
+void putFirst(Poldo::OStringStream& os, const char* tag, const Set& set) {
+    if (!set.empty()) {
+        os << tag << *set.uncheckedBegin();
+    }
+}
+
+}  // namespace
+
+NeighborKey::NeighborKey(Kest::CharRange&) : NeighborKey() { Kest::noStringConstructor("NeighborKey"); }
+
+void NeighborKey::copyFrom(const NeighborKey& other) & {
+    mtId_ = other.mtId_;
+    nodeId_ = other.nodeId_;
+    addAll(remoteIpv4Addr_, other.remoteIpv4Addr_);
+    addAll(remoteIpv6Addr_, other.remoteIpv6Addr_);
+    addAll(localIpv4Addr_, other.localIpv4Addr_);
+    addAll(localIpv6Addr_, other.localIpv6Addr_);
+}
+
+bool NeighborKey::addressesEmpty() const noexcept {
+    return remoteIpv4Addr_.empty() && remoteIpv6Addr_.empty() && localIpv4Addr_.empty() && localIpv6Addr_.empty();
+}
+
+bool NeighborKey::twoWayCheckAddrCmp(const NeighborKey& other) const noexcept {
+    if (mtId_ != other.mtId_) {
+        return false;
+    }
+    const bool otherHasNoLocal = other.localIpv4Addr_.empty() && other.localIpv6Addr_.empty();
+    if (addressesEmpty() && otherHasNoLocal) {
+        return other.remoteIpv4Addr_.empty() && other.remoteIpv6Addr_.empty();
+    }
+    if (!localIpv4Addr_.empty() && !other.remoteIpv4Addr_.empty() && anyIn(localIpv4Addr_, other.remoteIpv4Addr_)) {
+        return true;
+    }
+    if (!localIpv6Addr_.empty() && !other.remoteIpv6Addr_.empty() && anyIn(localIpv6Addr_, other.remoteIpv6Addr_)) {
+        return true;
+    }
+    // Nothing matched: accept only a side without local addresses facing a
+    // side with local addresses of exactly one family.
+    const auto families = [](const NeighborKey& k) {
+        return (k.localIpv4Addr_.empty() ? 0 : 1) + (k.localIpv6Addr_.empty() ? 0 : 1);
+    };
+    const int mine = families(*this);
+    const int theirs = families(other);
+    return (mine == 0 && theirs == 1) || (theirs == 0 && mine == 1);
+}
+
+std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
+    Kest::HashState s(seed);
+    s.mix32(nodeId_.hash(0));
+    mixAddressHashes(s, remoteIpv4Addr_);
+    mixAddressHashes(s, remoteIpv6Addr_);
+    mixAddressHashes(s, localIpv4Addr_);
+    mixAddressHashes(s, localIpv6Addr_);
+    s.mix32(mtId_.hash(0));
+    return s.result();
+}
+
+bool NeighborKey::isEq(const NeighborKey& a, const NeighborKey& b) noexcept {
+    return &a == &b || (a.nodeId_ == b.nodeId_ && a.mtId_ == b.mtId_ && setsEqual(a.remoteIpv4Addr_, b.remoteIpv4Addr_) &&
+                        setsEqual(a.remoteIpv6Addr_, b.remoteIpv6Addr_) &&
+                        setsEqual(a.localIpv4Addr_, b.localIpv4Addr_) && setsEqual(a.localIpv6Addr_, b.localIpv6Addr_));
+}
+
+std::strong_ordering operator<=>(const NeighborKey& a, const NeighborKey& b) noexcept {
+    if (&a == &b) {
+        return std::strong_ordering::equal;
+    }
+    if (const auto c = a.nodeId_ <=> b.nodeId_; c != 0) {
+        return c;
+    }
+    if (const auto c = compareSets(a.remoteIpv4Addr_, b.remoteIpv4Addr_); c != 0) {
+        return c;
+    }
+    if (const auto c = compareSets(a.remoteIpv6Addr_, b.remoteIpv6Addr_); c != 0) {
+        return c;
+    }
+    if (const auto c = compareSets(a.localIpv4Addr_, b.localIpv4Addr_); c != 0) {
+        return c;
+    }
+    if (const auto c = compareSets(a.localIpv6Addr_, b.localIpv6Addr_); c != 0) {
+        return c;
+    }
+    return a.mtId_ <=> b.mtId_;
+}
+
+Poldo::String NeighborKey::toStrep() const {
+    Poldo::OStringStream os;
+    os << nodeId_.toStrep();
+    putFirst(os, ";lv4", localIpv4Addr_);
+    putFirst(os, ";rv4", remoteIpv4Addr_);
+    putFirst(os, ";lv6", localIpv6Addr_);
+    putFirst(os, ";rv6", remoteIpv6Addr_);
+    if (mtId_.value() != 0) {
+        os << ";mtId " << mtId_.value();
+    }
+    return os.str();
+}
+
+std::ostream& operator<<(std::ostream& os, const NeighborKey& k) { return Kest::writeValue(os, k); }
+
+const Kest::TypeData& NeighborKey::typeData() noexcept {
+    static constexpr Kest::AttrData attrs[] = {
+        {"nodeId", 2, Kest::AttrKind::scalar},
+        {"remoteIpv4Addr", 3, Kest::AttrKind::hashCollection, RemoteIpv4AddrSet::salt},
+        {"remoteIpv6Addr", 4, Kest::AttrKind::hashCollection, RemoteIpv6AddrSet::salt},
+        {"localIpv4Addr", 5, Kest::AttrKind::hashCollection, LocalIpv4AddrSet::salt},
+        {"localIpv6Addr", 6, Kest::AttrKind::hashCollection, LocalIpv6AddrSet::salt},
+        {"mtId", 7, Kest::AttrKind::scalar},
+        {"toStrep", 8, Kest::AttrKind::function},
+        {"copyFrom", 9, Kest::AttrKind::function},
+        {"addressesEmpty", 10, Kest::AttrKind::function},
+        {"twoWayCheckAddrCmp", 11, Kest::AttrKind::function},
+    };
+    static constexpr Kest::TypeData t{NeighborKey::kestTypeName, Kest::TypeKind::value, attrs};
+    return t;
+}
+
+}  // namespace Routing::IgpCommon
