@@ -120,9 +120,10 @@ struct HeapAllocated {
         T::allocTracker().allocated();
         return p;
     }
-    static void operator delete(void* p, std::size_t size) noexcept {
+    // Unsized on purpose: clang before 19 declares the sized global delete only with -fsized-deallocation.
+    static void operator delete(void* p, std::size_t) noexcept {
         T::allocTracker().freed();
-        ::operator delete(p, size);
+        ::operator delete(p);
     }
 };
 
