@@ -40,6 +40,8 @@ class IgpNodeId {
     void byteIs(IgpNodeIdIndex index, unsigned value) &;
     /// Stores 0 at `index` and returns the byte that was there.
     std::uint8_t byteDel(IgpNodeIdIndex index) &;
+    /// Deletes the byte an iterator over bytes() stands at, as byteDel(index).
+    std::uint8_t byteDel(const Bytes::iterator& it) & { return byteDel(it.index()); }
     void byteDelAll() & noexcept;
     static constexpr std::uint32_t byteCount() noexcept { return 7; }
     static constexpr bool byteHas(IgpNodeIdIndex index) noexcept { return index.value() < 7; }

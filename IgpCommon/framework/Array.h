@@ -35,6 +35,27 @@ class Array {
     void set(Index i, T v) { a_[checked(i)] = std::move(v); }
     bool present(Index i) const { return !(a_[checked(i)] == T{}); }
 
+    /// Walks the present (non-default) elements in index order.
+    class iterator {
+      public:
+        Index index() const noexcept { return Index(static_cast<std::uint8_t>(pos_ + First)); }
+        const T& operator*() const noexcept { return a_->a_[pos_]; }
+        const T* operator->() const noexcept { return &a_->a_[pos_]; }
+        iterator& operator++() noexcept {
+            pos_ = a_->nextPresent(pos_ + 1);
+            return *this;
+        }
+        friend bool operator==(const iterator& x, const iterator& y) noexcept { return x.pos_ == y.pos_; }
+
+      private:
+        friend class Array;
+        iterator(const Array* a, std::size_t pos) noexcept : a_(a), pos_(pos) {}
+        const Array* a_;
+        std::size_t pos_;
+    };
+    iterator begin() const noexcept { return iterator(this, nextPresent(0)); }
+    iterator end() const noexcept { return iterator(this, N); }
+
     /// Direct access by position 0..N-1 (no index type): for walks.
     const T& slot(std::size_t pos) const noexcept { return a_[pos]; }
     T& slot(std::size_t pos) noexcept { return a_[pos]; }
@@ -54,6 +75,12 @@ class Array {
     }
 
   private:
+    std::size_t nextPresent(std::size_t pos) const noexcept {
+        while (pos < N && a_[pos] == T{}) {
+            ++pos;
+        }
+        return pos;
+    }
     static constexpr std::size_t slotOf(Index i) noexcept {
         return static_cast<std::size_t>(i.value()) - First;
     }

@@ -126,6 +126,13 @@ concept Enumeration = std::is_enum_v<T> && requires(T e, CharRange& r) {
 template <class T>
 concept ReadableFromText = std::constructible_from<T, CharRange&>;
 
+/// A type that cannot have a reading constructor (an entity reference, say)
+/// supplies `T kestReadText(CharRange&, T*)`, found by argument-dependent lookup.
+template <class T>
+concept HasReadHook = requires(CharRange& r) {
+    { kestReadText(r, static_cast<T*>(nullptr)) } -> std::same_as<T>;
+};
+
 /// Writes `v` in its canonical form. Numbers are always written in decimal,
 /// whatever base the stream was left in.
 template <class T>
@@ -154,6 +161,8 @@ T readText(CharRange& r) {
         return static_cast<T>(readSignedBits(r, std::numeric_limits<T>::digits + 1));
     } else if constexpr (std::is_enum_v<T>) {
         return sequenceToValue(r, static_cast<T*>(nullptr));
+    } else if constexpr (HasReadHook<T>) {
+        return kestReadText(r, static_cast<T*>(nullptr));
     } else {
         static_assert(ReadableFromText<T>, "the type has no reader");
         return T(r);

@@ -1,0 +1,54 @@
+// The base of observed entities: a use count, a change publisher, the
+// reflected type, and the compare-then-write step that every setter shares.
+//
+//     class Node final : public Kest::ObservedEntity<Node>, ... {
+//         void flagsIs(NodeFlags f) { writeAttr(Attr::flags, flags_, f); }
+//     };
+//
+// writeAttr stores and publishes only a real change, with the old value; the
+// comparison is `!=`, so a NaN is always a change. Scratch entities, which
+// nobody observes, derive from Poldo::RefCounted alone.
+#pragma once
+
+#include <utility>
+
+#include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/Publisher.h"
+#include "IgpCommon/framework/TypeData.h"
+
+namespace Kest {
+
+template <class Derived>
+class ObservedEntity : public Poldo::RefCounted {
+  public:
+    /// Observers register here; see Poldo::Publisher.
+    Poldo::Publisher& publisher() const noexcept { return publisher_; }
+    const TypeData& fwkType() const noexcept { return Derived::typeData(); }
+
+  protected:
+    ObservedEntity() noexcept = default;
+    ~ObservedEntity() = default;
+
+    /// Compare, store, publish: true when the value changed.
+    template <class V, class N>
+    bool writeAttr(AttrId id, V& field, N&& value) {
+        if (!(field != value)) {
+            return false;
+        }
+        V old = std::exchange(field, std::forward<N>(value));
+        publisher_.publish(self(), id, old);
+        return true;
+    }
+    /// Publishes a change of a collection member: its key or index and the
+    /// old member (null for an insertion).
+    template <class K, class V>
+    void publishMember(AttrId id, const K& key, const V* old) const {
+        publisher_.publish<Derived, K, V>(self(), id, &key, old);
+    }
+    const Derived& self() const noexcept { return static_cast<const Derived&>(*this); }
+
+  private:
+    mutable Poldo::Publisher publisher_;
+};
+
+}  // namespace Kest
