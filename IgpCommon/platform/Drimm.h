@@ -22,7 +22,7 @@
 // slab-allocated objects are still reported; pooling() then says false.
 //
 // SlabAllocated<T> and HeapAllocated<T> are mixins that give an entity class
-// T its class-specific operator new and delete, counted by T::allocTracker().
+// T its own operator new and delete, counted by T::allocTracker().
 // Entities are final, so the sized operator delete gets sizeof(T).
 #pragma once
 

@@ -184,8 +184,8 @@ class MplsLabel {
 
     constexpr std::uint32_t value() const noexcept { return value_; }
 
-    /// The number, and for the special-purpose labels their IANA name:
-    /// "3 (implicit-null)".
+    /// The number, and for the reserved labels 0 to 15 and for luWithdraw
+    /// their IANA names in parentheses: "3 (implicit-null)".
     Poldo::String prettyString() const;
 
     std::uint32_t hash(std::uint32_t seed) const noexcept { return Kest::HashState(seed).mix32(value_).result(); }
