@@ -11,6 +11,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 // ---- allocation counting ------------------------------------------------------------------
@@ -172,7 +173,7 @@ void fillSet(const std::vector<Addr>& want, Addr (*make)(unsigned), std::mt19937
         return;
     }
     std::vector<Addr> decoys;
-    for (unsigned i = 0, n = rng() % 6; i < n; ++i) {
+    for (unsigned i = 0, n = rng() % 13; i < n; ++i) {  // up to 12: the table grows more than once
         decoys.push_back(make(1000 + i));  // outside the pool of wanted addresses
     }
     std::vector<Addr> order = want;
@@ -317,9 +318,17 @@ TEST(NeighborKey, KeysBuiltThroughDifferentHistoriesAgreeAndOneChangedFieldMakes
         }
         EXPECT_EQ(a.toStrep(), b.toStrep());
         EXPECT_EQ(streamed(a), streamed(b));
-        const NeighborKey copy = b;  // a copied set keeps equality, hash and order
+        // Copies and moves keep equality and hash, whether the sets are inline or on the heap.
+        NeighborKey copy = b;
         EXPECT_EQ(copy, a);
         EXPECT_EQ(copy.hash(7), a.hash(7));
+        const NeighborKey moved = std::move(copy);
+        EXPECT_EQ(moved, a);
+        EXPECT_EQ(moved.hash(7), a.hash(7));
+        NeighborKey assigned = build(randomRecipe(rng), rng, true);
+        assigned = moved;
+        EXPECT_EQ(assigned, a);
+        EXPECT_EQ(assigned.toStrep(), a.toStrep());
 
         const std::string what = mutate(recipe, rng);
         const NeighborKey m = build(recipe, rng, round % 2 == 0);
