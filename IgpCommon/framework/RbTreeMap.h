@@ -6,7 +6,8 @@
 // changes under it: when the map's version moved since the iterator last
 // stood on a member, stepping on resumes at the successor of the last key it
 // visited, so a walk neither repeats nor skips a surviving key and tolerates
-// the removal of any member, including the current one. Costs are those of
+// the removal of any member, including the current one. Comparing iterators
+// never moves them. Costs are those of
 // std::map: logarithmic look-up, one node allocation per member.
 #pragma once
 
@@ -39,19 +40,21 @@ class RbTreeMap {
 
         iterator() = default;
 
+        /// The current member. After a change of the map it is found again by
+        /// its key; if it was removed, the iterator moves on to its successor.
         const value_type& operator*() const {
-            resync();
+            if (version_ != map_->version_ && !atEnd_) {
+                it_ = map_->tree_.lower_bound(lastKey_);
+                version_ = map_->version_;
+                remember();
+            }
             return *it_;
         }
         const value_type* operator->() const { return &**this; }
 
         iterator& operator++() {
-            if (version_ != map_->version_) {
-                it_ = map_->tree_.upper_bound(lastKey_);
-                version_ = map_->version_;
-            } else {
-                ++it_;
-            }
+            it_ = version_ == map_->version_ ? std::next(it_) : map_->tree_.upper_bound(lastKey_);
+            version_ = map_->version_;
             remember();
             return *this;
         }
@@ -60,39 +63,28 @@ class RbTreeMap {
             ++*this;
             return old;
         }
-        friend bool operator==(const iterator& a, const iterator& b) {
-            a.resyncEnd();
-            b.resyncEnd();
-            return a.atEnd_ == b.atEnd_ && (a.atEnd_ || a.it_ == b.it_);
-        }
+        /// Compares where the two iterators would read now; comparing never
+        /// moves an iterator.
+        friend bool operator==(const iterator& a, const iterator& b) { return a.position() == b.position(); }
 
       private:
         friend class RbTreeMap;
         iterator(const RbTreeMap* m, typename Tree::const_iterator it) : map_(m), it_(it), version_(m->version_) {
             remember();
         }
-        void remember() {
+        void remember() const {
             atEnd_ = it_ == map_->tree_.end();
             if (!atEnd_) {
                 lastKey_ = it_->first;
             }
         }
-        // After a change, the current member is found again by its key; if it
-        // was removed, the iterator moves to its successor.
-        void resync() const {
-            if (version_ != map_->version_) {
-                it_ = map_->tree_.lower_bound(lastKey_);
-                version_ = map_->version_;
-                atEnd_ = it_ == map_->tree_.end();
-                if (!atEnd_) {
-                    lastKey_ = it_->first;
-                }
+        // Where the iterator stands in the map as it is now: an end iterator
+        // stays at the end; otherwise the last key visited or its successor.
+        typename Tree::const_iterator position() const {
+            if (version_ == map_->version_ || atEnd_) {
+                return atEnd_ ? map_->tree_.end() : it_;
             }
-        }
-        void resyncEnd() const {
-            if (!atEnd_) {
-                resync();
-            }
+            return map_->tree_.lower_bound(lastKey_);
         }
 
         const RbTreeMap* map_ = nullptr;
