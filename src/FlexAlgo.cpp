@@ -123,28 +123,11 @@ Poldo::Ptr<IgpFlexAlgoSrlg> IgpFlexAlgoSrlg::IgpFlexAlgoSrlgIs() {
 }
 Poldo::Ptr<IgpFlexAlgoSrlg> igpFlexAlgoSrlgFactory() { return IgpFlexAlgoSrlg::IgpFlexAlgoSrlgIs(); }
 
-void IgpFlexAlgoSrlg::valueIs(std::uint32_t srlg) {
-    if (value_.insert(srlg).second) {
-        publishMember<std::uint32_t, std::uint32_t>(Attr::value, srlg, nullptr);
-    }
-}
+void IgpFlexAlgoSrlg::valueIs(std::uint32_t srlg) { memberInsert(Attr::value, value_, srlg); }
 
-void IgpFlexAlgoSrlg::valueDel(std::uint32_t srlg) {
-    if (value_.erase(srlg)) {
-        publishMember(Attr::value, srlg, &srlg);
-    }
-}
+void IgpFlexAlgoSrlg::valueDel(std::uint32_t srlg) { memberErase(Attr::value, value_, srlg); }
 
-void IgpFlexAlgoSrlg::valueDelAll() {
-    if (publisher().initialState()) {
-        value_.clear();
-        return;
-    }
-    for (auto it = value_.begin(); it != value_.end(); ++it) {
-        const std::uint32_t srlg = *it;
-        valueDel(srlg);
-    }
-}
+void IgpFlexAlgoSrlg::valueDelAll() { membersClear(Attr::value, value_); }
 
 bool IgpFlexAlgoSrlg::compare(const IgpFlexAlgoSrlg* other) const noexcept {
     if (other == nullptr || value_.size() != other->value_.size()) {

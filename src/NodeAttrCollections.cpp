@@ -169,28 +169,11 @@ Poldo::Ptr<IgpMultiTopologyIdCol> igpMultiTopologyIdColFactory() {
     return IgpMultiTopologyIdCol::IgpMultiTopologyIdColIs();
 }
 
-void IgpMultiTopologyIdCol::mtIdValueIs(IgpMultiTopologyId id) {
-    if (mtIdValue_.insert(id).second) {
-        publishMember<IgpMultiTopologyId, IgpMultiTopologyId>(Attr::mtIdValue, id, nullptr);
-    }
-}
+void IgpMultiTopologyIdCol::mtIdValueIs(IgpMultiTopologyId id) { memberInsert(Attr::mtIdValue, mtIdValue_, id); }
 
-void IgpMultiTopologyIdCol::mtIdValueDel(IgpMultiTopologyId id) {
-    if (mtIdValue_.erase(id)) {
-        publishMember(Attr::mtIdValue, id, &id);
-    }
-}
+void IgpMultiTopologyIdCol::mtIdValueDel(IgpMultiTopologyId id) { memberErase(Attr::mtIdValue, mtIdValue_, id); }
 
-void IgpMultiTopologyIdCol::mtIdValueDelAll() {
-    if (publisher().initialState()) {
-        mtIdValue_.clear();
-        return;
-    }
-    for (auto it = mtIdValue_.begin(); it != mtIdValue_.end(); ++it) {
-        const IgpMultiTopologyId id = *it;
-        mtIdValueDel(id);
-    }
-}
+void IgpMultiTopologyIdCol::mtIdValueDelAll() { membersClear(Attr::mtIdValue, mtIdValue_); }
 
 bool IgpMultiTopologyIdCol::compareMtIdCol(const IgpMultiTopologyIdCol* other) const noexcept {
     if (other == nullptr || mtIdValue_.size() != other->mtIdValue_.size()) {

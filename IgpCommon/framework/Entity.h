@@ -47,6 +47,54 @@ class ObservedEntity : public Poldo::RefCounted {
     }
     const Derived& self() const noexcept { return static_cast<const Derived&>(*this); }
 
+    // ---- set-like collections (the member is its own key) ----
+
+    /// Adds `k`; publishes the insertion (no old value) when it was absent.
+    template <class Set, class K>
+    bool memberInsert(AttrId id, Set& set, const K& k) {
+        if (!set.insert(k).second) {
+            return false;
+        }
+        publishMember<K, K>(id, k, nullptr);
+        return true;
+    }
+    /// Removes `k`; publishes it as the old value when it was present.
+    template <class Set, class K>
+    bool memberErase(AttrId id, Set& set, const K& k) {
+        if (!set.erase(k)) {
+            return false;
+        }
+        publishMember(id, k, &k);
+        return true;
+    }
+    /// Empties the set: in one sweep while nobody ever observed this entity,
+    /// else member by member, one notification each.
+    template <class Set>
+    void membersClear(AttrId id, Set& set) {
+        if (publisher_.initialState()) {
+            set.clear();
+            return;
+        }
+        for (auto it = set.begin(); it != set.end(); ++it) {
+            const typename Set::key_type k = *it;
+            memberErase(id, set, k);
+        }
+    }
+    /// Makes `mine` hold exactly the members of `theirs`: first every member of
+    /// theirs is added, then every member of mine that theirs lacks is removed.
+    template <class Set>
+    void membersSync(AttrId id, Set& mine, const Set& theirs) {
+        for (auto it = theirs.begin(); it != theirs.end(); ++it) {
+            memberInsert(id, mine, *it);
+        }
+        for (auto it = mine.begin(); it != mine.end(); ++it) {
+            if (!theirs.contains(*it)) {
+                const typename Set::key_type k = *it;
+                memberErase(id, mine, k);
+            }
+        }
+    }
+
   private:
     mutable Poldo::Publisher publisher_;
 };

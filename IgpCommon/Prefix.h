@@ -1,0 +1,91 @@
+// A reachable prefix advertised in an LSP (RFC 5305 4, RFC 5308, RFC 5120),
+// keyed by PrefixKey, with its flags, metric, prefix SID, per-algorithm
+// metrics and an optional SID/label binding.
+//
+// `hasValidReachability` splits a prefix's life in two: an unreachable prefix
+// carries only its key, its flags and possibly a binding; merging one resets
+// the metric, the SID and the per-algorithm metrics.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+
+#include "IgpCommon/FlagSets.h"
+#include "IgpCommon/NodeAttrCollections.h"
+#include "IgpCommon/PrefixKey.h"
+#include "IgpCommon/SidLabelBinding.h"
+#include "IgpCommon/SidValues.h"
+#include "IgpCommon/framework/Entity.h"
+#include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/TypeData.h"
+#include "IgpCommon/platform/Drimm.h"
+
+namespace Routing::IgpCommon {
+
+class Prefix final : public Kest::ObservedEntity<Prefix>, public Drimm::SlabAllocated<Prefix> {
+  public:
+    struct Attr {
+        enum : Kest::AttrId {
+            prefixKey = 130,
+            flags,
+            metric,
+            prefixSid,
+            prefixMetric,
+            hasValidReachability,
+            sidLabelBinding,
+            updateAttr,
+        };
+    };
+
+    /// A prefix with that key and a fresh, empty per-algorithm metric collection.
+    static Poldo::Ptr<Prefix> PrefixIs(const PrefixKey& key);
+
+    const PrefixKey& prefixKey() const noexcept { return prefixKey_; }
+    PrefixFlags flags() const noexcept { return flags_; }
+    void flagsIs(PrefixFlags v) { writeAttr(Attr::flags, flags_, v); }
+    std::uint32_t metric() const noexcept { return metric_; }
+    void metricIs(std::uint32_t v) { writeAttr(Attr::metric, metric_, v); }
+    /// The prefix SID of the default algorithm.
+    const PrefixSid& prefixSid() const noexcept { return prefixSid_; }
+    void prefixSidIs(const PrefixSid& v) { writeAttr(Attr::prefixSid, prefixSid_, v); }
+    /// Never null while the prefix is used: merges and the dump rely on it.
+    const Poldo::Ptr<IgpFlexAlgoPrefixMetric>& prefixMetric() const noexcept { return prefixMetric_; }
+    void prefixMetricIs(const Poldo::Ptr<IgpFlexAlgoPrefixMetric>& v) { writeAttr(Attr::prefixMetric, prefixMetric_, v); }
+    bool hasValidReachability() const noexcept { return hasValidReachability_; }
+    void hasValidReachabilityIs(bool v) { writeAttr(Attr::hasValidReachability, hasValidReachability_, v); }
+    const Poldo::Ptr<SidLabelBinding>& sidLabelBinding() const noexcept { return sidLabelBinding_; }
+    void sidLabelBindingIs(const Poldo::Ptr<SidLabelBinding>& v) {
+        writeAttr(Attr::sidLabelBinding, sidLabelBinding_, v);
+    }
+
+    /// Brings this prefix up to `other` (same key, not checked):
+    /// - binding: removed when `other` has none; otherwise a new binding
+    ///   object is installed on every such merge and then updated from the
+    ///   other's, so observers see a new pointer each time;
+    /// - reachable `other`: reachability, flags, metric and SID are copied and
+    ///   its per-algorithm metrics added or overwritten (ours that it lacks stay);
+    /// - unreachable `other`: reachability false, its flags copied, metric 0,
+    ///   a default SID, and the per-algorithm metrics cleared in one step.
+    void updateAttr(const Poldo::Ptr<const Prefix>& other);
+
+    /// The dump line of the prefix.
+    std::ostream& formatContent(std::ostream& os) const;
+
+    static const Kest::TypeData& typeData() noexcept;
+    static Drimm::AllocTracker& allocTracker();
+
+  private:
+    explicit Prefix(const PrefixKey& key);
+
+    const PrefixKey prefixKey_;
+    PrefixFlags flags_;
+    std::uint32_t metric_ = 0;
+    PrefixSid prefixSid_;
+    Poldo::Ptr<IgpFlexAlgoPrefixMetric> prefixMetric_;
+    bool hasValidReachability_ = false;
+    Poldo::Ptr<SidLabelBinding> sidLabelBinding_;
+};
+
+Poldo::Ptr<Prefix> prefixFactory(const PrefixKey& key);
+
+}  // namespace Routing::IgpCommon
