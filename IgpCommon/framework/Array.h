@@ -122,7 +122,10 @@ class DynArray {
     /// The element at `i`, or T{} beyond the storage.
     T get(std::uint32_t i) const { return i < capacity_ ? data_[i] : T{}; }
     /// The element at `i` for writing, growing the storage when needed.
+    /// Every index from 2003003 up is refused, however large the storage.
     T& at(std::uint32_t i) {
+        const std::uint64_t newEntries = std::uint64_t{i} + 1;
+        KEST_ASSERT_MSG(newEntries < maxEntries, "newEntries < 2003004");
         if (i >= capacity_) {
             grow(i);
         }
@@ -131,10 +134,8 @@ class DynArray {
 
   private:
     void grow(std::uint32_t index) {
-        const std::uint64_t newEntries = std::uint64_t{index} + 1;
-        KEST_ASSERT_MSG(newEntries < maxEntries, "newEntries < 2003004");
-        const std::uint32_t cap =
-            capacity_ == 0 ? index + 4 : (2 * capacity_ > index + 1 ? 2 * capacity_ : index + 1);
+        std::uint32_t cap = capacity_ == 0 ? index + 4 : (2 * capacity_ > index + 1 ? 2 * capacity_ : index + 1);
+        cap = cap < maxEntries - 1 ? cap : maxEntries - 1;
         auto fresh = std::make_unique<T[]>(cap);
         std::move(data_.get(), data_.get() + capacity_, fresh.get());
         data_ = std::move(fresh);
