@@ -95,6 +95,55 @@ class ObservedEntity : public Poldo::RefCounted {
         }
     }
 
+    // ---- maps of key copies to entity pointers (HashMapEntry members) ----
+
+    /// Puts, replaces or (with a null value) removes the member of `key`,
+    /// publishing the key and the previous member; storing the member already
+    /// there does nothing. A replaced member is dropped after publication.
+    template <class Map, class V>
+    void entryPut(AttrId id, Map& map, const typename Map::key_type& key, const V& value) {
+        const auto it = map.findIter(key);
+        if (it == map.end()) {
+            if (value) {
+                map.insert({key, value});
+                publishMember<typename Map::key_type, V>(id, key, nullptr);
+            }
+            return;
+        }
+        if (it->value == value) {
+            return;
+        }
+        if (value) {
+            const V old = map.replace(it, {it->key, value}).value;
+            publishMember(id, key, &old);
+        } else {
+            typename Map::member_type removed;
+            map.erase(it, &removed);
+            publishMember(id, removed.key, &removed.value);
+        }
+    }
+    /// Removes the member of `key` and hands it back (null when absent).
+    template <class Map>
+    auto entryTake(AttrId id, Map& map, const typename Map::key_type& key) {
+        typename Map::member_type removed;
+        if (map.erase(key, &removed)) {
+            publishMember(id, removed.key, &removed.value);
+        }
+        return std::move(removed.value);
+    }
+    /// Removes every member: in one sweep while nobody ever observed this
+    /// entity, else one published removal each, dropping each member at once.
+    template <class Map>
+    void entriesClear(AttrId id, Map& map) {
+        if (publisher_.initialState()) {
+            map.clear();
+            return;
+        }
+        for (auto it = map.begin(); it != map.end(); ++it) {
+            entryTake(id, map, it->key);
+        }
+    }
+
   private:
     mutable Poldo::Publisher publisher_;
 };

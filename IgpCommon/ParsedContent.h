@@ -1,0 +1,142 @@
+// The parsed content of one received LSP: the scratch object a protocol agent
+// fills while it decodes an LSP, then merges into the originating node's
+// database entry (IgpLsp::updateNeighbors, updatePrefixes, Node::updateNodeAttrs).
+//
+// Its neighbors, prefixes and SRLG records are found-or-created by their own
+// key, so building the same key twice yields one member. Nothing observes it:
+// it has no publisher and publishes nothing.
+#pragma once
+
+#include <cstdint>
+
+#include "IgpCommon/Neighbor.h"
+#include "IgpCommon/NeighborKey.h"
+#include "IgpCommon/Node.h"
+#include "IgpCommon/Prefix.h"
+#include "IgpCommon/PrefixKey.h"
+#include "IgpCommon/framework/HashMap2018.h"
+#include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/TypeData.h"
+#include "IgpCommon/platform/Drimm.h"
+#include "IgpCommon/platform/Lumo.h"
+
+namespace Routing::IgpCommon {
+
+class IsisLspParsedContent;
+
+/// The SRLGs (RFC 5307 1.4, RFC 6119 4.3) of the link with one local address.
+/// Created only through IsisLspParsedContent::parsedSrLgIs.
+class NeighborSrlg final : public Poldo::RefCounted, public Drimm::SlabAllocated<NeighborSrlg> {
+  public:
+    using SrlgValueSet = Kest::HashSet<std::uint32_t, 0x04324977, 2>;
+
+    const Lumo::IpGenAddr& localAddr() const noexcept { return localAddr_; }
+    const SrlgValueSet& srlgValue() const noexcept { return srlgValue_; }
+    bool srlgValueHas(std::uint32_t v) const noexcept { return srlgValue_.contains(v); }
+    void srlgValueIs(std::uint32_t v) { srlgValue_.insert(v); }
+    void srlgValueDel(std::uint32_t v) { srlgValue_.erase(v); }
+    void srlgValueDelAll() noexcept { srlgValue_.clear(); }
+
+    static const Kest::TypeData& typeData() noexcept;
+    const Kest::TypeData& fwkType() const noexcept { return typeData(); }
+    static Drimm::AllocTracker& allocTracker();
+
+  private:
+    friend class IsisLspParsedContent;
+    explicit NeighborSrlg(const Lumo::IpGenAddr& localAddr) noexcept : localAddr_(localAddr) {}
+
+    const Lumo::IpGenAddr localAddr_;
+    SrlgValueSet srlgValue_;
+};
+
+namespace detail {
+struct NeighborKeyOf {
+    const NeighborKey& operator()(const Poldo::Ptr<Neighbor>& n) const noexcept { return n->key(); }
+};
+struct PrefixKeyOf {
+    const PrefixKey& operator()(const Poldo::Ptr<Prefix>& p) const noexcept { return p->prefixKey(); }
+};
+struct LocalAddrOf {
+    const Lumo::IpGenAddr& operator()(const Poldo::Ptr<NeighborSrlg>& s) const noexcept { return s->localAddr(); }
+};
+}  // namespace detail
+
+class IsisLspParsedContent final : public Poldo::RefCounted, public Drimm::HeapAllocated<IsisLspParsedContent> {
+  public:
+    struct Attr {
+        enum : Kest::AttrId {
+            node = 130,
+            parsedSrCapFragId,
+            parsedSrlbFragId,
+            neighborKey,
+            neighbor,
+            parsedSrLg,
+            prefixKey,
+            prefix,
+            nodeRawPtr,
+        };
+    };
+    // Each member carries its key; a member's key never changes.
+    using NeighborMap = Kest::HashMap2018<Poldo::Ptr<Neighbor>, NeighborKey, detail::NeighborKeyOf, 0x17A25829>;
+    using SrlgMap = Kest::HashMap2018<Poldo::Ptr<NeighborSrlg>, Lumo::IpGenAddr, detail::LocalAddrOf, 0xDA4A436F>;
+    using PrefixMap = Kest::HashMap2018<Poldo::Ptr<Prefix>, PrefixKey, detail::PrefixKeyOf, 0x9FAF01C0>;
+
+    static Poldo::Ptr<IsisLspParsedContent> IsisLspParsedContentIs();
+
+    const Poldo::Ptr<Node>& node() const noexcept { return node_; }
+    void nodeIs(const Poldo::Ptr<Node>& v) noexcept { node_ = v; }
+    Node* nodeRawPtr() const noexcept { return node_.get(); }
+    /// The LSP fragment that carried the SR capabilities.
+    std::uint8_t parsedSrCapFragId() const noexcept { return parsedSrCapFragId_; }
+    void parsedSrCapFragIdIs(std::uint8_t v) noexcept { parsedSrCapFragId_ = v; }
+    /// The LSP fragment that carried the SR local block.
+    std::uint8_t parsedSrlbFragId() const noexcept { return parsedSrlbFragId_; }
+    void parsedSrlbFragIdIs(std::uint8_t v) noexcept { parsedSrlbFragId_ = v; }
+    /// Scratch keys an agent may keep while it builds a member; the library never reads them.
+    const NeighborKey& neighborKey() const noexcept { return neighborKey_; }
+    void neighborKeyIs(const NeighborKey& v) { neighborKey_ = v; }
+    const PrefixKey& prefixKey() const noexcept { return prefixKey_; }
+    void prefixKeyIs(const PrefixKey& v) noexcept { prefixKey_ = v; }
+
+    /// The neighbor with that key, created with default attributes when absent.
+    Poldo::Ptr<Neighbor> neighborIs(const NeighborKey& key);
+    Poldo::Ptr<Neighbor> neighbor(const NeighborKey& key) const;
+    const NeighborMap& neighbor() const noexcept { return neighbor_; }
+    /// Removes and returns the neighbor with that key (null when absent).
+    Poldo::Ptr<Neighbor> neighborDel(const NeighborKey& key);
+    void neighborDelAll() noexcept { neighbor_.clear(); }
+
+    Poldo::Ptr<Prefix> prefixIs(const PrefixKey& key);
+    Poldo::Ptr<Prefix> prefix(const PrefixKey& key) const;
+    const PrefixMap& prefix() const noexcept { return prefix_; }
+    Poldo::Ptr<Prefix> prefixDel(const PrefixKey& key);
+    void prefixDelAll() noexcept { prefix_.clear(); }
+
+    /// The SRLG record of the link with that local address (the empty
+    /// address is an ordinary key), created empty when absent.
+    Poldo::Ptr<NeighborSrlg> parsedSrLgIs(const Lumo::IpGenAddr& localAddr);
+    Poldo::Ptr<NeighborSrlg> parsedSrLg(const Lumo::IpGenAddr& localAddr) const;
+    const SrlgMap& parsedSrLg() const noexcept { return parsedSrLg_; }
+    Poldo::Ptr<NeighborSrlg> parsedSrLgDel(const Lumo::IpGenAddr& localAddr);
+    void parsedSrLgDelAll() noexcept { parsedSrLg_.clear(); }
+
+    static const Kest::TypeData& typeData() noexcept;
+    const Kest::TypeData& fwkType() const noexcept { return typeData(); }
+    static Drimm::AllocTracker& allocTracker();
+
+  private:
+    IsisLspParsedContent() = default;
+
+    Poldo::Ptr<Node> node_;
+    std::uint8_t parsedSrCapFragId_ = 0;
+    std::uint8_t parsedSrlbFragId_ = 0;
+    NeighborKey neighborKey_;
+    NeighborMap neighbor_;
+    SrlgMap parsedSrLg_;
+    PrefixKey prefixKey_;
+    PrefixMap prefix_;
+};
+
+Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory();
+
+}  // namespace Routing::IgpCommon

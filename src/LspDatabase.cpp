@@ -1,0 +1,205 @@
+#include "IgpCommon/LspDatabase.h"
+
+#include <climits>
+
+#include "Define.h"
+#include "IgpCommon/ParsedContent.h"
+#include "IgpCommon/framework/Assert.h"
+#include "IgpCommon/framework/Exceptions.h"
+
+namespace Routing::IgpCommon {
+
+
+// ---- IgpLsp ---------------------------------------------------------------------
+
+Poldo::Ptr<IgpLsp> IgpLsp::IgpLspIs(const IgpNodeId& nodeId) { return Poldo::Ptr<IgpLsp>(new IgpLsp(nodeId), Poldo::adopt); }
+
+Poldo::Ptr<IgpLsp> igpLspFactory(const IgpNodeId& nodeId) { return IgpLsp::IgpLspIs(nodeId); }
+
+Poldo::Ptr<Neighbor> IgpLsp::neighbor(const NeighborKey& key) const {
+    const auto* e = neighbor_.find(key);
+    return e ? e->value : nullptr;
+}
+
+Poldo::Ptr<Prefix> IgpLsp::prefix(const PrefixKey& key) const {
+    const auto* e = prefix_.find(key);
+    return e ? e->value : nullptr;
+}
+
+void IgpLsp::neighborIs(const NeighborKey& key, const Poldo::Ptr<Neighbor>& nbr) {
+    entryPut(Attr::neighbor, neighbor_, key, nbr);
+}
+Poldo::Ptr<Neighbor> IgpLsp::neighborDel(const NeighborKey& key) { return entryTake(Attr::neighbor, neighbor_, key); }
+void IgpLsp::neighborDelAll() { entriesClear(Attr::neighbor, neighbor_); }
+
+void IgpLsp::prefixIs(const PrefixKey& key, const Poldo::Ptr<Prefix>& pfx) { entryPut(Attr::prefix, prefix_, key, pfx); }
+Poldo::Ptr<Prefix> IgpLsp::prefixDel(const PrefixKey& key) { return entryTake(Attr::prefix, prefix_, key); }
+void IgpLsp::prefixDelAll() { entriesClear(Attr::prefix, prefix_); }
+
+namespace {
+
+// Folds the SRLG record of `addr`, if the parsed content has one, into `p`.
+void foldSrlg(const IsisLspParsedContent& parsed, const Lumo::IpGenAddr& addr, Neighbor& p) {
+    const auto* record = parsed.parsedSrLg().find(addr);
+    if (record == nullptr) {
+        return;
+    }
+    Neighbor::NeighborAttrsPresent present = p.attrsPresent();
+    present.srlgValuesIs(true);
+    p.attrsPresentIs(present);
+    const auto& values = (*record)->srlgValue();
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        p.srlgValuesIs(*it);
+    }
+}
+
+}  // namespace
+
+void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
+    const IsisLspParsedContent& content = *parsed;
+    const auto& theirs = content.neighbor();
+    for (auto it = theirs.begin(); it != theirs.end(); ++it) {
+        const Poldo::Ptr<Neighbor>& p = *it;
+        const NeighborKey& k = p->key();
+        // Only the first address of each family names the link's SRLG record;
+        // a neighbor without one matches a record under the empty address.
+        Lumo::IpGenAddr a4;
+        if (!k.localIpv4Addr().empty()) {
+            a4 = Lumo::IpGenAddr(*k.localIpv4Addr().uncheckedBegin());
+        }
+        foldSrlg(content, a4, *p);
+        Lumo::IpGenAddr a6;
+        if (!k.localIpv6Addr().empty()) {
+            a6 = Lumo::IpGenAddr(*k.localIpv6Addr().uncheckedBegin());
+        }
+        foldSrlg(content, a6, *p);
+        if (const auto* existing = neighbor_.find(k)) {
+            existing->value->updateAttr(p);
+        } else {
+            neighborIs(k, p);
+        }
+    }
+    for (auto it = neighbor_.begin(); it != neighbor_.end(); ++it) {
+        if (theirs.find(it->key) == nullptr) {
+            neighborDel(it->key);
+        }
+    }
+}
+
+void IgpLsp::updatePrefixes(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
+    const auto& theirs = parsed->prefix();
+    for (auto it = theirs.begin(); it != theirs.end(); ++it) {
+        const Poldo::Ptr<Prefix>& p = *it;
+        const PrefixKey& k = p->prefixKey();
+        if (const auto* existing = prefix_.find(k)) {
+            existing->value->updateAttr(p);
+        } else {
+            prefixIs(k, p);
+        }
+    }
+    for (auto it = prefix_.begin(); it != prefix_.end(); ++it) {
+        if (theirs.find(it->key) == nullptr) {
+            prefixDel(it->key);
+        }
+    }
+}
+
+using Kest::AttrKind;
+IGP_DEFINE_ENTITY(IgpLsp, {"nodeId", Attr::nodeId, AttrKind::scalar}, {"node", Attr::node, AttrKind::pointer},
+                  {"neighbor", Attr::neighbor, AttrKind::hashCollection, NeighborMap::salt},
+                  {"prefix", Attr::prefix, AttrKind::hashCollection, PrefixMap::salt},
+                  {"nodeRawPtr", Attr::nodeRawPtr, AttrKind::function},
+                  {"updateNeighbors", Attr::updateNeighbors, AttrKind::function},
+                  {"updatePrefixes", Attr::updatePrefixes, AttrKind::function})
+
+// ---- IgpLspDatabase ----------------------------------------------------------------
+
+Poldo::Ptr<IgpLspDatabase> IgpLspDatabase::IgpLspDatabaseIs(IgpLevel level) {
+    return Poldo::Ptr<IgpLspDatabase>(new IgpLspDatabase(level), Poldo::adopt);
+}
+
+Poldo::Ptr<IgpLspDatabase> igpLspDatabaseFactory(IgpLevel level) { return IgpLspDatabase::IgpLspDatabaseIs(level); }
+
+Poldo::Ptr<IgpLsp> IgpLspDatabase::lsp(const IgpNodeId& nodeId) const {
+    const auto* e = lsp_.find(nodeId);
+    return e ? *e : nullptr;
+}
+
+void IgpLspDatabase::lspIs(const Poldo::Ptr<IgpLsp>& entry) {
+    if (!entry) {
+        throw Kest::MutatorNullPointerException("Routing::IgpCommon::IgpLspDatabase", "lsp", Attr::lsp);
+    }
+    const auto it = lsp_.findIter(entry->nodeId());
+    if (it == lsp_.end()) {
+        lsp_.insert(entry);
+        publishMember<IgpNodeId, Poldo::Ptr<IgpLsp>>(Attr::lsp, entry->nodeId(), nullptr);
+        return;
+    }
+    if (*it == entry) {
+        return;
+    }
+    // The previous entry is dropped only after observers have seen it.
+    const Poldo::Ptr<IgpLsp> previous = lsp_.replace(it, entry);
+    publishMember(Attr::lsp, entry->nodeId(), &previous);
+}
+
+Poldo::Ptr<IgpLsp> IgpLspDatabase::lspDel(const IgpNodeId& nodeId) {
+    Poldo::Ptr<IgpLsp> removed;
+    if (!lsp_.erase(nodeId, &removed)) {
+        return nullptr;
+    }
+    publishMember(Attr::lsp, removed->nodeId(), &removed);
+    return removed;
+}
+
+void IgpLspDatabase::lspDelAll() {
+    if (publisher().initialState()) {
+        lsp_.clear();
+        return;
+    }
+    for (auto it = lsp_.begin(); it != lsp_.end(); ++it) {
+        const IgpNodeId nodeId = (*it)->nodeId();
+        lspDel(nodeId);
+    }
+}
+
+void IgpLspDatabase::dumpState(const Poldo::Ptr<Umbo::DumpContext const>& dumpCtx,
+                               unsigned indentCount) const noexcept {
+    const std::uint32_t width = indentCount + 2u;
+    if (lsp_.empty()) {
+        return;
+    }
+    // printf takes the width as an int; no real indentation comes near that.
+    const int printfWidth = width > INT_MAX ? INT_MAX : static_cast<int>(width);
+    const auto emit = [&](const Poldo::String& text) {
+        if (width != 0) {
+            Umbo::_objDumpPrintf(dumpCtx, "%*c%s", printfWidth, ' ', text.c_str());
+        } else {
+            Umbo::_objDumpPrintf(dumpCtx, "%s", text.c_str());
+        }
+    };
+    for (auto it = lsp_.begin(); it != lsp_.end(); ++it) {
+        const IgpLsp& entry = **it;
+        const Poldo::Ptr<Node> node = entry.node();
+        KEST_ASSERT_MSG(node, "a dumped entry has a node");
+        Poldo::OStringStream os;
+        node->formatContent(os);
+        emit(os.str());
+        for (auto n = entry.neighbor().begin(); n != entry.neighbor().end(); ++n) {
+            os.str("");
+            n->value->formatContent(os);
+            emit(os.str());
+        }
+        for (auto p = entry.prefix().begin(); p != entry.prefix().end(); ++p) {
+            os.str("");
+            p->value->formatContent(os);
+            emit(os.str());
+        }
+    }
+}
+
+IGP_DEFINE_ENTITY(IgpLspDatabase, {"level", Attr::level, AttrKind::scalar},
+                  {"lsp", Attr::lsp, AttrKind::hashCollection, LspMap::salt},
+                  {"dumpState", Attr::dumpState, AttrKind::function})
+
+}  // namespace Routing::IgpCommon

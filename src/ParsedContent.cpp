@@ -1,0 +1,77 @@
+#include "IgpCommon/ParsedContent.h"
+
+#include "Define.h"
+
+namespace Routing::IgpCommon {
+
+namespace {
+
+// Find-or-create in a collection whose members carry their key.
+template <class Map, class Key, class Create>
+Poldo::Ptr<typename Map::member_type::element_type> findOrCreate(Map& map, const Key& key, Create create) {
+    if (const auto* found = map.find(key)) {
+        return *found;
+    }
+    return *map.insert(create()).first;
+}
+
+template <class Map, class Key>
+Poldo::Ptr<typename Map::member_type::element_type> lookup(const Map& map, const Key& key) {
+    const auto* found = map.find(key);
+    return found ? *found : nullptr;
+}
+
+template <class Map, class Key>
+Poldo::Ptr<typename Map::member_type::element_type> take(Map& map, const Key& key) {
+    typename Map::member_type removed;
+    map.erase(key, &removed);
+    return removed;
+}
+
+}  // namespace
+
+Poldo::Ptr<IsisLspParsedContent> IsisLspParsedContent::IsisLspParsedContentIs() {
+    return Poldo::Ptr<IsisLspParsedContent>(new IsisLspParsedContent(), Poldo::adopt);
+}
+
+Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory() {
+    return IsisLspParsedContent::IsisLspParsedContentIs();
+}
+
+Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborIs(const NeighborKey& key) {
+    return findOrCreate(neighbor_, key, [&] { return neighborFactory(key); });
+}
+Poldo::Ptr<Neighbor> IsisLspParsedContent::neighbor(const NeighborKey& key) const { return lookup(neighbor_, key); }
+Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborDel(const NeighborKey& key) { return take(neighbor_, key); }
+
+Poldo::Ptr<Prefix> IsisLspParsedContent::prefixIs(const PrefixKey& key) {
+    return findOrCreate(prefix_, key, [&] { return prefixFactory(key); });
+}
+Poldo::Ptr<Prefix> IsisLspParsedContent::prefix(const PrefixKey& key) const { return lookup(prefix_, key); }
+Poldo::Ptr<Prefix> IsisLspParsedContent::prefixDel(const PrefixKey& key) { return take(prefix_, key); }
+
+Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgIs(const Lumo::IpGenAddr& localAddr) {
+    return findOrCreate(parsedSrLg_, localAddr,
+                        [&] { return Poldo::Ptr<NeighborSrlg>(new NeighborSrlg(localAddr), Poldo::adopt); });
+}
+Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLg(const Lumo::IpGenAddr& localAddr) const {
+    return lookup(parsedSrLg_, localAddr);
+}
+Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgDel(const Lumo::IpGenAddr& localAddr) {
+    return take(parsedSrLg_, localAddr);
+}
+
+using Kest::AttrKind;
+IGP_DEFINE_ENTITY(IsisLspParsedContent, {"node", Attr::node, AttrKind::pointer},
+                  {"parsedSrCapFragId", Attr::parsedSrCapFragId, AttrKind::scalar},
+                  {"parsedSrlbFragId", Attr::parsedSrlbFragId, AttrKind::scalar},
+                  {"neighborKey", Attr::neighborKey, AttrKind::scalar},
+                  {"neighbor", Attr::neighbor, AttrKind::hashCollection, NeighborMap::salt},
+                  {"parsedSrLg", Attr::parsedSrLg, AttrKind::hashCollection, SrlgMap::salt},
+                  {"prefixKey", Attr::prefixKey, AttrKind::scalar},
+                  {"prefix", Attr::prefix, AttrKind::hashCollection, PrefixMap::salt},
+                  {"nodeRawPtr", Attr::nodeRawPtr, AttrKind::function})
+IGP_DEFINE_ENTITY(NeighborSrlg, {"localAddr", 130, AttrKind::scalar},
+                  {"srlgValue", 131, AttrKind::hashCollection, SrlgValueSet::salt})
+
+}  // namespace Routing::IgpCommon
