@@ -65,6 +65,15 @@ TEST(IgpFlexAlgoDefinitionCol, InsertionPublishesADefaultOldDefinitionUnderTheAl
     EXPECT_TRUE(isDefaultDefinition(*rec[0].oldAs<IgpFlexAlgoDefinition>()));
 }
 
+TEST(IgpFlexAlgoDefinitionCol, InsertionNobodyObservesBuildsNoDefaultDefinition) {
+    auto col = igpFlexAlgoDefinitionColFactory();
+    const IgpFlexAlgoDefinition d = definition(128);
+    const std::uint64_t eagsBefore = IgpFlexAlgoEag::allocTracker().allocations();
+    col->fadIs(128, d);
+    EXPECT_EQ(IgpFlexAlgoEag::allocTracker().allocations(), eagsBefore);
+    EXPECT_TRUE(IgpFlexAlgoDefinition::isEq(col->fad(128), d));
+}
+
 TEST(IgpFlexAlgoDefinitionCol, SameNumbersAndSharedObjectsIsNoChangeButADifferenceReplaces) {
     auto col = igpFlexAlgoDefinitionColFactory();
     col->fadIs(128, definition(128));
