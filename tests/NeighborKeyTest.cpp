@@ -228,9 +228,25 @@ Addr absentFrom(const std::vector<Addr>& v, Addr (*make)(unsigned), std::mt19937
     }
 }
 
+// Adds, replaces or removes one address of a set.
+template <class Addr>
+std::string changeSet(std::vector<Addr>& v, Addr (*make)(unsigned), std::mt19937& rng, const std::string& name) {
+    switch (v.empty() ? 0 : rng() % 3) {
+        case 0:
+            v.push_back(absentFrom(v, make, rng));
+            return "added " + name;
+        case 1:
+            v[rng() % v.size()] = absentFrom(v, make, rng);
+            return "replaced " + name;
+        default:
+            v.erase(v.begin() + rng() % v.size());
+            return "removed " + name;
+    }
+}
+
 // Changes exactly one field of the recipe; returns what was changed, for messages.
 std::string mutate(Recipe& r, std::mt19937& rng) {
-    switch (rng() % 7) {
+    switch (rng() % 8) {
         case 0: {
             const unsigned i = rng() % 6;
             r.node[i] = static_cast<std::uint8_t>(r.node[i] + 1 + rng() % 255);
@@ -242,41 +258,10 @@ std::string mutate(Recipe& r, std::mt19937& rng) {
         case 2:
             r.mtId = static_cast<std::uint16_t>(r.mtId + 1 + rng() % 100);
             return "mtId";
-        case 3:
-            switch (rng() % 4) {
-                case 0: r.rv4.push_back(absentFrom(r.rv4, v4n, rng)); return "added remote IPv4";
-                case 1: r.rv6.push_back(absentFrom(r.rv6, v6n, rng)); return "added remote IPv6";
-                case 2: r.lv4.push_back(absentFrom(r.lv4, v4n, rng)); return "added local IPv4";
-                default: r.lv6.push_back(absentFrom(r.lv6, v6n, rng)); return "added local IPv6";
-            }
-        case 4:  // replace one address of a non-empty set, or add when it is empty
-            switch (rng() % 4) {
-                case 0:
-                    if (r.rv4.empty()) break;
-                    r.rv4[0] = absentFrom(r.rv4, v4n, rng);
-                    return "replaced remote IPv4";
-                case 1:
-                    if (r.rv6.empty()) break;
-                    r.rv6.back() = absentFrom(r.rv6, v6n, rng);
-                    return "replaced remote IPv6";
-                case 2:
-                    if (r.lv4.empty()) break;
-                    r.lv4.back() = absentFrom(r.lv4, v4n, rng);
-                    return "replaced local IPv4";
-                default:
-                    if (r.lv6.empty()) break;
-                    r.lv6[0] = absentFrom(r.lv6, v6n, rng);
-                    return "replaced local IPv6";
-            }
-            r.lv4.push_back(absentFrom(r.lv4, v4n, rng));
-            return "added local IPv4";
-        case 5:
-            if (!r.rv6.empty()) {
-                r.rv6.pop_back();
-                return "removed remote IPv6";
-            }
-            r.rv6.push_back(absentFrom(r.rv6, v6n, rng));
-            return "added remote IPv6";
+        case 3: return changeSet(r.rv4, v4n, rng, "remote IPv4");
+        case 4: return changeSet(r.rv6, v6n, rng, "remote IPv6");
+        case 5: return changeSet(r.lv4, v4n, rng, "local IPv4");
+        case 6: return changeSet(r.lv6, v6n, rng, "local IPv6");
         default:  // move a local address to the remote set of its family
             if (!r.lv4.empty()) {
                 const IpAddr a = r.lv4.back();
@@ -290,8 +275,7 @@ std::string mutate(Recipe& r, std::mt19937& rng) {
                 if (std::find(r.rv6.begin(), r.rv6.end(), a) == r.rv6.end()) r.rv6.push_back(a);
                 return "moved local IPv6 to remote";
             }
-            r.lv6.push_back(absentFrom(r.lv6, v6n, rng));
-            return "added local IPv6";
+            return changeSet(r.lv6, v6n, rng, "local IPv6");
     }
 }
 
