@@ -143,15 +143,6 @@ TEST(IgpNodeIdTest, StreamOperatorWritesTheGenericByteArray) {
     EXPECT_EQ(Kest::strep(IgpNodeId()), "[0, 0, 0, 0, 0, 0, 0]");
 }
 
-TEST(IgpNodeIdTest, DescribesItsAttributes) {
-    const Kest::TypeData& t = IgpNodeId::typeData();
-    EXPECT_EQ(t.name, "Routing::IgpCommon::IgpNodeId");
-    ASSERT_NE(t.attr("byte"), nullptr);
-    EXPECT_EQ(t.attr("byte")->id, Kest::firstValueAttrId);
-    EXPECT_EQ(t.attr("byte")->kind, Kest::AttrKind::array);
-    EXPECT_EQ(&IgpNodeId().fwkType(), &t);
-}
-
 TEST(IgpNodeIdDeathTest, TheTextConstructorStopsTheProcess) {
     EXPECT_DEATH(
         {

@@ -165,14 +165,6 @@ TEST(HashTest, TheGenericMixUsesTheItemsOwnWidth) {
     EXPECT_NE(Kest::HashState(1).mix8(0).result(), Kest::HashState(1).result());
 }
 
-struct OwnHash {
-    std::uint32_t hash(std::uint32_t seed) const noexcept { return seed * 3u + 1u; }
-};
-
-TEST(HashTest, HashHelperUsesATypesOwnHash) {
-    EXPECT_EQ(Kest::HashHelper::hash(OwnHash{}, 10), 31u);
-}
-
 TEST(HashTest, DifferentSeedsGiveDifferentHashes) {
     std::set<std::uint32_t> results;
     for (std::uint32_t seed = 0; seed < 64; ++seed) {

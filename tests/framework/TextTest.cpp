@@ -314,14 +314,4 @@ TEST(BoundedIndexTest, CheckedRefusesOutOfRangeIntegersWithoutTruncating) {
     EXPECT_EQ(Mid(200).value(), 200);
 }
 
-TEST(BoundedIndexTest, OrdersHashesAndDescribesItself) {
-    EXPECT_LT(IgpNodeIdIndex(1), IgpNodeIdIndex(2));
-    EXPECT_EQ(IgpNodeIdIndex(3), IgpNodeIdIndex(3));
-    EXPECT_EQ(IgpNodeIdIndex(3).hash(11), Kest::HashState(11).mix8(3).result());
-    EXPECT_EQ(IgpNodeIdIndex::typeData().name, "Routing::IgpCommon::IgpNodeIdIndex");
-    ASSERT_NE(IgpNodeIdIndex::typeData().attr("max"), nullptr);
-    EXPECT_EQ(IgpNodeIdIndex::typeData().attr("max")->kind, Kest::AttrKind::constant);
-    EXPECT_EQ(IgpNodeIdIndex::typeData().attr(Kest::firstValueAttrId)->name, "value");
-}
-
 }  // namespace
