@@ -40,20 +40,10 @@ const Kest::EnumTable& sidLabelBindingFlagsBitsMaskTable() noexcept {
     return t;
 }
 
-SidLabelBindingFlagsBitsMask SidLabelBindingFlagsBitsMaskInstance(unsigned value) {
-    return static_cast<SidLabelBindingFlagsBitsMask>(sidLabelBindingFlagsBitsMaskTable().checkedValue(value));
-}
-SidLabelBindingFlagsBitsMask SidLabelBindingFlagsBitsMaskInstance(const Poldo::String& name) {
-    return static_cast<SidLabelBindingFlagsBitsMask>(sidLabelBindingFlagsBitsMaskTable().valueOf(name));
-}
+SidLabelBindingFlagsBitsMask SidLabelBindingFlagsBitsMaskInstance(unsigned value) { return Kest::enumInstance<SidLabelBindingFlagsBitsMask>(sidLabelBindingFlagsBitsMaskTable(), value); }
+SidLabelBindingFlagsBitsMask SidLabelBindingFlagsBitsMaskInstance(const Poldo::String& name) { return Kest::enumInstance<SidLabelBindingFlagsBitsMask>(sidLabelBindingFlagsBitsMaskTable(), name); }
 Poldo::String stringValue(SidLabelBindingFlagsBitsMask v) { return sidLabelBindingFlagsBitsMaskTable().nameOf(v); }
 std::ostream& operator<<(std::ostream& os, SidLabelBindingFlagsBitsMask v) { return os << stringValue(v); }
-SidLabelBindingFlagsBitsMask sequenceToValue(Kest::CharRange& r, SidLabelBindingFlagsBitsMask* out) {
-    const auto v = static_cast<SidLabelBindingFlagsBitsMask>(sidLabelBindingFlagsBitsMaskTable().read(r));
-    if (out) {
-        *out = v;
-    }
-    return v;
-}
+SidLabelBindingFlagsBitsMask sequenceToValue(Kest::CharRange& r, SidLabelBindingFlagsBitsMask* out) { return Kest::enumRead(sidLabelBindingFlagsBitsMaskTable(), r, out); }
 
 }  // namespace Routing::IgpCommon::detail

@@ -1,11 +1,15 @@
 #include "IgpCommon/FlexAlgo.h"
 
+#include "Define.h"
+
 #include <algorithm>
 
 #include "IgpCommon/framework/Exceptions.h"
 #include "IgpCommon/framework/Hash.h"
 
 namespace Routing::IgpCommon {
+
+using Kest::AttrKind;
 
 namespace {
 
@@ -105,16 +109,7 @@ Poldo::String IgpFlexAlgoEag::toStrep() const {
     return os.str();
 }
 
-const Kest::TypeData& IgpFlexAlgoEag::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {{"value", Attr::value, Kest::AttrKind::list}};
-    static constexpr Kest::TypeData t{"Routing::IgpCommon::IgpFlexAlgoEag", Kest::TypeKind::entity, attrs};
-    return t;
-}
-
-Drimm::AllocTracker& IgpFlexAlgoEag::allocTracker() {
-    static Drimm::AllocTracker t("Routing::IgpCommon::IgpFlexAlgoEag");
-    return t;
-}
+IGP_DEFINE_ENTITY(IgpFlexAlgoEag, {"value", Attr::value, AttrKind::list})
 
 // ---- IgpFlexAlgoSrlg --------------------------------------------------------
 
@@ -147,16 +142,7 @@ Poldo::String IgpFlexAlgoSrlg::toStrep() const {
     return os.str();
 }
 
-const Kest::TypeData& IgpFlexAlgoSrlg::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {{"value", Attr::value, Kest::AttrKind::hashCollection, ValueSet::salt}};
-    static constexpr Kest::TypeData t{"Routing::IgpCommon::IgpFlexAlgoSrlg", Kest::TypeKind::entity, attrs};
-    return t;
-}
-
-Drimm::AllocTracker& IgpFlexAlgoSrlg::allocTracker() {
-    static Drimm::AllocTracker t("Routing::IgpCommon::IgpFlexAlgoSrlg");
-    return t;
-}
+IGP_DEFINE_ENTITY(IgpFlexAlgoSrlg, {"value", Attr::value, AttrKind::hashCollection, ValueSet::salt})
 
 // ---- entity references in text ----------------------------------------------
 
@@ -272,16 +258,6 @@ std::uint32_t IgpFlexAlgoDefinition::hash(std::uint32_t seed) const noexcept {
 
 std::ostream& operator<<(std::ostream& os, const IgpFlexAlgoDefinition& d) { return Kest::writeValue(os, d); }
 
-const Kest::TypeData& IgpFlexAlgoDefinition::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {
-        {"flexAlgo", 2, Kest::AttrKind::scalar},       {"metricType", 3, Kest::AttrKind::scalar},
-        {"calcType", 4, Kest::AttrKind::scalar},       {"priority", 5, Kest::AttrKind::scalar},
-        {"excludeAny", 6, Kest::AttrKind::pointer},    {"includeAny", 7, Kest::AttrKind::pointer},
-        {"includeAll", 8, Kest::AttrKind::pointer},    {"excludeSrlg", 9, Kest::AttrKind::pointer},
-        {"lspFragmentId", 10, Kest::AttrKind::scalar},
-    };
-    static constexpr Kest::TypeData t{IgpFlexAlgoDefinition::kestTypeName, Kest::TypeKind::value, attrs};
-    return t;
-}
+IGP_DEFINE_TYPE_DATA(IgpFlexAlgoDefinition, IgpFlexAlgoDefinition::kestTypeName, value, {"flexAlgo", 2, AttrKind::scalar},       {"metricType", 3, AttrKind::scalar}, {"calcType", 4, AttrKind::scalar},       {"priority", 5, AttrKind::scalar}, {"excludeAny", 6, AttrKind::pointer},    {"includeAny", 7, AttrKind::pointer}, {"includeAll", 8, AttrKind::pointer},    {"excludeSrlg", 9, AttrKind::pointer}, {"lspFragmentId", 10, AttrKind::scalar})
 
 }  // namespace Routing::IgpCommon

@@ -1,5 +1,7 @@
 #include "IgpCommon/IgpNodeId.h"
 
+#include "Define.h"
+
 #include <cstring>
 #include <iomanip>
 
@@ -7,6 +9,8 @@
 #include "IgpCommon/framework/Hash.h"
 
 namespace Routing::IgpCommon {
+
+using Kest::AttrKind;
 
 IgpNodeId IgpNodeId::fromBytes(const std::uint8_t* seven) noexcept {
     IgpNodeId id;
@@ -85,15 +89,6 @@ std::uint32_t IgpNodeId::hash(std::uint32_t seed) const noexcept {
 
 std::ostream& operator<<(std::ostream& os, const IgpNodeId& id) { return os << id.bytes_; }
 
-const Kest::TypeData& IgpNodeId::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {
-        {"byte", Kest::firstValueAttrId, Kest::AttrKind::array},
-        {"toU64", Kest::firstValueAttrId + 1, Kest::AttrKind::function},
-        {"isPnodeId", Kest::firstValueAttrId + 2, Kest::AttrKind::function},
-        {"toStrep", Kest::firstValueAttrId + 3, Kest::AttrKind::function},
-    };
-    static constexpr Kest::TypeData t{"Routing::IgpCommon::IgpNodeId", Kest::TypeKind::value, attrs};
-    return t;
-}
+IGP_DEFINE_TYPE_DATA(IgpNodeId, "Routing::IgpCommon::IgpNodeId", value, {"byte", Kest::firstValueAttrId, AttrKind::array}, {"toU64", Kest::firstValueAttrId + 1, AttrKind::function}, {"isPnodeId", Kest::firstValueAttrId + 2, AttrKind::function}, {"toStrep", Kest::firstValueAttrId + 3, AttrKind::function})
 
 }  // namespace Routing::IgpCommon

@@ -1,9 +1,13 @@
 #include "IgpCommon/NeighborKey.h"
 
+#include "Define.h"
+
 #include "IgpCommon/framework/Assert.h"
 #include "IgpCommon/framework/Hash.h"
 
 namespace Routing::IgpCommon {
+
+using Kest::AttrKind;
 
 namespace {
 
@@ -162,21 +166,6 @@ Poldo::String NeighborKey::toStrep() const {
 
 std::ostream& operator<<(std::ostream& os, const NeighborKey& k) { return Kest::writeValue(os, k); }
 
-const Kest::TypeData& NeighborKey::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {
-        {"nodeId", 2, Kest::AttrKind::scalar},
-        {"remoteIpv4Addr", 3, Kest::AttrKind::hashCollection, RemoteIpv4AddrSet::salt},
-        {"remoteIpv6Addr", 4, Kest::AttrKind::hashCollection, RemoteIpv6AddrSet::salt},
-        {"localIpv4Addr", 5, Kest::AttrKind::hashCollection, LocalIpv4AddrSet::salt},
-        {"localIpv6Addr", 6, Kest::AttrKind::hashCollection, LocalIpv6AddrSet::salt},
-        {"mtId", 7, Kest::AttrKind::scalar},
-        {"toStrep", 8, Kest::AttrKind::function},
-        {"copyFrom", 9, Kest::AttrKind::function},
-        {"addressesEmpty", 10, Kest::AttrKind::function},
-        {"twoWayCheckAddrCmp", 11, Kest::AttrKind::function},
-    };
-    static constexpr Kest::TypeData t{NeighborKey::kestTypeName, Kest::TypeKind::value, attrs};
-    return t;
-}
+IGP_DEFINE_TYPE_DATA(NeighborKey, NeighborKey::kestTypeName, value, {"nodeId", 2, AttrKind::scalar}, {"remoteIpv4Addr", 3, AttrKind::hashCollection, RemoteIpv4AddrSet::salt}, {"remoteIpv6Addr", 4, AttrKind::hashCollection, RemoteIpv6AddrSet::salt}, {"localIpv4Addr", 5, AttrKind::hashCollection, LocalIpv4AddrSet::salt}, {"localIpv6Addr", 6, AttrKind::hashCollection, LocalIpv6AddrSet::salt}, {"mtId", 7, AttrKind::scalar}, {"toStrep", 8, AttrKind::function}, {"copyFrom", 9, AttrKind::function}, {"addressesEmpty", 10, AttrKind::function}, {"twoWayCheckAddrCmp", 11, AttrKind::function})
 
 }  // namespace Routing::IgpCommon

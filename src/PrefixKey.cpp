@@ -1,8 +1,12 @@
 #include "IgpCommon/PrefixKey.h"
 
+#include "Define.h"
+
 #include "IgpCommon/framework/Hash.h"
 
 namespace Routing::IgpCommon {
+
+using Kest::AttrKind;
 
 namespace {
 
@@ -35,13 +39,6 @@ std::uint32_t PrefixKey::hash(std::uint32_t seed) const noexcept {
 
 std::ostream& operator<<(std::ostream& os, const PrefixKey& k) { return Kest::writeValue(os, k); }
 
-const Kest::TypeData& PrefixKey::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {
-        {"prefix", 2, Kest::AttrKind::scalar},
-        {"mtId", 3, Kest::AttrKind::scalar},
-    };
-    static constexpr Kest::TypeData t{PrefixKey::kestTypeName, Kest::TypeKind::value, attrs};
-    return t;
-}
+IGP_DEFINE_TYPE_DATA(PrefixKey, PrefixKey::kestTypeName, value, {"prefix", 2, AttrKind::scalar}, {"mtId", 3, AttrKind::scalar})
 
 }  // namespace Routing::IgpCommon

@@ -1,6 +1,10 @@
 #include "IgpCommon/SidLabelBinding.h"
 
+#include "Define.h"
+
 namespace Routing::IgpCommon {
+
+using Kest::AttrKind;
 
 Poldo::Ptr<SidLabelBinding> SidLabelBinding::SidLabelBindingIs() {
     return Poldo::Ptr<SidLabelBinding>(new SidLabelBinding(), Poldo::adopt);
@@ -58,21 +62,8 @@ Poldo::String SidLabelBinding::toStrep() const {
     return os.str();
 }
 
-const Kest::TypeData& SidLabelBinding::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {
-        {"flags", Attr::flags, Kest::AttrKind::scalar},
-        {"range", Attr::range, Kest::AttrKind::scalar},
-        {"baseLabelSid", Attr::baseLabelSid, Kest::AttrKind::scalar},
-        {"basePrefixSid", Attr::basePrefixSid, Kest::AttrKind::scalar},
-        {"lspFragmentId", Attr::lspFragmentId, Kest::AttrKind::scalar},
-    };
-    static constexpr Kest::TypeData t{"Routing::IgpCommon::SidLabelBinding", Kest::TypeKind::entity, attrs};
-    return t;
-}
+IGP_DEFINE_TYPE_DATA(SidLabelBinding, "Routing::IgpCommon::SidLabelBinding", entity, {"flags", Attr::flags, AttrKind::scalar}, {"range", Attr::range, AttrKind::scalar}, {"baseLabelSid", Attr::baseLabelSid, AttrKind::scalar}, {"basePrefixSid", Attr::basePrefixSid, AttrKind::scalar}, {"lspFragmentId", Attr::lspFragmentId, AttrKind::scalar})
 
-Drimm::AllocTracker& SidLabelBinding::allocTracker() {
-    static Drimm::AllocTracker t("Routing::IgpCommon::SidLabelBinding");
-    return t;
-}
+IGP_DEFINE_ALLOC_TRACKER(SidLabelBinding, "Routing::IgpCommon::SidLabelBinding")
 
 }  // namespace Routing::IgpCommon

@@ -1,11 +1,15 @@
 #include "IgpCommon/SidValues.h"
 
+#include "Define.h"
+
 #include "IgpCommon/framework/Assert.h"
 #include "IgpCommon/framework/Hash.h"
 #include "IgpCommon/platform/Lumo.h"
 #include "IgpCommon/platform/Umbo.h"
 
 namespace Routing::IgpCommon {
+
+using Kest::AttrKind;
 
 namespace {
 
@@ -71,25 +75,18 @@ Poldo::String LabelSid::toStrep() const {
     return os.str();
 }
 
-#define IGPCOMMON_SID_TYPEDATA(Type, ...)                                                          \
-    const Kest::TypeData& Type::typeData() noexcept {                                              \
-        static constexpr Kest::AttrData attrs[] = {__VA_ARGS__};                                   \
-        static constexpr Kest::TypeData t{Type::kestTypeName, Kest::TypeKind::value, attrs};       \
-        return t;                                                                                  \
-    }
-IGPCOMMON_SID_TYPEDATA(SrSid, {"flags", 2, Kest::AttrKind::scalar}, {"value", 3, Kest::AttrKind::scalar},
-                       {"valueLength", 4, Kest::AttrKind::function})
-IGPCOMMON_SID_TYPEDATA(AdjacencySid, {"flags", 2, Kest::AttrKind::scalar}, {"value", 3, Kest::AttrKind::scalar},
-                       {"valueLength", 4, Kest::AttrKind::function}, {"weight", 5, Kest::AttrKind::scalar})
-IGPCOMMON_SID_TYPEDATA(LanAdjacencySid, {"flags", 2, Kest::AttrKind::scalar}, {"value", 3, Kest::AttrKind::scalar},
-                       {"valueLength", 4, Kest::AttrKind::function}, {"weight", 5, Kest::AttrKind::scalar},
-                       {"systemId", 6, Kest::AttrKind::scalar})
-IGPCOMMON_SID_TYPEDATA(PrefixSid, {"flags", 2, Kest::AttrKind::scalar}, {"value", 3, Kest::AttrKind::scalar},
-                       {"valueLength", 4, Kest::AttrKind::function}, {"algorithm", 5, Kest::AttrKind::scalar},
-                       {"isValid", 6, Kest::AttrKind::scalar}, {"toStrep", 7, Kest::AttrKind::function})
-IGPCOMMON_SID_TYPEDATA(LabelSid, {"flags", 2, Kest::AttrKind::scalar}, {"value", 3, Kest::AttrKind::scalar},
-                       {"valueLength", 4, Kest::AttrKind::function}, {"isValid", 5, Kest::AttrKind::scalar},
-                       {"hasMplsLabel", 6, Kest::AttrKind::function}, {"toStrep", 7, Kest::AttrKind::function})
-#undef IGPCOMMON_SID_TYPEDATA
+IGP_DEFINE_TYPE_DATA(SrSid, SrSid::kestTypeName, value, {"flags", 2, AttrKind::scalar}, {"value", 3, AttrKind::scalar},
+                       {"valueLength", 4, AttrKind::function})
+IGP_DEFINE_TYPE_DATA(AdjacencySid, AdjacencySid::kestTypeName, value, {"flags", 2, AttrKind::scalar}, {"value", 3, AttrKind::scalar},
+                       {"valueLength", 4, AttrKind::function}, {"weight", 5, AttrKind::scalar})
+IGP_DEFINE_TYPE_DATA(LanAdjacencySid, LanAdjacencySid::kestTypeName, value, {"flags", 2, AttrKind::scalar}, {"value", 3, AttrKind::scalar},
+                       {"valueLength", 4, AttrKind::function}, {"weight", 5, AttrKind::scalar},
+                       {"systemId", 6, AttrKind::scalar})
+IGP_DEFINE_TYPE_DATA(PrefixSid, PrefixSid::kestTypeName, value, {"flags", 2, AttrKind::scalar}, {"value", 3, AttrKind::scalar},
+                       {"valueLength", 4, AttrKind::function}, {"algorithm", 5, AttrKind::scalar},
+                       {"isValid", 6, AttrKind::scalar}, {"toStrep", 7, AttrKind::function})
+IGP_DEFINE_TYPE_DATA(LabelSid, LabelSid::kestTypeName, value, {"flags", 2, AttrKind::scalar}, {"value", 3, AttrKind::scalar},
+                       {"valueLength", 4, AttrKind::function}, {"isValid", 5, AttrKind::scalar},
+                       {"hasMplsLabel", 6, AttrKind::function}, {"toStrep", 7, AttrKind::function})
 
 }  // namespace Routing::IgpCommon

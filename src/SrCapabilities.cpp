@@ -1,8 +1,12 @@
 #include "IgpCommon/SrCapabilities.h"
 
+#include "Define.h"
+
 #include "IgpCommon/framework/Hash.h"
 
 namespace Routing::IgpCommon {
+
+using Kest::AttrKind;
 
 SrSidRange::SrSidRange(Kest::CharRange& r) : SrSidRange(Kest::readValue<SrSidRange>(r)) {}
 
@@ -12,14 +16,7 @@ std::uint32_t SrSidRange::hash(std::uint32_t seed) const noexcept {
 
 std::ostream& operator<<(std::ostream& os, const SrSidRange& r) { return Kest::writeValue(os, r); }
 
-const Kest::TypeData& SrSidRange::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {
-        {"range", 2, Kest::AttrKind::scalar},
-        {"startingSid", 3, Kest::AttrKind::scalar},
-    };
-    static constexpr Kest::TypeData t{SrSidRange::kestTypeName, Kest::TypeKind::value, attrs};
-    return t;
-}
+IGP_DEFINE_TYPE_DATA(SrSidRange, SrSidRange::kestTypeName, value, {"range", 2, AttrKind::scalar}, {"startingSid", 3, AttrKind::scalar})
 
 Poldo::Ptr<SrCapabilities> SrCapabilities::SrCapabilitiesIs() {
     return Poldo::Ptr<SrCapabilities>(new SrCapabilities(), Poldo::adopt);
@@ -76,19 +73,8 @@ bool SrCapabilities::compare(const SrCapabilities* other) const {
     }
 }
 
-const Kest::TypeData& SrCapabilities::typeData() noexcept {
-    static constexpr Kest::AttrData attrs[] = {
-        {"srCapFlag", Attr::srCapFlag, Kest::AttrKind::scalar},
-        {"numRanges", Attr::numRanges, Kest::AttrKind::scalar},
-        {"sidLabelRange", Attr::sidLabelRange, Kest::AttrKind::array},
-    };
-    static constexpr Kest::TypeData t{"Routing::IgpCommon::SrCapabilities", Kest::TypeKind::entity, attrs};
-    return t;
-}
+IGP_DEFINE_TYPE_DATA(SrCapabilities, "Routing::IgpCommon::SrCapabilities", entity, {"srCapFlag", Attr::srCapFlag, AttrKind::scalar}, {"numRanges", Attr::numRanges, AttrKind::scalar}, {"sidLabelRange", Attr::sidLabelRange, AttrKind::array})
 
-Drimm::AllocTracker& SrCapabilities::allocTracker() {
-    static Drimm::AllocTracker t("Routing::IgpCommon::SrCapabilities");
-    return t;
-}
+IGP_DEFINE_ALLOC_TRACKER(SrCapabilities, "Routing::IgpCommon::SrCapabilities")
 
 }  // namespace Routing::IgpCommon

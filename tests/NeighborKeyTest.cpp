@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/AllocationCounter.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -14,40 +16,6 @@
 #include <utility>
 #include <vector>
 
-// ---- allocation counting ------------------------------------------------------------------
-// Replaces the global allocation functions of the test executable so that a test can count the
-// allocations made between two points. Every form forwards to malloc/free.
-
-namespace {
-std::atomic<long> gAllocations{0};
-
-void* countedAlloc(std::size_t n, std::size_t align) {
-    ++gAllocations;
-    void* p = nullptr;
-    if (align <= alignof(std::max_align_t)) {
-        p = std::malloc(n == 0 ? 1 : n);
-    } else if (posix_memalign(&p, align, n == 0 ? 1 : n) != 0) {
-        p = nullptr;
-    }
-    if (p == nullptr) {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-}  // namespace
-
-void* operator new(std::size_t n) { return countedAlloc(n, alignof(std::max_align_t)); }
-void* operator new[](std::size_t n) { return countedAlloc(n, alignof(std::max_align_t)); }
-void* operator new(std::size_t n, std::align_val_t a) { return countedAlloc(n, static_cast<std::size_t>(a)); }
-void* operator new[](std::size_t n, std::align_val_t a) { return countedAlloc(n, static_cast<std::size_t>(a)); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -334,7 +302,7 @@ TEST(NeighborKey, KeysBuiltThroughDifferentHistoriesAgreeAndOneChangedFieldMakes
 
 TEST(NeighborKey, HashAndComparisonAllocateNothing) {
     NeighborKey a(node(kNode), IgpMultiTopologyId(2));
-    const long beforeBuild = gAllocations.load();
+    const auto beforeBuild = testsupport::allocationCount();
     for (unsigned i = 1; i <= 3; ++i) {
         a.remoteIpv4AddrIs(v4n(i));
         a.localIpv4AddrIs(v4n(10 + i));
@@ -342,7 +310,7 @@ TEST(NeighborKey, HashAndComparisonAllocateNothing) {
         a.localIpv6AddrIs(v6n(10 + i));
     }
     // Three addresses do not fit the inline slot: the counter must see the sets grow.
-    EXPECT_GT(gAllocations.load() - beforeBuild, 0);
+    EXPECT_GT(testsupport::allocationCount() - beforeBuild, 0u);
     NeighborKey b = a;
     b.localIpv6AddrDel(v6n(13));
     b.localIpv6AddrIs(v6n(13));
@@ -350,14 +318,14 @@ TEST(NeighborKey, HashAndComparisonAllocateNothing) {
     c.mtIdIs(IgpMultiTopologyId(3));
 
     std::uint32_t sink = 0;
-    const long before = gAllocations.load();
+    const auto before = testsupport::allocationCount();
     sink += a.hash(0) + b.hash(1) + c.hash(0x12345678u);
     sink += NeighborKey::isEq(a, b) ? 1u : 0u;
     sink += (a == c) ? 1u : 0u;
     sink += (a <=> b) == 0 ? 1u : 0u;
     sink += (a <=> c) < 0 ? 1u : 0u;
-    const long after = gAllocations.load();
-    EXPECT_EQ(after - before, 0);
+    const auto after = testsupport::allocationCount();
+    EXPECT_EQ(after - before, 0u);
     EXPECT_NE(sink, 0u);
 }
 

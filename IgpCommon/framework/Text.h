@@ -115,6 +115,27 @@ struct EnumTable {
     std::uint32_t read(CharRange& r) const;
 };
 
+/// The free functions every enumeration offers, in one place: the
+/// enumerator by number (range exception when none) or by name (parse
+/// exception when none), and reading a name at the cursor (also stored
+/// through `out` when that is not null).
+template <class E>
+E enumInstance(const EnumTable& t, std::uint64_t value) {
+    return static_cast<E>(t.checkedValue(value));
+}
+template <class E>
+E enumInstance(const EnumTable& t, std::string_view name) {
+    return static_cast<E>(t.valueOf(name));
+}
+template <class E>
+E enumRead(const EnumTable& t, CharRange& r, E* out) {
+    const auto v = static_cast<E>(t.read(r));
+    if (out) {
+        *out = v;
+    }
+    return v;
+}
+
 // ---- generic text of one value -------------------------------------------
 
 template <class T>
