@@ -24,7 +24,6 @@ struct NeighborKey {
 
 struct OtherKey {
     std::uint32_t id;
-    friend bool operator==(const OtherKey&, const OtherKey&) = default;
 };
 
 /// An observed test entity. typeData() counts its calls so that a test can see
