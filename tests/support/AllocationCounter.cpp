@@ -1,6 +1,7 @@
-#include "support/AllocationCounter.h"
+#include "AllocationCounter.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
