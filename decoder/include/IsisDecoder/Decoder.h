@@ -1,0 +1,98 @@
+// Decoding of one received IS-IS LSP PDU (ISO 10589 9.9) into the parsed
+// content an agent merges into its database.
+//
+// A malformed LSP is rejected whole: the result then holds a DecodeError and
+// no content, so nothing of a bad LSP can reach a database.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+
+#include "IgpCommon/IgpLsp.h"
+
+namespace Routing::IsisDecoder {
+
+/// The fixed part of an LSP, as received.
+struct LspHeader {
+    std::uint8_t level = 0;  // 1 or 2, from the PDU type
+    std::uint8_t maxAreaAddresses = 0;
+    std::uint16_t pduLength = 0;
+    std::uint16_t remainingLifetime = 0;
+    std::array<std::uint8_t, 6> systemId{};
+    std::uint8_t pseudonode = 0;
+    std::uint8_t fragment = 0;
+    std::uint32_t sequenceNumber = 0;
+    std::uint16_t checksum = 0;
+    std::uint8_t flags = 0;  // P, ATT (4 bits), OL, IS type (2 bits)
+
+    bool partitionRepair() const noexcept { return (flags & 0x80) != 0; }
+    bool attached() const noexcept { return (flags & 0x78) != 0; }
+    bool overload() const noexcept { return (flags & 0x04) != 0; }
+    std::uint8_t isType() const noexcept { return flags & 0x03; }
+    bool isPurge() const noexcept { return remainingLifetime == 0; }
+    /// System identifier and pseudonode: the originating node.
+    Routing::IgpCommon::IgpNodeId nodeId() const noexcept;
+    /// "1921.6800.1001.00-02"
+    std::string lspIdText() const;
+};
+
+struct DecodedLsp {
+    LspHeader header;
+    Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
+};
+
+struct DecodeError {
+    enum class Reason : std::uint8_t {
+        truncatedHeader,     // fewer octets than the fixed header
+        badHeader,           // discriminator, header length, versions, ID length or PDU type
+        badPduLength,        // PDU length field below the header length
+        truncatedPdu,        // PDU length field beyond the octets received
+        badChecksum,
+        tlvOverrun,          // a TLV's length runs past the end of the PDU
+        subTlvOverrun,       // a sub-TLV's (or sub-TLV block's) length runs past its parent
+        truncatedEntry,      // an entry inside a TLV runs past the TLV's end
+        badLength,           // a fixed-size value, or a list of fixed-size items, of the wrong length
+        badPrefixLength,     // prefix length beyond the address family's
+        badSidLength,        // SID/label length not 3 or 4, or not matching the V/L flags
+    };
+
+    Reason reason = Reason::truncatedHeader;
+    std::uint8_t tlv = 0;     // the TLV being decoded, 0 for the header
+    std::size_t offset = 0;   // octet offset in the PDU of the faulty element
+    std::string detail;
+
+    std::string message() const;
+};
+
+const char* reasonName(DecodeError::Reason r) noexcept;
+
+/// Either a decoded LSP or the reason it was rejected.
+class DecodeResult {
+  public:
+    DecodeResult(DecodedLsp lsp) : v_(std::move(lsp)) {}
+    DecodeResult(DecodeError err) : v_(std::move(err)) {}
+
+    bool ok() const noexcept { return v_.index() == 0; }
+    explicit operator bool() const noexcept { return ok(); }
+    /// Only when ok().
+    const DecodedLsp& lsp() const { return std::get<DecodedLsp>(v_); }
+    /// Only when !ok().
+    const DecodeError& error() const { return std::get<DecodeError>(v_); }
+
+  private:
+    std::variant<DecodedLsp, DecodeError> v_;
+};
+
+/// Decodes one LSP PDU starting at the common header (discriminator 0x83).
+/// Octets beyond the PDU length field (link padding) are ignored.
+DecodeResult decodeLsp(std::span<const std::uint8_t> pdu);
+
+/// The ISO 10589 7.3.11 check of an LSP: the Fletcher sum from the LSP ID to
+/// the end of `pdu` (the PDU length octets) is zero. Needs at least 27 octets.
+bool lspChecksumValid(std::span<const std::uint8_t> pdu) noexcept;
+
+}  // namespace Routing::IsisDecoder
