@@ -1,0 +1,128 @@
+// The per-level keeper: newest copy per fragment, purges, and a node's entry
+// as the union of its current fragments.
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "IsisDecoder/LspKeeper.h"
+#include "TestSupport.h"
+
+namespace {
+
+using namespace DecoderTest;
+using namespace Routing::IsisDecoder;
+namespace IC = Routing::IgpCommon;
+using Outcome = LspKeeper::Outcome;
+
+IC::IgpNodeId node(std::uint8_t sys) {
+    const std::uint8_t b[7] = {0x19, 0x21, 0x68, 0x00, 0x10, sys, 0};
+    return IC::IgpNodeId::fromBytes(b);
+}
+IC::PrefixKey pkey(const char* t) {
+    return IC::PrefixKey(Kest::strepToValue(t, static_cast<Lumo::IpGenPrefix*>(nullptr)), IC::IgpMultiTopologyId(0));
+}
+
+DecodedLsp lsp(std::uint8_t fragment, std::uint32_t seq, const Enc& tlvs, std::uint16_t lifetime = 1199,
+               std::uint8_t flags = 0x03) {
+    LspFields f;
+    f.flags = flags;
+    f.fragment = fragment;
+    f.seq = seq;
+    f.lifetime = lifetime;
+    const auto r = decodeLsp(buildLsp(f, tlvs));
+    EXPECT_TRUE(r.ok());
+    return r.ok() ? r.lsp() : DecodedLsp{};
+}
+
+Enc prefix(std::uint8_t third, std::uint32_t metric) { return Enc().u32(metric).u8(24).raw({10, 0, third}); }
+Enc neighbor(std::uint8_t sys) { return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, 0}.u24(10).u8(0); }
+
+TEST(LspKeeper, NodeEntryIsTheUnionOfItsFragments) {
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    EXPECT_EQ(k.receive(lsp(0, 1, Enc().tlv(137, Enc{'a'}).tlv(135, prefix(1, 5)))), Outcome::installed);
+    // The overload bit of a fragment other than 0 does not count (ISO 10589 7.3.4.4).
+    EXPECT_EQ(k.receive(lsp(1, 1, Enc().tlv(22, neighbor(2)).tlv(135, prefix(2, 6)), 1199, 0x07)), Outcome::installed);
+    const auto entry = k.database()->lsp(node(1));
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->node()->hostName(), "a");
+    EXPECT_EQ(entry->prefix().size(), 2u);
+    EXPECT_EQ(entry->neighbor().size(), 1u);
+    EXPECT_EQ(k.fragmentCount(), 2u);
+    EXPECT_FALSE(entry->node()->flags().overloadBit());
+    k.receive(lsp(0, 2, Enc().tlv(137, Enc{'a'}), 1199, 0x07));
+    EXPECT_TRUE(entry->node()->flags().overloadBit());
+    EXPECT_EQ(entry->prefix().size(), 1u);
+}
+
+TEST(LspKeeper, OlderAndEqualCopiesAreIgnoredAndNewerOnesReplace) {
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    k.receive(lsp(0, 5, Enc().tlv(135, prefix(1, 5).raw(prefix(2, 5)))));
+    EXPECT_EQ(k.receive(lsp(0, 5, Enc().tlv(135, prefix(3, 5)))), Outcome::ignored);
+    EXPECT_EQ(k.receive(lsp(0, 4, Enc().tlv(135, prefix(3, 5)))), Outcome::ignored);
+    EXPECT_EQ(k.ignoredCount(), 2u);
+    LspFields l1;
+    l1.level = 1;
+    l1.seq = 9;
+    EXPECT_EQ(k.receive(decodeLsp(buildLsp(l1, Enc())).lsp()), Outcome::ignored);
+    EXPECT_EQ(k.ignoredCount(), 3u);
+
+    // Seq 6 drops 10.0.2.0/24 and changes a metric; the entry follows.
+    EXPECT_EQ(k.receive(lsp(0, 6, Enc().tlv(135, prefix(1, 7)))), Outcome::installed);
+    const auto entry = k.database()->lsp(node(1));
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->prefix().size(), 1u);
+    EXPECT_EQ(entry->prefix(pkey("10.0.1.0/24"))->metric(), 7u);
+}
+
+TEST(LspKeeper, PurgesRemoveFragmentsThenTheEntryAndBlockOlderCopies) {
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    k.receive(lsp(0, 3, Enc().tlv(135, prefix(1, 5))));
+    k.receive(lsp(1, 3, Enc().tlv(22, neighbor(2))));
+    // A purge of the same number removes fragment 1 and its neighbor.
+    EXPECT_EQ(k.receive(lsp(1, 3, Enc(), 0)), Outcome::purged);
+    auto entry = k.database()->lsp(node(1));
+    ASSERT_TRUE(entry);
+    EXPECT_TRUE(entry->neighbor().empty());
+    EXPECT_EQ(entry->prefix().size(), 1u);
+
+    EXPECT_EQ(k.receive(lsp(0, 4, Enc(), 0)), Outcome::purged);
+    EXPECT_FALSE(k.database()->lsp(node(1)));
+    EXPECT_EQ(k.database()->lspCount(), 0u);
+    // The copy that was purged may still be in flight; it must not come back.
+    EXPECT_EQ(k.receive(lsp(0, 3, Enc().tlv(135, prefix(1, 5)))), Outcome::ignored);
+    EXPECT_EQ(k.database()->lspCount(), 0u);
+    EXPECT_EQ(k.receive(lsp(0, 5, Enc().tlv(135, prefix(1, 5)))), Outcome::installed);
+    EXPECT_EQ(k.database()->lspCount(), 1u);
+}
+
+TEST(LspKeeper, LabCaptureConvergesToOneEntryPerNode) {
+    LspKeeper l1(IC::igpLevelIsisLevel1);
+    LspKeeper l2(IC::igpLevelIsisLevel2);
+    std::set<std::string> nodes1, nodes2;
+    for (const auto& f : readPcap(std::string(IGPDECODER_TESTDATA) + "/frr-initial.pcap")) {
+        if (!isLspFrame(f)) {
+            continue;
+        }
+        const auto r = decodeLsp(f.pdu);
+        ASSERT_TRUE(r.ok());
+        const std::string id = r.lsp().header.lspIdText().substr(0, 17);
+        (r.lsp().header.level == 1 ? nodes1 : nodes2).insert(id);
+        l1.receive(r.lsp());
+        l2.receive(r.lsp());
+    }
+    EXPECT_EQ(l1.database()->lspCount(), nodes1.size());
+    EXPECT_EQ(l2.database()->lspCount(), nodes2.size());
+    // Every LSP went to both keepers and was copied on several links.
+    EXPECT_GT(l1.ignoredCount() + l2.ignoredCount(), 133u);
+
+    // r6 spreads 40 + 16 redistributed routes and its loopbacks over three fragments.
+    const std::uint8_t r6[7] = {0, 0, 0, 0, 0, 6, 0};
+    const auto entry = l2.database()->lsp(IC::IgpNodeId::fromBytes(r6));
+    ASSERT_TRUE(entry);
+    EXPECT_GE(entry->prefix().size(), 58u);
+    EXPECT_EQ(entry->node()->hostName(), "r6");
+}
+
+}  // namespace
