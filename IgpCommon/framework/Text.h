@@ -90,6 +90,22 @@ void writeSigned(std::ostream& os, std::int64_t v);
 /// Reads a run of identifier characters [A-Za-z0-9_] (possibly empty).
 std::string_view readIdentifier(CharRange& r) noexcept;
 
+/// The value of a hexadecimal digit (either case), or -1.
+constexpr int hexDigitValue(char c) noexcept {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+/// Lowercase hexadecimal digits by value.
+inline constexpr char lowerHexDigits[] = "0123456789abcdef";
+
 // ---- enumerations ----------------------------------------------------------
 
 struct EnumEntry {

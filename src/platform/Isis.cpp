@@ -10,37 +10,22 @@ namespace Routing::Isis {
 
 namespace {
 
-constexpr char hexDigits[] = "0123456789abcdef";
-
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 /// The run of hex digits at the current position (not consumed).
 std::string_view hexRun(const Kest::CharRange& r) noexcept {
     const char* p = r.current();
-    while (p != r.end() && hexValue(*p) >= 0) {
+    while (p != r.end() && Kest::hexDigitValue(*p) >= 0) {
         ++p;
     }
     return {r.current(), static_cast<std::size_t>(p - r.current())};
 }
 
 std::uint8_t hexByte(const char* two) noexcept {
-    return static_cast<std::uint8_t>((hexValue(two[0]) << 4) | hexValue(two[1]));
+    return static_cast<std::uint8_t>((Kest::hexDigitValue(two[0]) << 4) | Kest::hexDigitValue(two[1]));
 }
 
 void appendHexByte(std::string& s, std::uint8_t b) {
-    s += hexDigits[b >> 4];
-    s += hexDigits[b & 0xf];
+    s += Kest::lowerHexDigits[b >> 4];
+    s += Kest::lowerHexDigits[b & 0xf];
 }
 
 }  // namespace

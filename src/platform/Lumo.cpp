@@ -9,22 +9,7 @@ namespace Lumo {
 
 namespace {
 
-constexpr char hexDigits[] = "0123456789abcdef";
-
 bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-
-int hexValue(char c) noexcept {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
 
 const char* scanDigits(const Kest::CharRange& r) noexcept {
     const char* p = r.current();
@@ -67,7 +52,7 @@ void writeHexGroup(std::string& out, std::uint16_t g) {
     for (int shift = 12; shift >= 0; shift -= 4) {
         const unsigned nibble = (g >> shift) & 0xfu;
         if (nibble != 0 || started || shift == 0) {
-            out += hexDigits[nibble];
+            out += Kest::lowerHexDigits[nibble];
             started = true;
         }
     }
@@ -138,12 +123,12 @@ Ip6Addr::Ip6Addr(Kest::CharRange& r) {
         gap = 0;
     }
     for (;;) {
-        if (gap == n && hexValue(r.peek()) < 0) {
+        if (gap == n && Kest::hexDigitValue(r.peek()) < 0) {
             break;  // "::" ends the address
         }
         const char* first = r.current();
         const char* last = first;
-        while (last != r.end() && hexValue(*last) >= 0) {
+        while (last != r.end() && Kest::hexDigitValue(*last) >= 0) {
             ++last;
         }
         if (last == first) {
@@ -168,7 +153,7 @@ Ip6Addr::Ip6Addr(Kest::CharRange& r) {
         }
         std::uint16_t g = 0;
         for (const char* p = first; p != last; ++p) {
-            g = static_cast<std::uint16_t>((g << 4) | hexValue(*p));
+            g = static_cast<std::uint16_t>((g << 4) | Kest::hexDigitValue(*p));
         }
         groups[static_cast<std::size_t>(n++)] = g;
         r.advance(static_cast<std::size_t>(last - first));
@@ -292,7 +277,7 @@ IpGenAddr::IpGenAddr(Kest::CharRange& r) {
     // Look ahead over the characters an address may hold: a ':' means IPv6.
     const char* p = r.current();
     bool colon = false;
-    while (p != r.end() && (hexValue(*p) >= 0 || *p == '.' || *p == ':')) {
+    while (p != r.end() && (Kest::hexDigitValue(*p) >= 0 || *p == '.' || *p == ':')) {
         colon = colon || *p == ':';
         ++p;
     }
