@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstdint>
-#include <vector>
 
 #include "support/RecordingObserver.h"
 
@@ -144,35 +143,6 @@ TEST(IsisLspParsedContent, DeletionsHandBackTheMemberAndAbsentKeysGiveNull) {
     EXPECT_TRUE(parsed->prefix().empty());
     EXPECT_TRUE(parsed->parsedSrLg().empty());
     EXPECT_EQ(parsed->neighborDel(nbrKey(2, 0x0a000001)), nullptr);
-}
-
-TEST(IsisLspParsedContent, DeleteAllReleasesEveryMemberWithoutTouchingIt) {
-    auto parsed = isisLspParsedContentFactory();
-    std::vector<Poldo::Ptr<Neighbor>> nbrs;
-    std::vector<Poldo::Ptr<Prefix>> pfxs;
-    for (std::uint8_t i = 1; i <= 4; ++i) {
-        nbrs.push_back(parsed->neighborIs(nbrKey(i, 0x0a000000u + i)));
-        pfxs.push_back(parsed->prefixIs(pfxKey(0x0a000000u + (i << 8), 24)));
-        parsed->parsedSrLgIs(IpGenAddr(IpAddr(0x0a000000u + i)))->srlgValueIs(i);
-    }
-    IgpTest::RecordingObserver<> watchN(nbrs[0]->publisher());
-    IgpTest::RecordingObserver<> watchP(pfxs[0]->publisher());
-    const std::uint64_t srlgLive = NeighborSrlg::allocTracker().live();
-
-    parsed->neighborDelAll();
-    parsed->prefixDelAll();
-    parsed->parsedSrLgDelAll();
-
-    EXPECT_TRUE(parsed->neighbor().empty());
-    EXPECT_TRUE(parsed->prefix().empty());
-    EXPECT_TRUE(parsed->parsedSrLg().empty());
-    EXPECT_EQ(NeighborSrlg::allocTracker().live(), srlgLive - 4);
-    for (std::size_t i = 0; i < nbrs.size(); ++i) {
-        EXPECT_EQ(nbrs[i]->useCount(), 1u);
-        EXPECT_EQ(pfxs[i]->useCount(), 1u);
-    }
-    EXPECT_TRUE(watchN.empty());
-    EXPECT_TRUE(watchP.empty());
 }
 
 }  // namespace
