@@ -92,7 +92,9 @@ class IgpLsp final : public Kest::ObservedEntity<IgpLsp>, public Drimm::SlabAllo
 
     /// Merges the parsed neighbors into this entry. First, for every parsed
     /// neighbor, the SRLG records of its first local IPv4 and first local
-    /// IPv6 address are folded into it (setting its srlgValues flag); then a
+    /// IPv6 address are folded into it (setting its srlgValues flag); a family
+    /// without a local address is looked up under the empty address, so a
+    /// record stored there reaches every neighbor lacking one family; then a
     /// neighbor held under the same key takes over its attributes, or else the
     /// parsed neighbor itself becomes the member. Second, every member whose
     /// key the parsed content lacks is removed. A fatal error ends the process.
