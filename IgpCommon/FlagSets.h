@@ -19,7 +19,7 @@ namespace Routing::IgpCommon {
 
 /// The overload and attached bits of an LSP (ISO 10589 9.9: LSP header flags).
 class NodeFlags : public Kest::DenseBoolSet<NodeFlags, 2> {
-  public:
+public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::NodeFlags";
     static constexpr std::string_view kestFlagNames[] = {"overloadBit", "attachedBit"};
@@ -29,7 +29,7 @@ class NodeFlags : public Kest::DenseBoolSet<NodeFlags, 2> {
 
 /// The MPLS data planes of the SR capabilities sub-TLV (RFC 8667 3.1: I and V flags).
 class SrCapabilityFlags : public Kest::DenseBoolSet<SrCapabilityFlags, 2> {
-  public:
+public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::SrCapabilityFlags";
     static constexpr std::string_view kestFlagNames[] = {"mplsIpv4", "mplsIpv6"};
@@ -39,7 +39,7 @@ class SrCapabilityFlags : public Kest::DenseBoolSet<SrCapabilityFlags, 2> {
 
 /// The IS-IS up/down bit of a prefix (RFC 5305 4). Its text form is the bare boolean.
 class PrefixFlags : public Kest::DenseBoolSet<PrefixFlags, 1> {
-  public:
+public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::PrefixFlags";
     static constexpr std::string_view kestFlagNames[] = {"isisDown"};
@@ -52,7 +52,7 @@ namespace detail {
 /// flag; in the protocol's flags octet the first flag is the most significant
 /// bit, so the two run in opposite directions (see SidLabelBindingFlagsBitsMask).
 class SidLabelBindingFlags : public Kest::DenseBoolSet<SidLabelBindingFlags, 5> {
-  public:
+public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::SidLabelBinding::SidLabelBindingFlags";
     static constexpr std::string_view kestFlagNames[] = {"addressFamily", "mirrorContext", "flood", "leaked",
@@ -87,7 +87,7 @@ SidLabelBindingFlagsBitsMask sequenceToValue(Kest::CharRange& r, SidLabelBinding
 
 /// Which optional TE attributes a neighbor's LSP carried.
 class NeighborAttrsPresent : public Kest::DenseBoolSet<NeighborAttrsPresent, 7> {
-  public:
+public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::Neighbor::NeighborAttrsPresent";
     static constexpr std::string_view kestFlagNames[] = {"adminGroup",   "maxLinkBw",     "maxReserveLinkBw",

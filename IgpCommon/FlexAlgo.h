@@ -23,7 +23,7 @@ namespace Routing::IgpCommon {
 /// An extended admin-group constraint: 32-bit words in advertisement order.
 class IgpFlexAlgoEag final : public Kest::ObservedEntity<IgpFlexAlgoEag>,
                              public Drimm::SlabAllocated<IgpFlexAlgoEag> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId { value = 130 };
     };
@@ -49,7 +49,7 @@ class IgpFlexAlgoEag final : public Kest::ObservedEntity<IgpFlexAlgoEag>,
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IgpFlexAlgoEag() = default;
     std::vector<std::uint32_t> value_;
 };
@@ -57,7 +57,7 @@ class IgpFlexAlgoEag final : public Kest::ObservedEntity<IgpFlexAlgoEag>,
 /// An exclude-SRLG constraint: a set of SRLG values.
 class IgpFlexAlgoSrlg final : public Kest::ObservedEntity<IgpFlexAlgoSrlg>,
                               public Drimm::SlabAllocated<IgpFlexAlgoSrlg> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId { value = 130 };
     };
@@ -79,7 +79,7 @@ class IgpFlexAlgoSrlg final : public Kest::ObservedEntity<IgpFlexAlgoSrlg>,
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IgpFlexAlgoSrlg() = default;
     ValueSet value_;
 };
@@ -99,7 +99,7 @@ Poldo::Ptr<IgpFlexAlgoSrlg> kestReadText(Kest::CharRange& r, Poldo::Ptr<IgpFlexA
 /// look at their identity, not their contents (compare contents with the
 /// constraints' own `compare`).
 class IgpFlexAlgoDefinition {
-  public:
+public:
     /// Numbers 0 and four fresh, empty constraint objects (never shared
     /// between two default definitions).
     IgpFlexAlgoDefinition();
@@ -141,7 +141,8 @@ class IgpFlexAlgoDefinition {
         return isEq(a, b);
     }
     /// The four numbers, then the constraints' addresses, then the fragment.
-    friend std::strong_ordering operator<=>(const IgpFlexAlgoDefinition& a, const IgpFlexAlgoDefinition& b) noexcept;
+    friend std::strong_ordering operator<=>(const IgpFlexAlgoDefinition& a,
+                                            const IgpFlexAlgoDefinition& b) noexcept;
     std::uint32_t hash(std::uint32_t seed) const noexcept;
     /// Always true: a definition is never identical to a fresh default one,
     /// which owns constraint objects of its own.
@@ -151,16 +152,17 @@ class IgpFlexAlgoDefinition {
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::IgpFlexAlgoDefinition";
     static constexpr auto kestAttrs() {
         using D = IgpFlexAlgoDefinition;
-        return std::tuple{Kest::attr("flexAlgo", &D::flexAlgo_),       Kest::attr("metricType", &D::metricType_),
-                          Kest::attr("calcType", &D::calcType_),       Kest::attr("priority", &D::priority_),
-                          Kest::attr("excludeAny", &D::excludeAny_),   Kest::attr("includeAny", &D::includeAny_),
-                          Kest::attr("includeAll", &D::includeAll_),   Kest::attr("excludeSrlg", &D::excludeSrlg_),
-                          Kest::attr("lspFragmentId", &D::lspFragmentId_)};
+        return std::tuple{
+            Kest::attr("flexAlgo", &D::flexAlgo_),          Kest::attr("metricType", &D::metricType_),
+            Kest::attr("calcType", &D::calcType_),          Kest::attr("priority", &D::priority_),
+            Kest::attr("excludeAny", &D::excludeAny_),      Kest::attr("includeAny", &D::includeAny_),
+            Kest::attr("includeAll", &D::includeAll_),      Kest::attr("excludeSrlg", &D::excludeSrlg_),
+            Kest::attr("lspFragmentId", &D::lspFragmentId_)};
     }
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     struct Empty {};
     explicit IgpFlexAlgoDefinition(Empty) noexcept {}
 

@@ -18,7 +18,7 @@ namespace Routing::IgpCommon {
 /// A multi-topology identifier (RFC 5120); 0 is the standard topology. No
 /// range is enforced on the 16-bit value.
 class IgpMultiTopologyId {
-  public:
+public:
     static constexpr std::uint16_t defaultValue = 0;
 
     constexpr IgpMultiTopologyId() noexcept = default;
@@ -30,9 +30,12 @@ class IgpMultiTopologyId {
     constexpr void valueIs(std::uint16_t v) & noexcept { value_ = v; }
     constexpr explicit operator bool() const noexcept { return value_ != 0; }
 
-    static constexpr bool isEq(IgpMultiTopologyId a, IgpMultiTopologyId b) noexcept { return a.value_ == b.value_; }
+    static constexpr bool isEq(IgpMultiTopologyId a, IgpMultiTopologyId b) noexcept {
+        return a.value_ == b.value_;
+    }
     friend constexpr bool operator==(IgpMultiTopologyId, IgpMultiTopologyId) noexcept = default;
-    friend constexpr std::strong_ordering operator<=>(IgpMultiTopologyId, IgpMultiTopologyId) noexcept = default;
+    friend constexpr std::strong_ordering operator<=>(IgpMultiTopologyId,
+                                                      IgpMultiTopologyId) noexcept = default;
     /// The single-attribute hash of the value; keys hash it with seed 0.
     constexpr std::uint32_t hash(std::uint32_t seed = 0) const noexcept {
         return Kest::HashState(seed).mix16(value_).result();
@@ -44,14 +47,16 @@ class IgpMultiTopologyId {
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     std::uint16_t value_ = defaultValue;
 };
 
 // Defined after the class: they need kestAttrs() complete.
 inline IgpMultiTopologyId::IgpMultiTopologyId(Kest::CharRange& r)
     : IgpMultiTopologyId(Kest::readValue<IgpMultiTopologyId>(r)) {}
-inline std::ostream& operator<<(std::ostream& os, IgpMultiTopologyId id) { return Kest::writeValue(os, id); }
+inline std::ostream& operator<<(std::ostream& os, IgpMultiTopologyId id) {
+    return Kest::writeValue(os, id);
+}
 
 /// The IGP level a database holds.
 enum IgpLevel : std::uint32_t {

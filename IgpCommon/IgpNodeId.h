@@ -24,7 +24,7 @@ struct IgpNodeIdIndex : Kest::BoundedIndex<IgpNodeIdIndex, 0, 6> {
 /// all-zero identifier means "no node". A byte equal to 0 counts as absent:
 /// deleting a byte stores 0, and the hash mixes only the non-zero bytes.
 class IgpNodeId {
-  public:
+public:
     using Bytes = Kest::Array<std::uint8_t, IgpNodeIdIndex, 7>;
 
     IgpNodeId() noexcept = default;
@@ -54,7 +54,9 @@ class IgpNodeId {
     Poldo::String toStrep() const;
     explicit operator bool() const noexcept { return toU64() != 0; }
 
-    static bool isEq(const IgpNodeId& a, const IgpNodeId& b) noexcept { return &a == &b || a.bytes_ == b.bytes_; }
+    static bool isEq(const IgpNodeId& a, const IgpNodeId& b) noexcept {
+        return &a == &b || a.bytes_ == b.bytes_;
+    }
     friend bool operator==(const IgpNodeId& a, const IgpNodeId& b) noexcept { return isEq(a, b); }
     /// The bytes as an unsigned byte string, byte 0 first.
     friend std::strong_ordering operator<=>(const IgpNodeId& a, const IgpNodeId& b) noexcept;
@@ -66,7 +68,7 @@ class IgpNodeId {
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     Bytes bytes_;
 };
 

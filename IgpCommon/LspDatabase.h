@@ -46,7 +46,7 @@ class IsisLspParsedContent;
 
 /// What one node advertises in its LSP.
 class IgpLsp final : public Kest::ObservedEntity<IgpLsp>, public Drimm::SlabAllocated<IgpLsp> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId {
             nodeId = 130,
@@ -105,7 +105,7 @@ class IgpLsp final : public Kest::ObservedEntity<IgpLsp>, public Drimm::SlabAllo
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     explicit IgpLsp(const IgpNodeId& nodeId) noexcept : nodeId_(nodeId) {}
 
     const IgpNodeId nodeId_;
@@ -123,7 +123,7 @@ struct LspNodeIdOf {
 /// The database of one level: one entry per originating node.
 class IgpLspDatabase final : public Kest::ObservedEntity<IgpLspDatabase>,
                              public Drimm::SlabAllocated<IgpLspDatabase> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId { level = 130, lsp, dumpState };
     };
@@ -156,7 +156,7 @@ class IgpLspDatabase final : public Kest::ObservedEntity<IgpLspDatabase>,
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     explicit IgpLspDatabase(IgpLevel level) noexcept : level_(level) {}
 
     const IgpLevel level_;

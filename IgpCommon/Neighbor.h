@@ -32,7 +32,7 @@ struct AdminGroupIndex : Kest::BoundedIndex<AdminGroupIndex, 0, 63> {
 };
 
 class Neighbor final : public Kest::ObservedEntity<Neighbor>, public Drimm::HeapAllocated<Neighbor> {
-  public:
+public:
     using NeighborAttrsPresent = detail::NeighborAttrsPresent;
     struct Attr {
         enum : Kest::AttrId {
@@ -130,7 +130,7 @@ class Neighbor final : public Kest::ObservedEntity<Neighbor>, public Drimm::Heap
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     explicit Neighbor(const NeighborKey& key) : key_(key) {}
 
     const NeighborKey key_;

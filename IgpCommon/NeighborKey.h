@@ -19,7 +19,7 @@
 namespace Routing::IgpCommon {
 
 class NeighborKey {
-  public:
+public:
     // One address per family and side is the norm, so each set keeps one
     // member inline and a key allocates nothing until a link has more.
     using RemoteIpv4AddrSet = Kest::HashSet<Lumo::IpAddr, 0x62cbda91, 1>;
@@ -81,7 +81,9 @@ class NeighborKey {
     /// member), then the topology.
     friend std::strong_ordering operator<=>(const NeighborKey& a, const NeighborKey& b) noexcept;
     /// True when the key differs from a default key.
-    explicit operator bool() const noexcept { return static_cast<bool>(nodeId_) || static_cast<bool>(mtId_) || !addressesEmpty(); }
+    explicit operator bool() const noexcept {
+        return static_cast<bool>(nodeId_) || static_cast<bool>(mtId_) || !addressesEmpty();
+    }
 
     /// "1921.6800.1001;lv410.0.0.1;rv410.0.0.2;mtId 2": the first address of
     /// each non-empty set only; for logs and dumps, not for parsing.
@@ -95,12 +97,13 @@ class NeighborKey {
                           Kest::attr("remoteIpv4Addr", &NeighborKey::remoteIpv4Addr_),
                           Kest::attr("remoteIpv6Addr", &NeighborKey::remoteIpv6Addr_),
                           Kest::attr("localIpv4Addr", &NeighborKey::localIpv4Addr_),
-                          Kest::attr("localIpv6Addr", &NeighborKey::localIpv6Addr_), Kest::attr("mtId", &NeighborKey::mtId_)};
+                          Kest::attr("localIpv6Addr", &NeighborKey::localIpv6Addr_),
+                          Kest::attr("mtId", &NeighborKey::mtId_)};
     }
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     IgpNodeId nodeId_;
     RemoteIpv4AddrSet remoteIpv4Addr_;
     RemoteIpv6AddrSet remoteIpv6Addr_;

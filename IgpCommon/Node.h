@@ -22,7 +22,7 @@
 namespace Routing::IgpCommon {
 
 class Node final : public Kest::ObservedEntity<Node>, public Drimm::SlabAllocated<Node> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId {
             nodeId = 130,
@@ -54,10 +54,14 @@ class Node final : public Kest::ObservedEntity<Node>, public Drimm::SlabAllocate
 
     // The collections; the setters compare pointer identity only.
     const Poldo::Ptr<IsisAreaIdCol>& isisAreaIdCol() const noexcept { return isisAreaIdCol_; }
-    void isisAreaIdColIs(const Poldo::Ptr<IsisAreaIdCol>& v) { writeAttr(Attr::isisAreaIdCol, isisAreaIdCol_, v); }
+    void isisAreaIdColIs(const Poldo::Ptr<IsisAreaIdCol>& v) {
+        writeAttr(Attr::isisAreaIdCol, isisAreaIdCol_, v);
+    }
     /// The SR capabilities and global block (SRGB).
     const Poldo::Ptr<SrCapabilities>& srCapabilities() const noexcept { return srCapabilities_; }
-    void srCapabilitiesIs(const Poldo::Ptr<SrCapabilities>& v) { writeAttr(Attr::srCapabilities, srCapabilities_, v); }
+    void srCapabilitiesIs(const Poldo::Ptr<SrCapabilities>& v) {
+        writeAttr(Attr::srCapabilities, srCapabilities_, v);
+    }
     /// The SR local block.
     const Poldo::Ptr<SrCapabilities>& srlb() const noexcept { return srlb_; }
     void srlbIs(const Poldo::Ptr<SrCapabilities>& v) { writeAttr(Attr::srlb, srlb_, v); }
@@ -82,7 +86,7 @@ class Node final : public Kest::ObservedEntity<Node>, public Drimm::SlabAllocate
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     explicit Node(const IgpNodeId& nodeId) noexcept : nodeId_(nodeId) {}
 
     const IgpNodeId nodeId_;

@@ -33,9 +33,10 @@ struct AreaIdIndex : Kest::BoundedIndex<AreaIdIndex, 0, 2> {
 
 /// One maximum SID depth (RFC 8491): its type and value.
 class IgpMsd {
-  public:
+public:
     constexpr IgpMsd() noexcept = default;
-    constexpr IgpMsd(std::uint8_t msdType, std::uint8_t msdValue) noexcept : msdType_(msdType), msdValue_(msdValue) {}
+    constexpr IgpMsd(std::uint8_t msdType, std::uint8_t msdValue) noexcept
+        : msdType_(msdType), msdValue_(msdValue) {}
     explicit IgpMsd(Kest::CharRange& r);
 
     constexpr std::uint8_t msdType() const noexcept { return msdType_; }
@@ -53,12 +54,13 @@ class IgpMsd {
 
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::IgpMsd";
     static constexpr auto kestAttrs() {
-        return std::tuple{Kest::attr("msdType", &IgpMsd::msdType_), Kest::attr("msdValue", &IgpMsd::msdValue_)};
+        return std::tuple{Kest::attr("msdType", &IgpMsd::msdType_),
+                          Kest::attr("msdValue", &IgpMsd::msdValue_)};
     }
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     std::uint8_t msdType_ = 0;
     std::uint8_t msdValue_ = 0;
 };
@@ -66,7 +68,7 @@ class IgpMsd {
 /// Flexible-algorithm definitions by algorithm number, ascending.
 class IgpFlexAlgoDefinitionCol final : public Kest::ObservedEntity<IgpFlexAlgoDefinitionCol>,
                                        public Drimm::SlabAllocated<IgpFlexAlgoDefinitionCol> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId { fad = 130 };
     };
@@ -95,7 +97,7 @@ class IgpFlexAlgoDefinitionCol final : public Kest::ObservedEntity<IgpFlexAlgoDe
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IgpFlexAlgoDefinitionCol() = default;
     FadMap fad_;
 };
@@ -104,7 +106,7 @@ class IgpFlexAlgoDefinitionCol final : public Kest::ObservedEntity<IgpFlexAlgoDe
 /// position ever written and is never lowered: a collection whose last MSD
 /// was deleted still spans that position.
 class IgpMsdCol final : public Kest::ObservedEntity<IgpMsdCol>, public Drimm::SlabAllocated<IgpMsdCol> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId { msd = 130 };
     };
@@ -128,7 +130,7 @@ class IgpMsdCol final : public Kest::ObservedEntity<IgpMsdCol>, public Drimm::Sl
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IgpMsdCol() = default;
     Kest::DynArray<IgpMsd> msd_;
     std::uint32_t lowerBound_ = 0;
@@ -138,7 +140,7 @@ class IgpMsdCol final : public Kest::ObservedEntity<IgpMsdCol>, public Drimm::Sl
 /// The topologies a node takes part in.
 class IgpMultiTopologyIdCol final : public Kest::ObservedEntity<IgpMultiTopologyIdCol>,
                                     public Drimm::SlabAllocated<IgpMultiTopologyIdCol> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId { mtIdValue = 130 };
     };
@@ -160,7 +162,7 @@ class IgpMultiTopologyIdCol final : public Kest::ObservedEntity<IgpMultiTopology
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IgpMultiTopologyIdCol() = default;
     MtIdSet mtIdValue_;
 };
@@ -172,7 +174,7 @@ struct AreaIdTextLess {
 
 /// The area addresses of a node, in text order, each with a flag. Publishes nothing.
 class IsisAreaIdCol final : public Poldo::RefCounted, public Drimm::SlabAllocated<IsisAreaIdCol> {
-  public:
+public:
     using AreaIdMap = Kest::RbTreeMap<Isis::AreaId, bool, AreaIdTextLess>;
     using KestAreaId = AreaIdMap::value_type;
 
@@ -193,15 +195,16 @@ class IsisAreaIdCol final : public Poldo::RefCounted, public Drimm::SlabAllocate
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IsisAreaIdCol() = default;
     AreaIdMap areaId_;
 };
 
 /// A prefix's metric per flexible algorithm, by algorithm number ascending.
 /// Publishes nothing.
-class IgpFlexAlgoPrefixMetric final : public Poldo::RefCounted, public Drimm::SlabAllocated<IgpFlexAlgoPrefixMetric> {
-  public:
+class IgpFlexAlgoPrefixMetric final : public Poldo::RefCounted,
+                                      public Drimm::SlabAllocated<IgpFlexAlgoPrefixMetric> {
+public:
     using MetricMap = Kest::RbTreeMap<std::uint8_t, std::uint32_t>;
     using KestMetric = MetricMap::value_type;
 
@@ -220,7 +223,7 @@ class IgpFlexAlgoPrefixMetric final : public Poldo::RefCounted, public Drimm::Sl
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IgpFlexAlgoPrefixMetric() = default;
     MetricMap metric_;
 };

@@ -27,7 +27,7 @@ class IsisLspParsedContent;
 /// The SRLGs (RFC 5307 1.4, RFC 6119 4.3) of the link with one local address.
 /// Created only through IsisLspParsedContent::parsedSrLgIs.
 class NeighborSrlg final : public Poldo::RefCounted, public Drimm::SlabAllocated<NeighborSrlg> {
-  public:
+public:
     using SrlgValueSet = Kest::HashSet<std::uint32_t, 0x04324977, 2>;
 
     const Lumo::IpGenAddr& localAddr() const noexcept { return localAddr_; }
@@ -41,7 +41,7 @@ class NeighborSrlg final : public Poldo::RefCounted, public Drimm::SlabAllocated
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     friend class IsisLspParsedContent;
     explicit NeighborSrlg(const Lumo::IpGenAddr& localAddr) noexcept : localAddr_(localAddr) {}
 
@@ -57,12 +57,15 @@ struct PrefixKeyOf {
     const PrefixKey& operator()(const Poldo::Ptr<Prefix>& p) const noexcept { return p->prefixKey(); }
 };
 struct LocalAddrOf {
-    const Lumo::IpGenAddr& operator()(const Poldo::Ptr<NeighborSrlg>& s) const noexcept { return s->localAddr(); }
+    const Lumo::IpGenAddr& operator()(const Poldo::Ptr<NeighborSrlg>& s) const noexcept {
+        return s->localAddr();
+    }
 };
 }  // namespace detail
 
-class IsisLspParsedContent final : public Poldo::RefCounted, public Drimm::HeapAllocated<IsisLspParsedContent> {
-  public:
+class IsisLspParsedContent final : public Poldo::RefCounted,
+                                   public Drimm::HeapAllocated<IsisLspParsedContent> {
+public:
     struct Attr {
         enum : Kest::AttrId {
             node = 130,
@@ -77,8 +80,10 @@ class IsisLspParsedContent final : public Poldo::RefCounted, public Drimm::HeapA
         };
     };
     // Each member carries its key; a member's key never changes.
-    using NeighborMap = Kest::HashMap2018<Poldo::Ptr<Neighbor>, NeighborKey, detail::NeighborKeyOf, 0x17A25829>;
-    using SrlgMap = Kest::HashMap2018<Poldo::Ptr<NeighborSrlg>, Lumo::IpGenAddr, detail::LocalAddrOf, 0xDA4A436F>;
+    using NeighborMap =
+        Kest::HashMap2018<Poldo::Ptr<Neighbor>, NeighborKey, detail::NeighborKeyOf, 0x17A25829>;
+    using SrlgMap =
+        Kest::HashMap2018<Poldo::Ptr<NeighborSrlg>, Lumo::IpGenAddr, detail::LocalAddrOf, 0xDA4A436F>;
     using PrefixMap = Kest::HashMap2018<Poldo::Ptr<Prefix>, PrefixKey, detail::PrefixKeyOf, 0x9FAF01C0>;
 
     static Poldo::Ptr<IsisLspParsedContent> IsisLspParsedContentIs();
@@ -124,7 +129,7 @@ class IsisLspParsedContent final : public Poldo::RefCounted, public Drimm::HeapA
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     IsisLspParsedContent() = default;
 
     Poldo::Ptr<Node> node_;

@@ -23,7 +23,7 @@
 namespace Routing::IgpCommon {
 
 class Prefix final : public Kest::ObservedEntity<Prefix>, public Drimm::SlabAllocated<Prefix> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId {
             prefixKey = 130,
@@ -50,7 +50,9 @@ class Prefix final : public Kest::ObservedEntity<Prefix>, public Drimm::SlabAllo
     void prefixSidIs(const PrefixSid& v) { writeAttr(Attr::prefixSid, prefixSid_, v); }
     /// Never null while the prefix is used: merges and the dump rely on it.
     const Poldo::Ptr<IgpFlexAlgoPrefixMetric>& prefixMetric() const noexcept { return prefixMetric_; }
-    void prefixMetricIs(const Poldo::Ptr<IgpFlexAlgoPrefixMetric>& v) { writeAttr(Attr::prefixMetric, prefixMetric_, v); }
+    void prefixMetricIs(const Poldo::Ptr<IgpFlexAlgoPrefixMetric>& v) {
+        writeAttr(Attr::prefixMetric, prefixMetric_, v);
+    }
     bool hasValidReachability() const noexcept { return hasValidReachability_; }
     void hasValidReachabilityIs(bool v) { writeAttr(Attr::hasValidReachability, hasValidReachability_, v); }
     const Poldo::Ptr<SidLabelBinding>& sidLabelBinding() const noexcept { return sidLabelBinding_; }
@@ -74,7 +76,7 @@ class Prefix final : public Kest::ObservedEntity<Prefix>, public Drimm::SlabAllo
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     explicit Prefix(const PrefixKey& key);
 
     const PrefixKey prefixKey_;

@@ -14,9 +14,10 @@
 namespace Routing::IgpCommon {
 
 class PrefixKey {
-  public:
+public:
     PrefixKey() noexcept = default;
-    PrefixKey(const Lumo::IpGenPrefix& prefix, IgpMultiTopologyId mtId) noexcept : prefix_(prefix), mtId_(mtId) {}
+    PrefixKey(const Lumo::IpGenPrefix& prefix, IgpMultiTopologyId mtId) noexcept
+        : prefix_(prefix), mtId_(mtId) {}
     /// Reads the generic text form; a range error in an attribute names it ("prefix", "mtId").
     explicit PrefixKey(Kest::CharRange& r);
 
@@ -53,7 +54,7 @@ class PrefixKey {
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     Lumo::IpGenPrefix prefix_;
     IgpMultiTopologyId mtId_;
 };

@@ -17,7 +17,7 @@ namespace Routing::IgpCommon {
 
 class SidLabelBinding final : public Kest::ObservedEntity<SidLabelBinding>,
                               public Drimm::SlabAllocated<SidLabelBinding> {
-  public:
+public:
     using SidLabelBindingFlags = detail::SidLabelBindingFlags;
     using SidLabelBindingFlagsBitsMask = detail::SidLabelBindingFlagsBitsMask;
     using enum detail::SidLabelBindingFlagsBitsMask;
@@ -55,7 +55,7 @@ class SidLabelBinding final : public Kest::ObservedEntity<SidLabelBinding>,
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     SidLabelBinding() = default;
 
     SidLabelBindingFlags flags_;

@@ -20,7 +20,7 @@
 namespace Routing::IgpCommon {
 
 class SrSid {
-  public:
+public:
     SrSid() noexcept = default;
     SrSid(std::uint8_t flags, std::uint32_t value) noexcept : flags_(flags), value_(value) {}
     explicit SrSid(Kest::CharRange& r);
@@ -54,14 +54,14 @@ class SrSid {
     static const Kest::TypeData& typeData() noexcept;
     virtual const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  protected:
+protected:
     std::uint8_t flags_ = 0;
     std::uint32_t value_ = 0;
 };
 
 /// A point-to-point adjacency SID (RFC 8667 2.2.1).
 class AdjacencySid : public SrSid {
-  public:
+public:
     /// Value flag and local flag of the adjacency SID flags: both set means a label.
     static constexpr std::uint8_t labelFlagsMask = 0x30;
 
@@ -86,21 +86,23 @@ class AdjacencySid : public SrSid {
 
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::AdjacencySid";
     static constexpr auto kestAttrs() {
-        return std::tuple{Kest::attr("flags", &AdjacencySid::flags_), Kest::attr("value", &AdjacencySid::value_),
+        return std::tuple{Kest::attr("flags", &AdjacencySid::flags_),
+                          Kest::attr("value", &AdjacencySid::value_),
                           Kest::attr("weight", &AdjacencySid::weight_)};
     }
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept override { return typeData(); }
 
-  protected:
+protected:
     std::uint8_t weight_ = 0;
 };
 
 /// An adjacency SID on a LAN, naming the neighbor's system (RFC 8667 2.2.2).
 class LanAdjacencySid : public AdjacencySid {
-  public:
+public:
     LanAdjacencySid() noexcept = default;
-    LanAdjacencySid(std::uint8_t flags, std::uint32_t value, std::uint8_t weight, const Isis::SystemId& systemId) noexcept
+    LanAdjacencySid(std::uint8_t flags, std::uint32_t value, std::uint8_t weight,
+                    const Isis::SystemId& systemId) noexcept
         : AdjacencySid(flags, value, weight), systemId_(systemId) {}
     explicit LanAdjacencySid(Kest::CharRange& r);
 
@@ -113,7 +115,8 @@ class LanAdjacencySid : public AdjacencySid {
     friend bool operator==(const LanAdjacencySid& a, const LanAdjacencySid& b) noexcept { return isEq(a, b); }
     /// The adjacency SID order, then the system identifier as a big-endian number.
     friend std::strong_ordering operator<=>(const LanAdjacencySid& a, const LanAdjacencySid& b) noexcept {
-        if (const auto c = static_cast<const AdjacencySid&>(a) <=> static_cast<const AdjacencySid&>(b); c != 0) {
+        if (const auto c = static_cast<const AdjacencySid&>(a) <=> static_cast<const AdjacencySid&>(b);
+            c != 0) {
             return c;
         }
         return a.systemId_ <=> b.systemId_;
@@ -123,20 +126,21 @@ class LanAdjacencySid : public AdjacencySid {
 
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::LanAdjacencySid";
     static constexpr auto kestAttrs() {
-        return std::tuple{Kest::attr("flags", &LanAdjacencySid::flags_), Kest::attr("value", &LanAdjacencySid::value_),
+        return std::tuple{Kest::attr("flags", &LanAdjacencySid::flags_),
+                          Kest::attr("value", &LanAdjacencySid::value_),
                           Kest::attr("weight", &LanAdjacencySid::weight_),
                           Kest::attr("systemId", &LanAdjacencySid::systemId_)};
     }
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept override { return typeData(); }
 
-  private:
+private:
     Isis::SystemId systemId_;
 };
 
 /// The prefix SID of one algorithm (RFC 8667 2.1).
 class PrefixSid : public SrSid {
-  public:
+public:
     /// Value flag and local flag of the prefix SID flags: both set means a label.
     static constexpr std::uint8_t labelFlagsMask = 0x0c;
 
@@ -168,12 +172,13 @@ class PrefixSid : public SrSid {
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::PrefixSid";
     static constexpr auto kestAttrs() {
         return std::tuple{Kest::attr("flags", &PrefixSid::flags_), Kest::attr("value", &PrefixSid::value_),
-                          Kest::attr("algorithm", &PrefixSid::algorithm_), Kest::attr("isValid", &PrefixSid::isValid_)};
+                          Kest::attr("algorithm", &PrefixSid::algorithm_),
+                          Kest::attr("isValid", &PrefixSid::isValid_)};
     }
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept override { return typeData(); }
 
-  private:
+private:
     std::uint8_t algorithm_ = 0;
     bool isValid_ = false;
 };
@@ -181,9 +186,10 @@ class PrefixSid : public SrSid {
 /// The base label or index of a SID/label binding (RFC 8667 2.3): any flag
 /// set means an MPLS label, none an index.
 class LabelSid : public SrSid {
-  public:
+public:
     LabelSid() noexcept = default;
-    LabelSid(std::uint8_t flags, std::uint32_t value, bool isValid) noexcept : SrSid(flags, value), isValid_(isValid) {}
+    LabelSid(std::uint8_t flags, std::uint32_t value, bool isValid) noexcept
+        : SrSid(flags, value), isValid_(isValid) {}
     explicit LabelSid(Kest::CharRange& r);
 
     bool isValid() const noexcept { return isValid_; }
@@ -212,7 +218,7 @@ class LabelSid : public SrSid {
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept override { return typeData(); }
 
-  private:
+private:
     bool isValid_ = false;
 };
 

@@ -30,11 +30,12 @@ struct SrSidRangeIndex : Kest::BoundedIndex<SrSidRangeIndex, 0, 7> {
 /// one past the largest 20-bit label, means "no label"; a range is default
 /// (absent) only when both fields are at their defaults.
 class SrSidRange {
-  public:
+public:
     static constexpr std::uint32_t noStartingSid = 1048576;
 
     SrSidRange() = default;
-    SrSidRange(std::uint32_t range, Lumo::MplsLabel startingSid) noexcept : range_(range), startingSid_(startingSid) {}
+    SrSidRange(std::uint32_t range, Lumo::MplsLabel startingSid) noexcept
+        : range_(range), startingSid_(startingSid) {}
     /// Reads the generic form; a bad label names the attribute "startingSid".
     explicit SrSidRange(Kest::CharRange& r);
 
@@ -55,19 +56,20 @@ class SrSidRange {
 
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::SrSidRange";
     static constexpr auto kestAttrs() {
-        return std::tuple{Kest::attr("range", &SrSidRange::range_), Kest::attr("startingSid", &SrSidRange::startingSid_)};
+        return std::tuple{Kest::attr("range", &SrSidRange::range_),
+                          Kest::attr("startingSid", &SrSidRange::startingSid_)};
     }
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     std::uint32_t range_ = 0;
     Lumo::MplsLabel startingSid_{noStartingSid};
 };
 
 class SrCapabilities final : public Kest::ObservedEntity<SrCapabilities>,
                              public Drimm::SlabAllocated<SrCapabilities> {
-  public:
+public:
     struct Attr {
         enum : Kest::AttrId { srCapFlag = 130, numRanges = 131, sidLabelRange = 132 };
     };
@@ -91,7 +93,9 @@ class SrCapabilities final : public Kest::ObservedEntity<SrCapabilities>,
     void sidLabelRangeIs(SrSidRangeIndex i, const SrSidRange& r);
     /// Resets range `i` to the default and returns it as it was.
     SrSidRange sidLabelRangeDel(SrSidRangeIndex i);
-    SrSidRange sidLabelRangeDel(const SidLabelRangeArray::iterator& it) { return sidLabelRangeDel(it.index()); }
+    SrSidRange sidLabelRangeDel(const SidLabelRangeArray::iterator& it) {
+        return sidLabelRangeDel(it.index());
+    }
     void sidLabelRangeDelAll();
 
     /// True when the two hold the same flags, the same count and equal ranges
@@ -103,7 +107,7 @@ class SrCapabilities final : public Kest::ObservedEntity<SrCapabilities>,
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
-  private:
+private:
     SrCapabilities() = default;
 
     SrCapabilityFlags srCapFlag_;

@@ -24,8 +24,12 @@ IgpNodeId router(std::uint8_t n, std::uint8_t pseudonode = 0) {
     return IgpNodeId::fromBytes(bytes);
 }
 
-Lumo::IpAddr v4(const char* text) { return Kest::strepToValue(text, static_cast<Lumo::IpAddr*>(nullptr)); }
-Lumo::Ip6Addr v6(const char* text) { return Kest::strepToValue(text, static_cast<Lumo::Ip6Addr*>(nullptr)); }
+Lumo::IpAddr v4(const char* text) {
+    return Kest::strepToValue(text, static_cast<Lumo::IpAddr*>(nullptr));
+}
+Lumo::Ip6Addr v6(const char* text) {
+    return Kest::strepToValue(text, static_cast<Lumo::Ip6Addr*>(nullptr));
+}
 Lumo::IpGenPrefix prefix(const char* text) {
     return Kest::strepToValue(text, static_cast<Lumo::IpGenPrefix*>(nullptr));
 }
@@ -38,11 +42,12 @@ Routing::Isis::AreaId area(const char* text) {
 // Prints every change of every object it watches, and starts watching the
 // neighbors, prefixes and nodes that appear, so one observer sees everything.
 class ChangeLog final : public Poldo::Observer {
-  public:
+public:
     void watch(const IgpLspDatabase& db) { db.publisher().observerIs(*this); }
 
     void onChange(const Poldo::Notification& n) override {
-        std::cout << "  " << n.entityType().name.substr(n.entityType().name.rfind(':') + 1) << '.' << n.attrName();
+        std::cout << "  " << n.entityType().name.substr(n.entityType().name.rfind(':') + 1) << '.'
+                  << n.attrName();
         if (const auto* entry = n.entity<IgpLsp>()) {
             std::cout << " of " << entry->nodeId().toStrep();
         } else if (const auto* nbr = n.entity<Neighbor>()) {
@@ -58,7 +63,7 @@ class ChangeLog final : public Poldo::Observer {
         follow(n);
     }
 
-  private:
+private:
     static void describeKey(const Poldo::Notification& n) {
         if (const auto* k = n.key<IgpNodeId>()) {
             std::cout << " [" << k->toStrep() << ']';
@@ -222,8 +227,10 @@ Poldo::Ptr<IsisLspParsedContent> pseudonodeLsp() {
 Poldo::Ptr<IsisLspParsedContent> level1Lsp(std::uint8_t n, const char* name, const char* routerId) {
     auto lsp = isisLspParsedContentFactory();
     lsp->nodeIs(routerNode(n, name, "49.0001", routerId));
-    addLink(*lsp, {router(n == 2 ? 3 : 2), n == 2 ? "10.23.0.2" : "10.23.0.3", n == 2 ? "10.23.0.3" : "10.23.0.2", 10},
-            24000 + n, 2000 + n);
+    addLink(
+        *lsp,
+        {router(n == 2 ? 3 : 2), n == 2 ? "10.23.0.2" : "10.23.0.3", n == 2 ? "10.23.0.3" : "10.23.0.2", 10},
+        24000 + n, 2000 + n);
     addPrefix(*lsp, routerId == std::string("10.0.0.2") ? "10.0.0.2/32" : "10.0.0.3/32", 0, n);
     return lsp;
 }

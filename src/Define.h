@@ -6,21 +6,21 @@
 #include "IgpCommon/platform/Drimm.h"
 
 /// Defines `Type::typeData()`: the type's name, kind and attributes in declaration order.
-#define IGP_DEFINE_TYPE_DATA(Type, typeName, kind, ...)                             \
-    const ::Kest::TypeData& Type::typeData() noexcept {                             \
-        static constexpr ::Kest::AttrData attrs[] = {__VA_ARGS__};                  \
+#define IGP_DEFINE_TYPE_DATA(Type, typeName, kind, ...)                               \
+    const ::Kest::TypeData& Type::typeData() noexcept {                               \
+        static constexpr ::Kest::AttrData attrs[] = {__VA_ARGS__};                    \
         static constexpr ::Kest::TypeData t{typeName, ::Kest::TypeKind::kind, attrs}; \
-        return t;                                                                   \
+        return t;                                                                     \
     }
 
 /// Defines `Type::allocTracker()`: the type's allocation tracker, registered on first use.
-#define IGP_DEFINE_ALLOC_TRACKER(Type, typeName)   \
-    ::Drimm::AllocTracker& Type::allocTracker() {  \
-        static ::Drimm::AllocTracker t(typeName);  \
-        return t;                                  \
+#define IGP_DEFINE_ALLOC_TRACKER(Type, typeName)  \
+    ::Drimm::AllocTracker& Type::allocTracker() { \
+        static ::Drimm::AllocTracker t(typeName); \
+        return t;                                 \
     }
 
 /// Both, for an entity named Routing::IgpCommon::<Type>.
-#define IGP_DEFINE_ENTITY(Type, ...)                                                    \
-    IGP_DEFINE_TYPE_DATA(Type, "Routing::IgpCommon::" #Type, entity, __VA_ARGS__)       \
+#define IGP_DEFINE_ENTITY(Type, ...)                                              \
+    IGP_DEFINE_TYPE_DATA(Type, "Routing::IgpCommon::" #Type, entity, __VA_ARGS__) \
     IGP_DEFINE_ALLOC_TRACKER(Type, "Routing::IgpCommon::" #Type)

@@ -56,7 +56,9 @@ std::vector<std::uint32_t> sortedValues(const IgpFlexAlgoSrlg::ValueSet& set) {
 Poldo::Ptr<IgpFlexAlgoEag> IgpFlexAlgoEag::IgpFlexAlgoEagIs() {
     return Poldo::Ptr<IgpFlexAlgoEag>(new IgpFlexAlgoEag(), Poldo::adopt);
 }
-Poldo::Ptr<IgpFlexAlgoEag> igpFlexAlgoEagFactory() { return IgpFlexAlgoEag::IgpFlexAlgoEagIs(); }
+Poldo::Ptr<IgpFlexAlgoEag> igpFlexAlgoEagFactory() {
+    return IgpFlexAlgoEag::IgpFlexAlgoEagIs();
+}
 
 std::uint32_t IgpFlexAlgoEag::value(std::uint32_t index) const {
     if (index >= value_.size()) {
@@ -116,13 +118,21 @@ IGP_DEFINE_ENTITY(IgpFlexAlgoEag, {"value", Attr::value, AttrKind::list})
 Poldo::Ptr<IgpFlexAlgoSrlg> IgpFlexAlgoSrlg::IgpFlexAlgoSrlgIs() {
     return Poldo::Ptr<IgpFlexAlgoSrlg>(new IgpFlexAlgoSrlg(), Poldo::adopt);
 }
-Poldo::Ptr<IgpFlexAlgoSrlg> igpFlexAlgoSrlgFactory() { return IgpFlexAlgoSrlg::IgpFlexAlgoSrlgIs(); }
+Poldo::Ptr<IgpFlexAlgoSrlg> igpFlexAlgoSrlgFactory() {
+    return IgpFlexAlgoSrlg::IgpFlexAlgoSrlgIs();
+}
 
-void IgpFlexAlgoSrlg::valueIs(std::uint32_t srlg) { memberInsert(Attr::value, value_, srlg); }
+void IgpFlexAlgoSrlg::valueIs(std::uint32_t srlg) {
+    memberInsert(Attr::value, value_, srlg);
+}
 
-void IgpFlexAlgoSrlg::valueDel(std::uint32_t srlg) { memberErase(Attr::value, value_, srlg); }
+void IgpFlexAlgoSrlg::valueDel(std::uint32_t srlg) {
+    memberErase(Attr::value, value_, srlg);
+}
 
-void IgpFlexAlgoSrlg::valueDelAll() { membersClear(Attr::value, value_); }
+void IgpFlexAlgoSrlg::valueDelAll() {
+    membersClear(Attr::value, value_);
+}
 
 bool IgpFlexAlgoSrlg::compare(const IgpFlexAlgoSrlg* other) const noexcept {
     if (other == nullptr || value_.size() != other->value_.size()) {
@@ -210,8 +220,7 @@ void IgpFlexAlgoDefinition::combineSubTlvs(const IgpFlexAlgoDefinition& other) c
         }
         mine.valuePopAll();
         // `theirs` may be `mine` itself, now empty: then nothing is appended.
-        const std::vector<std::uint32_t> words = theirs.values();
-        for (std::uint32_t w : words) {
+        for (std::uint32_t w : theirs.values()) {
             mine.valuePush(w);
         }
     };
@@ -225,10 +234,11 @@ void IgpFlexAlgoDefinition::combineSubTlvs(const IgpFlexAlgoDefinition& other) c
 }
 
 bool IgpFlexAlgoDefinition::isEq(const IgpFlexAlgoDefinition& a, const IgpFlexAlgoDefinition& b) noexcept {
-    return &a == &b || (a.flexAlgo_ == b.flexAlgo_ && a.metricType_ == b.metricType_ && a.calcType_ == b.calcType_ &&
-                        a.priority_ == b.priority_ && a.excludeAny_ == b.excludeAny_ &&
-                        a.includeAny_ == b.includeAny_ && a.includeAll_ == b.includeAll_ &&
-                        a.excludeSrlg_ == b.excludeSrlg_ && a.lspFragmentId_ == b.lspFragmentId_);
+    return &a == &b ||
+           (a.flexAlgo_ == b.flexAlgo_ && a.metricType_ == b.metricType_ && a.calcType_ == b.calcType_ &&
+            a.priority_ == b.priority_ && a.excludeAny_ == b.excludeAny_ && a.includeAny_ == b.includeAny_ &&
+            a.includeAll_ == b.includeAll_ && a.excludeSrlg_ == b.excludeSrlg_ &&
+            a.lspFragmentId_ == b.lspFragmentId_);
 }
 
 std::strong_ordering operator<=>(const IgpFlexAlgoDefinition& a, const IgpFlexAlgoDefinition& b) noexcept {
@@ -236,10 +246,10 @@ std::strong_ordering operator<=>(const IgpFlexAlgoDefinition& a, const IgpFlexAl
         return std::strong_ordering::equal;
     }
     const auto addr = [](const auto& p) { return reinterpret_cast<std::uintptr_t>(p.get()); };
-    return std::tuple(a.flexAlgo_, a.metricType_, a.calcType_, a.priority_, addr(a.excludeAny_), addr(a.includeAny_),
-                      addr(a.includeAll_), addr(a.excludeSrlg_), a.lspFragmentId_) <=>
-           std::tuple(b.flexAlgo_, b.metricType_, b.calcType_, b.priority_, addr(b.excludeAny_), addr(b.includeAny_),
-                      addr(b.includeAll_), addr(b.excludeSrlg_), b.lspFragmentId_);
+    return std::tuple(a.flexAlgo_, a.metricType_, a.calcType_, a.priority_, addr(a.excludeAny_),
+                      addr(a.includeAny_), addr(a.includeAll_), addr(a.excludeSrlg_), a.lspFragmentId_) <=>
+           std::tuple(b.flexAlgo_, b.metricType_, b.calcType_, b.priority_, addr(b.excludeAny_),
+                      addr(b.includeAny_), addr(b.includeAll_), addr(b.excludeSrlg_), b.lspFragmentId_);
 }
 
 std::uint32_t IgpFlexAlgoDefinition::hash(std::uint32_t seed) const noexcept {
@@ -256,8 +266,15 @@ std::uint32_t IgpFlexAlgoDefinition::hash(std::uint32_t seed) const noexcept {
         .result();
 }
 
-std::ostream& operator<<(std::ostream& os, const IgpFlexAlgoDefinition& d) { return Kest::writeValue(os, d); }
+std::ostream& operator<<(std::ostream& os, const IgpFlexAlgoDefinition& d) {
+    return Kest::writeValue(os, d);
+}
 
-IGP_DEFINE_TYPE_DATA(IgpFlexAlgoDefinition, IgpFlexAlgoDefinition::kestTypeName, value, {"flexAlgo", 2, AttrKind::scalar},       {"metricType", 3, AttrKind::scalar}, {"calcType", 4, AttrKind::scalar},       {"priority", 5, AttrKind::scalar}, {"excludeAny", 6, AttrKind::pointer},    {"includeAny", 7, AttrKind::pointer}, {"includeAll", 8, AttrKind::pointer},    {"excludeSrlg", 9, AttrKind::pointer}, {"lspFragmentId", 10, AttrKind::scalar})
+IGP_DEFINE_TYPE_DATA(IgpFlexAlgoDefinition, IgpFlexAlgoDefinition::kestTypeName, value,
+                     {"flexAlgo", 2, AttrKind::scalar}, {"metricType", 3, AttrKind::scalar},
+                     {"calcType", 4, AttrKind::scalar}, {"priority", 5, AttrKind::scalar},
+                     {"excludeAny", 6, AttrKind::pointer}, {"includeAny", 7, AttrKind::pointer},
+                     {"includeAll", 8, AttrKind::pointer}, {"excludeSrlg", 9, AttrKind::pointer},
+                     {"lspFragmentId", 10, AttrKind::scalar})
 
 }  // namespace Routing::IgpCommon

@@ -30,16 +30,36 @@ const Kest::EnumTable& igpProtoTable() noexcept {
     return t;
 }
 
-IgpLevel IgpLevelInstance(unsigned value) { return Kest::enumInstance<IgpLevel>(igpLevelTable(), value); }
-IgpLevel IgpLevelInstance(const Poldo::String& name) { return Kest::enumInstance<IgpLevel>(igpLevelTable(), name); }
-Poldo::String stringValue(IgpLevel v) { return igpLevelTable().nameOf(v); }
-std::ostream& operator<<(std::ostream& os, IgpLevel v) { return os << stringValue(v); }
-IgpLevel sequenceToValue(Kest::CharRange& r, IgpLevel* out) { return Kest::enumRead(igpLevelTable(), r, out); }
+IgpLevel IgpLevelInstance(unsigned value) {
+    return Kest::enumInstance<IgpLevel>(igpLevelTable(), value);
+}
+IgpLevel IgpLevelInstance(const Poldo::String& name) {
+    return Kest::enumInstance<IgpLevel>(igpLevelTable(), name);
+}
+Poldo::String stringValue(IgpLevel v) {
+    return igpLevelTable().nameOf(v);
+}
+std::ostream& operator<<(std::ostream& os, IgpLevel v) {
+    return os << stringValue(v);
+}
+IgpLevel sequenceToValue(Kest::CharRange& r, IgpLevel* out) {
+    return Kest::enumRead(igpLevelTable(), r, out);
+}
 
-IgpProto IgpProtoInstance(unsigned value) { return Kest::enumInstance<IgpProto>(igpProtoTable(), value); }
-IgpProto IgpProtoInstance(const Poldo::String& name) { return Kest::enumInstance<IgpProto>(igpProtoTable(), name); }
-Poldo::String stringValue(IgpProto v) { return igpProtoTable().nameOf(v); }
-std::ostream& operator<<(std::ostream& os, IgpProto v) { return os << stringValue(v); }
-IgpProto sequenceToValue(Kest::CharRange& r, IgpProto* out) { return Kest::enumRead(igpProtoTable(), r, out); }
+IgpProto IgpProtoInstance(unsigned value) {
+    return Kest::enumInstance<IgpProto>(igpProtoTable(), value);
+}
+IgpProto IgpProtoInstance(const Poldo::String& name) {
+    return Kest::enumInstance<IgpProto>(igpProtoTable(), name);
+}
+Poldo::String stringValue(IgpProto v) {
+    return igpProtoTable().nameOf(v);
+}
+std::ostream& operator<<(std::ostream& os, IgpProto v) {
+    return os << stringValue(v);
+}
+IgpProto sequenceToValue(Kest::CharRange& r, IgpProto* out) {
+    return Kest::enumRead(igpProtoTable(), r, out);
+}
 
 }  // namespace Routing::IgpCommon

@@ -20,7 +20,9 @@ IgpNodeId IgpNodeId::fromBytes(const std::uint8_t* seven) noexcept {
     return id;
 }
 
-IgpNodeId::IgpNodeId(Kest::CharRange&) { Kest::noStringConstructor("IgpNodeId"); }
+IgpNodeId::IgpNodeId(Kest::CharRange&) {
+    Kest::noStringConstructor("IgpNodeId");
+}
 
 void IgpNodeId::byteIs(IgpNodeIdIndex index, unsigned value) & {
     bytes_.set(index, static_cast<std::uint8_t>(value));
@@ -74,7 +76,9 @@ std::strong_ordering operator<=>(const IgpNodeId& a, const IgpNodeId& b) noexcep
         return std::strong_ordering::equal;
     }
     const int c = std::memcmp(&a.bytes_.slot(0), &b.bytes_.slot(0), 7);
-    return c < 0 ? std::strong_ordering::less : c > 0 ? std::strong_ordering::greater : std::strong_ordering::equal;
+    return c < 0   ? std::strong_ordering::less
+           : c > 0 ? std::strong_ordering::greater
+                   : std::strong_ordering::equal;
 }
 
 std::uint32_t IgpNodeId::hash(std::uint32_t seed) const noexcept {
@@ -87,8 +91,14 @@ std::uint32_t IgpNodeId::hash(std::uint32_t seed) const noexcept {
     return s.result();
 }
 
-std::ostream& operator<<(std::ostream& os, const IgpNodeId& id) { return os << id.bytes_; }
+std::ostream& operator<<(std::ostream& os, const IgpNodeId& id) {
+    return os << id.bytes_;
+}
 
-IGP_DEFINE_TYPE_DATA(IgpNodeId, "Routing::IgpCommon::IgpNodeId", value, {"byte", Kest::firstValueAttrId, AttrKind::array}, {"toU64", Kest::firstValueAttrId + 1, AttrKind::function}, {"isPnodeId", Kest::firstValueAttrId + 2, AttrKind::function}, {"toStrep", Kest::firstValueAttrId + 3, AttrKind::function})
+IGP_DEFINE_TYPE_DATA(IgpNodeId, "Routing::IgpCommon::IgpNodeId", value,
+                     {"byte", Kest::firstValueAttrId, AttrKind::array},
+                     {"toU64", Kest::firstValueAttrId + 1, AttrKind::function},
+                     {"isPnodeId", Kest::firstValueAttrId + 2, AttrKind::function},
+                     {"toStrep", Kest::firstValueAttrId + 3, AttrKind::function})
 
 }  // namespace Routing::IgpCommon

@@ -9,12 +9,15 @@
 
 namespace Routing::IgpCommon {
 
-
 // ---- IgpLsp ---------------------------------------------------------------------
 
-Poldo::Ptr<IgpLsp> IgpLsp::IgpLspIs(const IgpNodeId& nodeId) { return Poldo::Ptr<IgpLsp>(new IgpLsp(nodeId), Poldo::adopt); }
+Poldo::Ptr<IgpLsp> IgpLsp::IgpLspIs(const IgpNodeId& nodeId) {
+    return Poldo::Ptr<IgpLsp>(new IgpLsp(nodeId), Poldo::adopt);
+}
 
-Poldo::Ptr<IgpLsp> igpLspFactory(const IgpNodeId& nodeId) { return IgpLsp::IgpLspIs(nodeId); }
+Poldo::Ptr<IgpLsp> igpLspFactory(const IgpNodeId& nodeId) {
+    return IgpLsp::IgpLspIs(nodeId);
+}
 
 Poldo::Ptr<Neighbor> IgpLsp::neighbor(const NeighborKey& key) const {
     const auto* e = neighbor_.find(key);
@@ -29,12 +32,22 @@ Poldo::Ptr<Prefix> IgpLsp::prefix(const PrefixKey& key) const {
 void IgpLsp::neighborIs(const NeighborKey& key, const Poldo::Ptr<Neighbor>& nbr) {
     entryPut(Attr::neighbor, neighbor_, key, nbr);
 }
-Poldo::Ptr<Neighbor> IgpLsp::neighborDel(const NeighborKey& key) { return entryTake(Attr::neighbor, neighbor_, key); }
-void IgpLsp::neighborDelAll() { entriesClear(Attr::neighbor, neighbor_); }
+Poldo::Ptr<Neighbor> IgpLsp::neighborDel(const NeighborKey& key) {
+    return entryTake(Attr::neighbor, neighbor_, key);
+}
+void IgpLsp::neighborDelAll() {
+    entriesClear(Attr::neighbor, neighbor_);
+}
 
-void IgpLsp::prefixIs(const PrefixKey& key, const Poldo::Ptr<Prefix>& pfx) { entryPut(Attr::prefix, prefix_, key, pfx); }
-Poldo::Ptr<Prefix> IgpLsp::prefixDel(const PrefixKey& key) { return entryTake(Attr::prefix, prefix_, key); }
-void IgpLsp::prefixDelAll() { entriesClear(Attr::prefix, prefix_); }
+void IgpLsp::prefixIs(const PrefixKey& key, const Poldo::Ptr<Prefix>& pfx) {
+    entryPut(Attr::prefix, prefix_, key, pfx);
+}
+Poldo::Ptr<Prefix> IgpLsp::prefixDel(const PrefixKey& key) {
+    return entryTake(Attr::prefix, prefix_, key);
+}
+void IgpLsp::prefixDelAll() {
+    entriesClear(Attr::prefix, prefix_);
+}
 
 namespace {
 
@@ -118,7 +131,9 @@ Poldo::Ptr<IgpLspDatabase> IgpLspDatabase::IgpLspDatabaseIs(IgpLevel level) {
     return Poldo::Ptr<IgpLspDatabase>(new IgpLspDatabase(level), Poldo::adopt);
 }
 
-Poldo::Ptr<IgpLspDatabase> igpLspDatabaseFactory(IgpLevel level) { return IgpLspDatabase::IgpLspDatabaseIs(level); }
+Poldo::Ptr<IgpLspDatabase> igpLspDatabaseFactory(IgpLevel level) {
+    return IgpLspDatabase::IgpLspDatabaseIs(level);
+}
 
 Poldo::Ptr<IgpLsp> IgpLspDatabase::lsp(const IgpNodeId& nodeId) const {
     const auto* e = lsp_.find(nodeId);

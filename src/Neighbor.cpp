@@ -8,7 +8,9 @@ Poldo::Ptr<Neighbor> Neighbor::NeighborIs(const NeighborKey& key) {
     return Poldo::Ptr<Neighbor>(new Neighbor(key), Poldo::adopt);
 }
 
-Poldo::Ptr<Neighbor> neighborFactory(const NeighborKey& key) { return Neighbor::NeighborIs(key); }
+Poldo::Ptr<Neighbor> neighborFactory(const NeighborKey& key) {
+    return Neighbor::NeighborIs(key);
+}
 
 void Neighbor::unreservedBwIs(BwIndex i, float v) {
     const float old = unreservedBw_[i];
@@ -28,8 +30,8 @@ void Neighbor::unreservedBwDel(BwIndex i) {
 }
 
 void Neighbor::unreservedBwDelAll() {
-    for (std::uint8_t i = 0; i < UnreservedBwArray::size(); ++i) {
-        unreservedBwDel(BwIndex(i));
+    for (std::size_t i = 0; i < UnreservedBwArray::size(); ++i) {
+        unreservedBwDel(BwIndex(static_cast<std::uint8_t>(i)));
     }
 }
 
@@ -77,8 +79,8 @@ void Neighbor::updateAttr(const Poldo::Ptr<const Neighbor>& other) {
     maxReserveLinkBwIs(o.maxReserveLinkBw_);
     igpMetricIs(o.igpMetric_);
     teDefMetricIs(o.teDefMetric_);
-    for (std::uint8_t i = 0; i < UnreservedBwArray::size(); ++i) {
-        unreservedBwIs(BwIndex(i), o.unreservedBw_.slot(i));
+    for (std::size_t i = 0; i < UnreservedBwArray::size(); ++i) {
+        unreservedBwIs(BwIndex(static_cast<std::uint8_t>(i)), o.unreservedBw_.slot(i));
     }
     for (auto it = o.extAdminGroup_.begin(); it != o.extAdminGroup_.end(); ++it) {
         extAdminGroupIs(it->key, it->value);
@@ -182,12 +184,15 @@ std::ostream& Neighbor::formatContent(std::ostream& os) const {
 }
 
 using Kest::AttrKind;
-IGP_DEFINE_ENTITY(Neighbor, {"key", Attr::key, AttrKind::scalar}, {"attrsPresent", Attr::attrsPresent, AttrKind::scalar},
-                  {"adminGroup", Attr::adminGroup, AttrKind::scalar}, {"maxLinkBw", Attr::maxLinkBw, AttrKind::scalar},
+IGP_DEFINE_ENTITY(Neighbor, {"key", Attr::key, AttrKind::scalar},
+                  {"attrsPresent", Attr::attrsPresent, AttrKind::scalar},
+                  {"adminGroup", Attr::adminGroup, AttrKind::scalar},
+                  {"maxLinkBw", Attr::maxLinkBw, AttrKind::scalar},
                   {"maxReserveLinkBw", Attr::maxReserveLinkBw, AttrKind::scalar},
                   {"unreservedBw", Attr::unreservedBw, AttrKind::array},
                   {"extAdminGroup", Attr::extAdminGroup, AttrKind::hashCollection, ExtAdminGroupMap::salt},
-                  {"teDefMetric", Attr::teDefMetric, AttrKind::scalar}, {"igpMetric", Attr::igpMetric, AttrKind::scalar},
+                  {"teDefMetric", Attr::teDefMetric, AttrKind::scalar},
+                  {"igpMetric", Attr::igpMetric, AttrKind::scalar},
                   {"srlgValues", Attr::srlgValues, AttrKind::hashCollection, SrlgValueSet::salt},
                   {"adjSid", Attr::adjSid, AttrKind::hashCollection, AdjSidSet::salt},
                   {"lanAdjSid", Attr::lanAdjSid, AttrKind::hashCollection, LanAdjSidSet::salt},

@@ -73,7 +73,9 @@ void putFirst(Poldo::OStringStream& os, const char* tag, const Set& set) {
 
 }  // namespace
 
-NeighborKey::NeighborKey(Kest::CharRange&) : NeighborKey() { Kest::noStringConstructor("NeighborKey"); }
+NeighborKey::NeighborKey(Kest::CharRange&) : NeighborKey() {
+    Kest::noStringConstructor("NeighborKey");
+}
 
 void NeighborKey::copyFrom(const NeighborKey& other) & {
     mtId_ = other.mtId_;
@@ -85,7 +87,8 @@ void NeighborKey::copyFrom(const NeighborKey& other) & {
 }
 
 bool NeighborKey::addressesEmpty() const noexcept {
-    return remoteIpv4Addr_.empty() && remoteIpv6Addr_.empty() && localIpv4Addr_.empty() && localIpv6Addr_.empty();
+    return remoteIpv4Addr_.empty() && remoteIpv6Addr_.empty() && localIpv4Addr_.empty() &&
+           localIpv6Addr_.empty();
 }
 
 bool NeighborKey::twoWayCheckAddrCmp(const NeighborKey& other) const noexcept {
@@ -96,10 +99,12 @@ bool NeighborKey::twoWayCheckAddrCmp(const NeighborKey& other) const noexcept {
     if (addressesEmpty() && otherHasNoLocal) {
         return other.remoteIpv4Addr_.empty() && other.remoteIpv6Addr_.empty();
     }
-    if (!localIpv4Addr_.empty() && !other.remoteIpv4Addr_.empty() && anyIn(localIpv4Addr_, other.remoteIpv4Addr_)) {
+    if (!localIpv4Addr_.empty() && !other.remoteIpv4Addr_.empty() &&
+        anyIn(localIpv4Addr_, other.remoteIpv4Addr_)) {
         return true;
     }
-    if (!localIpv6Addr_.empty() && !other.remoteIpv6Addr_.empty() && anyIn(localIpv6Addr_, other.remoteIpv6Addr_)) {
+    if (!localIpv6Addr_.empty() && !other.remoteIpv6Addr_.empty() &&
+        anyIn(localIpv6Addr_, other.remoteIpv6Addr_)) {
         return true;
     }
     // Nothing matched: accept only a side without local addresses facing a
@@ -124,9 +129,10 @@ std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
 }
 
 bool NeighborKey::isEq(const NeighborKey& a, const NeighborKey& b) noexcept {
-    return &a == &b || (a.nodeId_ == b.nodeId_ && a.mtId_ == b.mtId_ && setsEqual(a.remoteIpv4Addr_, b.remoteIpv4Addr_) &&
-                        setsEqual(a.remoteIpv6Addr_, b.remoteIpv6Addr_) &&
-                        setsEqual(a.localIpv4Addr_, b.localIpv4Addr_) && setsEqual(a.localIpv6Addr_, b.localIpv6Addr_));
+    return &a == &b ||
+           (a.nodeId_ == b.nodeId_ && a.mtId_ == b.mtId_ && setsEqual(a.remoteIpv4Addr_, b.remoteIpv4Addr_) &&
+            setsEqual(a.remoteIpv6Addr_, b.remoteIpv6Addr_) &&
+            setsEqual(a.localIpv4Addr_, b.localIpv4Addr_) && setsEqual(a.localIpv6Addr_, b.localIpv6Addr_));
 }
 
 std::strong_ordering operator<=>(const NeighborKey& a, const NeighborKey& b) noexcept {
@@ -164,8 +170,17 @@ Poldo::String NeighborKey::toStrep() const {
     return os.str();
 }
 
-std::ostream& operator<<(std::ostream& os, const NeighborKey& k) { return Kest::writeValue(os, k); }
+std::ostream& operator<<(std::ostream& os, const NeighborKey& k) {
+    return Kest::writeValue(os, k);
+}
 
-IGP_DEFINE_TYPE_DATA(NeighborKey, NeighborKey::kestTypeName, value, {"nodeId", 2, AttrKind::scalar}, {"remoteIpv4Addr", 3, AttrKind::hashCollection, RemoteIpv4AddrSet::salt}, {"remoteIpv6Addr", 4, AttrKind::hashCollection, RemoteIpv6AddrSet::salt}, {"localIpv4Addr", 5, AttrKind::hashCollection, LocalIpv4AddrSet::salt}, {"localIpv6Addr", 6, AttrKind::hashCollection, LocalIpv6AddrSet::salt}, {"mtId", 7, AttrKind::scalar}, {"toStrep", 8, AttrKind::function}, {"copyFrom", 9, AttrKind::function}, {"addressesEmpty", 10, AttrKind::function}, {"twoWayCheckAddrCmp", 11, AttrKind::function})
+IGP_DEFINE_TYPE_DATA(NeighborKey, NeighborKey::kestTypeName, value, {"nodeId", 2, AttrKind::scalar},
+                     {"remoteIpv4Addr", 3, AttrKind::hashCollection, RemoteIpv4AddrSet::salt},
+                     {"remoteIpv6Addr", 4, AttrKind::hashCollection, RemoteIpv6AddrSet::salt},
+                     {"localIpv4Addr", 5, AttrKind::hashCollection, LocalIpv4AddrSet::salt},
+                     {"localIpv6Addr", 6, AttrKind::hashCollection, LocalIpv6AddrSet::salt},
+                     {"mtId", 7, AttrKind::scalar}, {"toStrep", 8, AttrKind::function},
+                     {"copyFrom", 9, AttrKind::function}, {"addressesEmpty", 10, AttrKind::function},
+                     {"twoWayCheckAddrCmp", 11, AttrKind::function})
 
 }  // namespace Routing::IgpCommon

@@ -8,9 +8,13 @@
 
 namespace Routing::IgpCommon {
 
-Poldo::Ptr<Node> Node::NodeIs(const IgpNodeId& nodeId) { return Poldo::Ptr<Node>(new Node(nodeId), Poldo::adopt); }
+Poldo::Ptr<Node> Node::NodeIs(const IgpNodeId& nodeId) {
+    return Poldo::Ptr<Node>(new Node(nodeId), Poldo::adopt);
+}
 
-Poldo::Ptr<Node> nodeFactory(const IgpNodeId& nodeId) { return Node::NodeIs(nodeId); }
+Poldo::Ptr<Node> nodeFactory(const IgpNodeId& nodeId) {
+    return Node::NodeIs(nodeId);
+}
 
 namespace {
 
@@ -47,10 +51,12 @@ void Node::updateNodeAttrs(const Node* arg) {
     flagsIs(arg->flags_);
     hostNameIs(arg->hostName_);
     mergeCollection(
-        isisAreaIdCol_, arg->isisAreaIdCol_, [](const IsisAreaIdCol& a, const IsisAreaIdCol* b) { return a.compareAreaIds(b); },
+        isisAreaIdCol_, arg->isisAreaIdCol_,
+        [](const IsisAreaIdCol& a, const IsisAreaIdCol* b) { return a.compareAreaIds(b); },
         [this](const auto& p) { isisAreaIdColIs(p); });
     mergeCollection(
-        srCapabilities_, arg->srCapabilities_, [](const SrCapabilities& a, const SrCapabilities* b) { return a.compare(b); },
+        srCapabilities_, arg->srCapabilities_,
+        [](const SrCapabilities& a, const SrCapabilities* b) { return a.compare(b); },
         [this](const auto& p) { srCapabilitiesIs(p); });
     mergeCollection(
         srlb_, arg->srlb_, [](const SrCapabilities& a, const SrCapabilities* b) { return a.compare(b); },
@@ -60,7 +66,9 @@ void Node::updateNodeAttrs(const Node* arg) {
         [this](const auto& p) { msdColIs(p); });
     mergeCollection(
         fadCol_, arg->fadCol_,
-        [](const IgpFlexAlgoDefinitionCol& a, const IgpFlexAlgoDefinitionCol* b) { return a.compareFadCol(b); },
+        [](const IgpFlexAlgoDefinitionCol& a, const IgpFlexAlgoDefinitionCol* b) {
+            return a.compareFadCol(b);
+        },
         [this](const auto& p) { fadColIs(p); });
     mergeCollection(
         mtIdCol_, arg->mtIdCol_,
@@ -73,7 +81,8 @@ void Node::updateNodeAttrs(const Node* arg) {
 std::ostream& Node::formatContent(std::ostream& os) const {
     os << "  node=" << nodeId_.toStrep();
     // The two flag words are asymmetric on purpose: only ", attached" carries a separator.
-    os << ", flags=<" << (flags_.overloadBit() ? "overload" : "") << (flags_.attachedBit() ? ", attached" : "") << ">";
+    os << ", flags=<" << (flags_.overloadBit() ? "overload" : "")
+       << (flags_.attachedBit() ? ", attached" : "") << ">";
     if (!hostName_.empty()) {
         os << ", hostname=" << hostName_;
     }
@@ -110,8 +119,8 @@ std::ostream& Node::formatContent(std::ostream& os) const {
         os << ", numMsd=" << msdCol_->span() << " MSD=[";
         for (std::uint32_t p = 0; p < msdCol_->span(); ++p) {
             const IgpMsd m = msdCol_->msd(p);
-            os << (p ? ", " : "") << "(msdType=" << unsigned{m.msdType()} << " msdValue=" << unsigned{m.msdValue()}
-               << ")";
+            os << (p ? ", " : "") << "(msdType=" << unsigned{m.msdType()}
+               << " msdValue=" << unsigned{m.msdValue()} << ")";
         }
         os << "]";
     }
@@ -149,9 +158,9 @@ IGP_DEFINE_ENTITY(Node, {"nodeId", Attr::nodeId, AttrKind::scalar}, {"flags", At
                   {"isisAreaIdCol", Attr::isisAreaIdCol, AttrKind::pointer},
                   {"ipv4RouterId", Attr::ipv4RouterId, AttrKind::scalar},
                   {"ipv6RouterId", Attr::ipv6RouterId, AttrKind::scalar},
-                  {"srCapabilities", Attr::srCapabilities, AttrKind::pointer}, {"srlb", Attr::srlb, AttrKind::pointer},
-                  {"msdCol", Attr::msdCol, AttrKind::pointer}, {"fadCol", Attr::fadCol, AttrKind::pointer},
-                  {"mtIdCol", Attr::mtIdCol, AttrKind::pointer},
+                  {"srCapabilities", Attr::srCapabilities, AttrKind::pointer},
+                  {"srlb", Attr::srlb, AttrKind::pointer}, {"msdCol", Attr::msdCol, AttrKind::pointer},
+                  {"fadCol", Attr::fadCol, AttrKind::pointer}, {"mtIdCol", Attr::mtIdCol, AttrKind::pointer},
                   {"updateNodeAttrs", Attr::updateNodeAttrs, AttrKind::function})
 
 }  // namespace Routing::IgpCommon

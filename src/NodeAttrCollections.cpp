@@ -18,7 +18,9 @@ std::uint32_t IgpMsd::hash(std::uint32_t seed) const noexcept {
     return Kest::HashState(seed).mix8(msdType_).mix8(msdValue_).result();
 }
 
-std::ostream& operator<<(std::ostream& os, const IgpMsd& m) { return Kest::writeValue(os, m); }
+std::ostream& operator<<(std::ostream& os, const IgpMsd& m) {
+    return Kest::writeValue(os, m);
+}
 
 IGP_DEFINE_TYPE_DATA(IgpMsd, IgpMsd::kestTypeName, value, {"msdType", 2, AttrKind::scalar},
                      {"msdValue", 3, AttrKind::scalar})
@@ -94,8 +96,8 @@ bool IgpFlexAlgoDefinitionCol::compareFadCol(const IgpFlexAlgoDefinitionCol* oth
     for (auto it = fad_.begin(); it != fad_.end(); ++it) {
         const IgpFlexAlgoDefinition& d = it->second;
         const IgpFlexAlgoDefinition o = other->fad(it->first);
-        if (d.flexAlgo() != o.flexAlgo() || d.metricType() != o.metricType() || d.calcType() != o.calcType() ||
-            d.priority() != o.priority()) {
+        if (d.flexAlgo() != o.flexAlgo() || d.metricType() != o.metricType() ||
+            d.calcType() != o.calcType() || d.priority() != o.priority()) {
             return false;
         }
         if (!sameWords(d.excludeAny(), o.excludeAny()) || !sameWords(d.includeAny(), o.includeAny()) ||
@@ -111,8 +113,12 @@ IGP_DEFINE_ENTITY(IgpFlexAlgoDefinitionCol, {"fad", Attr::fad, AttrKind::ordered
 
 // ---- IgpMsdCol -------------------------------------------------------------------
 
-Poldo::Ptr<IgpMsdCol> IgpMsdCol::IgpMsdColIs() { return Poldo::Ptr<IgpMsdCol>(new IgpMsdCol(), Poldo::adopt); }
-Poldo::Ptr<IgpMsdCol> igpMsdColFactory() { return IgpMsdCol::IgpMsdColIs(); }
+Poldo::Ptr<IgpMsdCol> IgpMsdCol::IgpMsdColIs() {
+    return Poldo::Ptr<IgpMsdCol>(new IgpMsdCol(), Poldo::adopt);
+}
+Poldo::Ptr<IgpMsdCol> igpMsdColFactory() {
+    return IgpMsdCol::IgpMsdColIs();
+}
 
 void IgpMsdCol::msdIs(std::uint32_t position, IgpMsd v) {
     const bool withinBound = position < upperBound_;
@@ -169,11 +175,17 @@ Poldo::Ptr<IgpMultiTopologyIdCol> igpMultiTopologyIdColFactory() {
     return IgpMultiTopologyIdCol::IgpMultiTopologyIdColIs();
 }
 
-void IgpMultiTopologyIdCol::mtIdValueIs(IgpMultiTopologyId id) { memberInsert(Attr::mtIdValue, mtIdValue_, id); }
+void IgpMultiTopologyIdCol::mtIdValueIs(IgpMultiTopologyId id) {
+    memberInsert(Attr::mtIdValue, mtIdValue_, id);
+}
 
-void IgpMultiTopologyIdCol::mtIdValueDel(IgpMultiTopologyId id) { memberErase(Attr::mtIdValue, mtIdValue_, id); }
+void IgpMultiTopologyIdCol::mtIdValueDel(IgpMultiTopologyId id) {
+    memberErase(Attr::mtIdValue, mtIdValue_, id);
+}
 
-void IgpMultiTopologyIdCol::mtIdValueDelAll() { membersClear(Attr::mtIdValue, mtIdValue_); }
+void IgpMultiTopologyIdCol::mtIdValueDelAll() {
+    membersClear(Attr::mtIdValue, mtIdValue_);
+}
 
 bool IgpMultiTopologyIdCol::compareMtIdCol(const IgpMultiTopologyIdCol* other) const noexcept {
     if (other == nullptr || mtIdValue_.size() != other->mtIdValue_.size()) {
@@ -203,7 +215,8 @@ Poldo::String IgpMultiTopologyIdCol::toStrep() const {
     return os.str();
 }
 
-IGP_DEFINE_ENTITY(IgpMultiTopologyIdCol, {"mtIdValue", Attr::mtIdValue, AttrKind::hashCollection, MtIdSet::salt},
+IGP_DEFINE_ENTITY(IgpMultiTopologyIdCol,
+                  {"mtIdValue", Attr::mtIdValue, AttrKind::hashCollection, MtIdSet::salt},
                   {"compareMtIdCol", Attr::mtIdValue + 1, AttrKind::function},
                   {"toStrep", Attr::mtIdValue + 2, AttrKind::function})
 
@@ -216,16 +229,22 @@ bool AreaIdTextLess::operator()(const Isis::AreaId& a, const Isis::AreaId& b) co
 Poldo::Ptr<IsisAreaIdCol> IsisAreaIdCol::IsisAreaIdColIs() {
     return Poldo::Ptr<IsisAreaIdCol>(new IsisAreaIdCol(), Poldo::adopt);
 }
-Poldo::Ptr<IsisAreaIdCol> isisAreaIdColFactory() { return IsisAreaIdCol::IsisAreaIdColIs(); }
+Poldo::Ptr<IsisAreaIdCol> isisAreaIdColFactory() {
+    return IsisAreaIdCol::IsisAreaIdColIs();
+}
 
 bool IsisAreaIdCol::areaId(const Isis::AreaId& area) const {
     const bool* flag = areaId_.find(area);
     return flag != nullptr && *flag;
 }
 
-void IsisAreaIdCol::areaIdIs(const Isis::AreaId& area, bool flag) { areaId_.assign(area, flag); }
+void IsisAreaIdCol::areaIdIs(const Isis::AreaId& area, bool flag) {
+    areaId_.assign(area, flag);
+}
 
-void IsisAreaIdCol::areaIdDel(const Isis::AreaId& area) { areaId_.erase(area); }
+void IsisAreaIdCol::areaIdDel(const Isis::AreaId& area) {
+    areaId_.erase(area);
+}
 
 bool IsisAreaIdCol::compareAreaIds(const IsisAreaIdCol* other) const {
     if (areaId_.size() != other->areaId_.size()) {

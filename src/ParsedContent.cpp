@@ -41,14 +41,22 @@ Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory() {
 Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborIs(const NeighborKey& key) {
     return findOrCreate(neighbor_, key, [&] { return neighborFactory(key); });
 }
-Poldo::Ptr<Neighbor> IsisLspParsedContent::neighbor(const NeighborKey& key) const { return lookup(neighbor_, key); }
-Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborDel(const NeighborKey& key) { return take(neighbor_, key); }
+Poldo::Ptr<Neighbor> IsisLspParsedContent::neighbor(const NeighborKey& key) const {
+    return lookup(neighbor_, key);
+}
+Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborDel(const NeighborKey& key) {
+    return take(neighbor_, key);
+}
 
 Poldo::Ptr<Prefix> IsisLspParsedContent::prefixIs(const PrefixKey& key) {
     return findOrCreate(prefix_, key, [&] { return prefixFactory(key); });
 }
-Poldo::Ptr<Prefix> IsisLspParsedContent::prefix(const PrefixKey& key) const { return lookup(prefix_, key); }
-Poldo::Ptr<Prefix> IsisLspParsedContent::prefixDel(const PrefixKey& key) { return take(prefix_, key); }
+Poldo::Ptr<Prefix> IsisLspParsedContent::prefix(const PrefixKey& key) const {
+    return lookup(prefix_, key);
+}
+Poldo::Ptr<Prefix> IsisLspParsedContent::prefixDel(const PrefixKey& key) {
+    return take(prefix_, key);
+}
 
 Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgIs(const Lumo::IpGenAddr& localAddr) {
     return findOrCreate(parsedSrLg_, localAddr,

@@ -6,9 +6,13 @@ namespace Routing::IgpCommon {
 
 Prefix::Prefix(const PrefixKey& key) : prefixKey_(key), prefixMetric_(igpFlexAlgoPrefixMetricFactory()) {}
 
-Poldo::Ptr<Prefix> Prefix::PrefixIs(const PrefixKey& key) { return Poldo::Ptr<Prefix>(new Prefix(key), Poldo::adopt); }
+Poldo::Ptr<Prefix> Prefix::PrefixIs(const PrefixKey& key) {
+    return Poldo::Ptr<Prefix>(new Prefix(key), Poldo::adopt);
+}
 
-Poldo::Ptr<Prefix> prefixFactory(const PrefixKey& key) { return Prefix::PrefixIs(key); }
+Poldo::Ptr<Prefix> prefixFactory(const PrefixKey& key) {
+    return Prefix::PrefixIs(key);
+}
 
 void Prefix::updateAttr(const Poldo::Ptr<const Prefix>& other) {
     const Prefix& o = *other;
@@ -78,8 +82,9 @@ std::ostream& Prefix::formatContent(std::ostream& os) const {
 }
 
 using Kest::AttrKind;
-IGP_DEFINE_ENTITY(Prefix, {"prefixKey", Attr::prefixKey, AttrKind::scalar}, {"flags", Attr::flags, AttrKind::scalar},
-                  {"metric", Attr::metric, AttrKind::scalar}, {"prefixSid", Attr::prefixSid, AttrKind::scalar},
+IGP_DEFINE_ENTITY(Prefix, {"prefixKey", Attr::prefixKey, AttrKind::scalar},
+                  {"flags", Attr::flags, AttrKind::scalar}, {"metric", Attr::metric, AttrKind::scalar},
+                  {"prefixSid", Attr::prefixSid, AttrKind::scalar},
                   {"prefixMetric", Attr::prefixMetric, AttrKind::pointer},
                   {"hasValidReachability", Attr::hasValidReachability, AttrKind::scalar},
                   {"sidLabelBinding", Attr::sidLabelBinding, AttrKind::pointer},

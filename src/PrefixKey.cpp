@@ -37,8 +37,11 @@ std::uint32_t PrefixKey::hash(std::uint32_t seed) const noexcept {
     return Kest::HashState(seed).mix32(h).mix32(mtId_.hash(0)).result();
 }
 
-std::ostream& operator<<(std::ostream& os, const PrefixKey& k) { return Kest::writeValue(os, k); }
+std::ostream& operator<<(std::ostream& os, const PrefixKey& k) {
+    return Kest::writeValue(os, k);
+}
 
-IGP_DEFINE_TYPE_DATA(PrefixKey, PrefixKey::kestTypeName, value, {"prefix", 2, AttrKind::scalar}, {"mtId", 3, AttrKind::scalar})
+IGP_DEFINE_TYPE_DATA(PrefixKey, PrefixKey::kestTypeName, value, {"prefix", 2, AttrKind::scalar},
+                     {"mtId", 3, AttrKind::scalar})
 
 }  // namespace Routing::IgpCommon

@@ -10,11 +10,17 @@ Poldo::Ptr<SidLabelBinding> SidLabelBinding::SidLabelBindingIs() {
     return Poldo::Ptr<SidLabelBinding>(new SidLabelBinding(), Poldo::adopt);
 }
 
-Poldo::Ptr<SidLabelBinding> sidLabelBindingFactory() { return SidLabelBinding::SidLabelBindingIs(); }
+Poldo::Ptr<SidLabelBinding> sidLabelBindingFactory() {
+    return SidLabelBinding::SidLabelBindingIs();
+}
 
-void SidLabelBinding::baseLabelSidIs(const LabelSid& v) { writeAttr(Attr::baseLabelSid, baseLabelSid_, v); }
+void SidLabelBinding::baseLabelSidIs(const LabelSid& v) {
+    writeAttr(Attr::baseLabelSid, baseLabelSid_, v);
+}
 
-void SidLabelBinding::basePrefixSidIs(const PrefixSid& v) { writeAttr(Attr::basePrefixSid, basePrefixSid_, v); }
+void SidLabelBinding::basePrefixSidIs(const PrefixSid& v) {
+    writeAttr(Attr::basePrefixSid, basePrefixSid_, v);
+}
 
 void SidLabelBinding::updateAttr(const Poldo::Ptr<const SidLabelBinding>& other) {
     flagsIs(other->flags_);
@@ -62,7 +68,11 @@ Poldo::String SidLabelBinding::toStrep() const {
     return os.str();
 }
 
-IGP_DEFINE_TYPE_DATA(SidLabelBinding, "Routing::IgpCommon::SidLabelBinding", entity, {"flags", Attr::flags, AttrKind::scalar}, {"range", Attr::range, AttrKind::scalar}, {"baseLabelSid", Attr::baseLabelSid, AttrKind::scalar}, {"basePrefixSid", Attr::basePrefixSid, AttrKind::scalar}, {"lspFragmentId", Attr::lspFragmentId, AttrKind::scalar})
+IGP_DEFINE_TYPE_DATA(SidLabelBinding, "Routing::IgpCommon::SidLabelBinding", entity,
+                     {"flags", Attr::flags, AttrKind::scalar}, {"range", Attr::range, AttrKind::scalar},
+                     {"baseLabelSid", Attr::baseLabelSid, AttrKind::scalar},
+                     {"basePrefixSid", Attr::basePrefixSid, AttrKind::scalar},
+                     {"lspFragmentId", Attr::lspFragmentId, AttrKind::scalar})
 
 IGP_DEFINE_ALLOC_TRACKER(SidLabelBinding, "Routing::IgpCommon::SidLabelBinding")
 

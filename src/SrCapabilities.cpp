@@ -14,15 +14,20 @@ std::uint32_t SrSidRange::hash(std::uint32_t seed) const noexcept {
     return Kest::HashState(seed).mix32(range_).mix32(Kest::HashHelper::hash(startingSid_, 0)).result();
 }
 
-std::ostream& operator<<(std::ostream& os, const SrSidRange& r) { return Kest::writeValue(os, r); }
+std::ostream& operator<<(std::ostream& os, const SrSidRange& r) {
+    return Kest::writeValue(os, r);
+}
 
-IGP_DEFINE_TYPE_DATA(SrSidRange, SrSidRange::kestTypeName, value, {"range", 2, AttrKind::scalar}, {"startingSid", 3, AttrKind::scalar})
+IGP_DEFINE_TYPE_DATA(SrSidRange, SrSidRange::kestTypeName, value, {"range", 2, AttrKind::scalar},
+                     {"startingSid", 3, AttrKind::scalar})
 
 Poldo::Ptr<SrCapabilities> SrCapabilities::SrCapabilitiesIs() {
     return Poldo::Ptr<SrCapabilities>(new SrCapabilities(), Poldo::adopt);
 }
 
-Poldo::Ptr<SrCapabilities> srCapabilitiesFactory() { return SrCapabilities::SrCapabilitiesIs(); }
+Poldo::Ptr<SrCapabilities> srCapabilitiesFactory() {
+    return SrCapabilities::SrCapabilitiesIs();
+}
 
 std::uint8_t SrCapabilities::numRangesInc(std::uint8_t n) {
     numRangesIs(static_cast<std::uint8_t>(numRanges_ + n));
@@ -73,7 +78,10 @@ bool SrCapabilities::compare(const SrCapabilities* other) const {
     }
 }
 
-IGP_DEFINE_TYPE_DATA(SrCapabilities, "Routing::IgpCommon::SrCapabilities", entity, {"srCapFlag", Attr::srCapFlag, AttrKind::scalar}, {"numRanges", Attr::numRanges, AttrKind::scalar}, {"sidLabelRange", Attr::sidLabelRange, AttrKind::array})
+IGP_DEFINE_TYPE_DATA(SrCapabilities, "Routing::IgpCommon::SrCapabilities", entity,
+                     {"srCapFlag", Attr::srCapFlag, AttrKind::scalar},
+                     {"numRanges", Attr::numRanges, AttrKind::scalar},
+                     {"sidLabelRange", Attr::sidLabelRange, AttrKind::array})
 
 IGP_DEFINE_ALLOC_TRACKER(SrCapabilities, "Routing::IgpCommon::SrCapabilities")
 

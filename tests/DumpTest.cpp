@@ -96,9 +96,11 @@ Poldo::Ptr<IgpLsp> entryB() {
 // The texts of each entry in dump order (node, neighbors, prefixes), each its own string.
 const std::array<std::string, 3> kTextsA{
     "  node=1921.6800.1001, flags=<overload>, hostname=r1, v4rtrid=1.1.1.1\n",
-    "          ngb=1921.6800.1002, localIpv4Addr=[ 10.0.0.1 ], localIpv6Addr=[ ], remoteIpv4Addr=[ 10.0.0.2 ], "
+    "          ngb=1921.6800.1002, localIpv4Addr=[ 10.0.0.1 ], localIpv6Addr=[ ], remoteIpv4Addr=[ 10.0.0.2 "
+    "], "
     "remoteIpv6Addr=[ ]\n"
-    "                    igpMetric=10, adminGroup=5, teDefMetric=20, srlg=[7], adjSid=[{24001, flags=0x30, wt=0}]\n",
+    "                    igpMetric=10, adminGroup=5, teDefMetric=20, srlg=[7], adjSid=[{24001, flags=0x30, "
+    "wt=0}]\n",
     "          prefix=10.1.0.0/16, flags=<>, metric=10, PrefixSID={100, flags=0x40, algo=0}\n",
 };
 const std::array<std::string, 3> kTextsB{
@@ -152,7 +154,7 @@ TEST(IgpLspDatabaseDump, TwoEntriesGoldenTextAtEachIndentationIncludingTheWrappe
     const IndentCase cases[] = {
         {0u, "  "},
         {4u, "      "},
-        {4294967294u, ""},  // 2^32 - 2 + 2 wraps to a width of 0: no indentation at all
+        {4294967294u, ""},   // 2^32 - 2 + 2 wraps to a width of 0: no indentation at all
         {4294967295u, " "},  // wraps to 1
     };
     for (const auto& c : cases) {
@@ -160,7 +162,9 @@ TEST(IgpLspDatabaseDump, TwoEntriesGoldenTextAtEachIndentationIncludingTheWrappe
         const std::string a = indented(kTextsA, c.pad);
         const std::string b = indented(kTextsB, c.pad);
         const std::string text = dump(*db, c.indentCount);
-        EXPECT_TRUE(text == a + b || text == b + a) << "got:\n" << text << "expected, in either entry order:\n" << a << b;
+        EXPECT_TRUE(text == a + b || text == b + a) << "got:\n"
+                                                    << text << "expected, in either entry order:\n"
+                                                    << a << b;
     }
 }
 

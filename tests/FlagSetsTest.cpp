@@ -29,8 +29,8 @@ T parse(const std::string& s) {
 
 template <class T>
 class FlagSet : public ::testing::Test {};
-using AllFlagSets = ::testing::Types<NodeFlags, SrCapabilityFlags, PrefixFlags, SidLabelBindingFlags,
-                                     NeighborAttrsPresent>;
+using AllFlagSets =
+    ::testing::Types<NodeFlags, SrCapabilityFlags, PrefixFlags, SidLabelBindingFlags, NeighborAttrsPresent>;
 TYPED_TEST_SUITE(FlagSet, AllFlagSets);
 
 TYPED_TEST(FlagSet, EveryValidValueRoundTripsThroughText) {
@@ -143,14 +143,16 @@ TEST(NodeFlags, OrderIsByHighestDifferingFlag) {
 TEST(NodeFlags, TextListsBothFlagsInBitOrder) {
     NodeFlags f;
     f.attachedBitIs(true);
-    EXPECT_EQ(text(f), "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': False, 'attachedBit': True})");
-    EXPECT_EQ(parse<NodeFlags>("Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': True, 'attachedBit': False})"),
+    EXPECT_EQ(text(f),
+              "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': False, 'attachedBit': True})");
+    EXPECT_EQ(parse<NodeFlags>(
+                  "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': True, 'attachedBit': False})"),
               NodeFlags(1));
-    for (const char* bad : {"Value('Routing::IgpCommon::NodeFlags', ** {'attachedBit': True, 'overloadBit': False})",
-                            "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': False})",
-                            "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': false, 'attachedBit': True})",
-                            "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': 0, 'attachedBit': 1})",
-                            "2"}) {
+    for (const char* bad :
+         {"Value('Routing::IgpCommon::NodeFlags', ** {'attachedBit': True, 'overloadBit': False})",
+          "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': False})",
+          "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': false, 'attachedBit': True})",
+          "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': 0, 'attachedBit': 1})", "2"}) {
         EXPECT_THROW(parse<NodeFlags>(bad), Kest::ParseException) << bad;
     }
 }
@@ -182,7 +184,8 @@ TEST(PrefixFlags, TextIsTheBareBoolean) {
     EXPECT_THROW(PrefixFlags(2), Kest::RangeException);
     EXPECT_EQ(~down, PrefixFlags());
     EXPECT_EQ(~PrefixFlags(), down);
-    for (const char* bad : {"true", "1", "Value('Routing::IgpCommon::PrefixFlags', ** {'isisDown': True})", "True "}) {
+    for (const char* bad :
+         {"true", "1", "Value('Routing::IgpCommon::PrefixFlags', ** {'isisDown': True})", "True "}) {
         EXPECT_THROW(parse<PrefixFlags>(bad), Kest::ParseException) << bad;
     }
 }
@@ -215,9 +218,10 @@ TEST(SidLabelBindingFlags, TextMasksAndProtocolOctet) {
     f.attachedIs(true);
     EXPECT_EQ(f.value(), SidLabelBindingFlags::flood_ | SidLabelBindingFlags::attached_);
     EXPECT_EQ(f.value(), 4 + 16);
-    EXPECT_EQ(text(f),
-              "Value('Routing::IgpCommon::SidLabelBinding::SidLabelBindingFlags', ** {'addressFamily': False, "
-              "'mirrorContext': False, 'flood': True, 'leaked': False, 'attached': True})");
+    EXPECT_EQ(
+        text(f),
+        "Value('Routing::IgpCommon::SidLabelBinding::SidLabelBindingFlags', ** {'addressFamily': False, "
+        "'mirrorContext': False, 'flood': True, 'leaked': False, 'attached': True})");
     EXPECT_EQ(SidLabelBindingFlags::addressFamily_, 1);
     EXPECT_EQ(SidLabelBindingFlags::mirrorContext_, 2);
     EXPECT_EQ(SidLabelBindingFlags::leaked_, 8);
@@ -229,7 +233,8 @@ TEST(SidLabelBindingFlags, TextMasksAndProtocolOctet) {
     EXPECT_FALSE(fa.flood() || fa.leaked() || fa.mirrorContext());
     EXPECT_EQ(fa.value(), 17);
     EXPECT_EQ(fa.protocolOctet(), 0x88);
-    EXPECT_EQ(SidLabelBindingFlags::fromProtocolOctet(0x07), SidLabelBindingFlags());  // reserved bits ignored
+    EXPECT_EQ(SidLabelBindingFlags::fromProtocolOctet(0x07),
+              SidLabelBindingFlags());  // reserved bits ignored
     EXPECT_EQ(SidLabelBindingFlags::fromProtocolOctet(0xff).value(), 31);
     EXPECT_EQ(SidLabelBindingFlags(31).protocolOctet(), 0xf8);
     for (unsigned v = 0; v < 32; ++v) {

@@ -17,8 +17,8 @@ namespace {
 
 using Routing::IgpCommon::IgpFlexAlgoDefinition;
 using Routing::IgpCommon::IgpFlexAlgoEag;
-using Routing::IgpCommon::IgpFlexAlgoSrlg;
 using Routing::IgpCommon::igpFlexAlgoEagFactory;
+using Routing::IgpCommon::IgpFlexAlgoSrlg;
 using Routing::IgpCommon::igpFlexAlgoSrlgFactory;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -39,7 +39,9 @@ Poldo::Ptr<IgpFlexAlgoSrlg> srlg(std::initializer_list<std::uint32_t> values) {
     return s;
 }
 
-std::uintptr_t addr(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }
+std::uintptr_t addr(const void* p) {
+    return reinterpret_cast<std::uintptr_t>(p);
+}
 
 // ---- IgpFlexAlgoEag and IgpFlexAlgoSrlg -----------------------------------------------------
 
@@ -141,8 +143,10 @@ TEST(IgpFlexAlgoDefinition, DefaultHasZeroNumbersAndFreshConstraintsOfItsOwn) {
     EXPECT_EQ(a.excludeAny()->valueCount() + a.includeAny()->valueCount() + a.includeAll()->valueCount(), 0u);
     EXPECT_EQ(a.excludeSrlg()->value().size(), 0u);
     // Four distinct objects, none shared with another default definition.
-    const void* mine[] = {a.excludeAny().get(), a.includeAny().get(), a.includeAll().get(), a.excludeSrlg().get()};
-    const void* theirs[] = {b.excludeAny().get(), b.includeAny().get(), b.includeAll().get(), b.excludeSrlg().get()};
+    const void* mine[] = {a.excludeAny().get(), a.includeAny().get(), a.includeAll().get(),
+                          a.excludeSrlg().get()};
+    const void* theirs[] = {b.excludeAny().get(), b.includeAny().get(), b.includeAll().get(),
+                            b.excludeSrlg().get()};
     for (const void* p : mine) {
         EXPECT_EQ(std::count(std::begin(mine), std::end(mine), p), 1);
         EXPECT_EQ(std::count(std::begin(theirs), std::end(theirs), p), 0);
@@ -153,7 +157,7 @@ TEST(IgpFlexAlgoDefinition, DefaultHasZeroNumbersAndFreshConstraintsOfItsOwn) {
 // ---- IgpFlexAlgoDefinition: combineSubTlvs ----------------------------------------------------
 
 class FlexAlgoCombine : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         mine.excludeAnyIs(eag({1, 2}));
         mine.excludeSrlgIs(srlg({10, 11}));
@@ -178,7 +182,8 @@ TEST_F(FlexAlgoCombine, NonEmptyListTakesTheWordsOfTheSameOrALowerFragment) {
         other.excludeAnyIs(eag({7}));
         other.lspFragmentIdIs(fragment);
         mine.combineSubTlvs(other);
-        EXPECT_THAT(mine.excludeAny()->values(), ElementsAre(7u)) << "other's fragment " << unsigned{fragment};
+        EXPECT_THAT(mine.excludeAny()->values(), ElementsAre(7u))
+            << "other's fragment " << unsigned{fragment};
         EXPECT_THAT(other.excludeAny()->values(), ElementsAre(7u));
     }
 }
@@ -246,7 +251,8 @@ TEST(IgpFlexAlgoDefinitionText, WriteReadWriteGivesTheSameTextInNewObjects) {
 
 TEST(IgpFlexAlgoDefinitionText, NoneReadsAsANullPointerAndWritesBack) {
     const std::string text =
-        "Value('Routing::IgpCommon::IgpFlexAlgoDefinition', ** {'flexAlgo': 129, 'metricType': 0, 'calcType': 0, "
+        "Value('Routing::IgpCommon::IgpFlexAlgoDefinition', ** {'flexAlgo': 129, 'metricType': 0, "
+        "'calcType': 0, "
         "'priority': 0, 'excludeAny': None, 'includeAny': [], 'includeAll': None, 'excludeSrlg': None, "
         "'lspFragmentId': 0})";
     const IgpFlexAlgoDefinition d = Kest::strepToValue(text, static_cast<IgpFlexAlgoDefinition*>(nullptr));
@@ -289,8 +295,8 @@ TEST(FlexAlgoLifetime, CreatorsHandOutTheOnlyReferenceAndTrackersReturnToTheirSt
         EXPECT_EQ(IgpFlexAlgoEag::allocTracker().live(), eagStart + 5);
         EXPECT_EQ(IgpFlexAlgoSrlg::allocTracker().live(), srlgStart + 3);
 
-        const IgpFlexAlgoDefinition read = Kest::strepToValue(std::string(kDefinitionText),
-                                                              static_cast<IgpFlexAlgoDefinition*>(nullptr));
+        const IgpFlexAlgoDefinition read =
+            Kest::strepToValue(std::string(kDefinitionText), static_cast<IgpFlexAlgoDefinition*>(nullptr));
         EXPECT_EQ(read.includeAll()->useCount(), 1u);
     }
     EXPECT_EQ(IgpFlexAlgoEag::allocTracker().live(), eagStart);

@@ -110,8 +110,9 @@ TEST(IgpProtoTest, SequenceToValueRefusesAnUnknownNameWithoutMovingOrStoring) {
     Kest::CharRange longer(std::string_view("igpProtoIsisX"));
     IgpProto out = igpProtoOspf3;
     EXPECT_EQ(sequenceToValue(r, &out), igpProtoIsis);
-    EXPECT_EQ(messageOf<Kest::ParseException>([&] { sequenceToValue(longer, &out); }),
-              "expected an enumerator of Routing::IgpCommon::IgpProto at offset 0 (before \"igpProtoIsisX\")");
+    EXPECT_EQ(
+        messageOf<Kest::ParseException>([&] { sequenceToValue(longer, &out); }),
+        "expected an enumerator of Routing::IgpCommon::IgpProto at offset 0 (before \"igpProtoIsisX\")");
     EXPECT_EQ(out, igpProtoIsis);
     EXPECT_EQ(longer.offset(), 0u);
     EXPECT_THROW(Kest::strepToValue(std::string("igpLevelIsisLevel1 "), static_cast<IgpLevel*>(nullptr)),

@@ -16,7 +16,9 @@ namespace {
 using Routing::IgpCommon::IgpNodeId;
 using Routing::IgpCommon::IgpNodeIdIndex;
 
-IgpNodeId idOf(std::array<std::uint8_t, 7> b) { return IgpNodeId::fromBytes(b.data()); }
+IgpNodeId idOf(std::array<std::uint8_t, 7> b) {
+    return IgpNodeId::fromBytes(b.data());
+}
 
 const std::string rangeText = "cannot access index 7 of an array with size 7";
 
@@ -117,7 +119,8 @@ TEST(IgpNodeIdTest, OrderAgreesWithToU64OverManyRandomIds) {
     std::vector<IgpNodeId> byOrder = ids;
     std::sort(byOrder.begin(), byOrder.end());
     std::vector<IgpNodeId> byU64 = ids;
-    std::sort(byU64.begin(), byU64.end(), [](const IgpNodeId& x, const IgpNodeId& y) { return x.toU64() < y.toU64(); });
+    std::sort(byU64.begin(), byU64.end(),
+              [](const IgpNodeId& x, const IgpNodeId& y) { return x.toU64() < y.toU64(); });
     EXPECT_TRUE(byOrder == byU64);
 }
 

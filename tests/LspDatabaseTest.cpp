@@ -38,7 +38,7 @@ PrefixKey pfxKey(std::uint32_t addr, std::uint8_t len) {
 // disturb the use counts the tests look at.
 template <class K, class V>
 class RawRecorder {
-  public:
+public:
     explicit RawRecorder(Poldo::Publisher& p) : rec_(p) {
         rec_.onRecord([](const Poldo::Notification& n, IgpTest::Record& r) {
             const V* old = n.oldValue<V>();
@@ -51,7 +51,7 @@ class RawRecorder {
     bool hasOld(std::size_t i) const { return rec_[i].hasOldValue; }
     const void* old(std::size_t i) const { return std::any_cast<const void*>(rec_[i].extra); }
 
-  private:
+private:
     IgpTest::RecordingObserver<K> rec_;
 };
 
@@ -240,7 +240,9 @@ struct NeighborSide {
     using Key = NeighborKey;
     using Value = Neighbor;
     static constexpr Kest::AttrId attr = IgpLsp::Attr::neighbor;
-    static Key key(int i) { return nbrKey(static_cast<std::uint8_t>(i), 0x0a000000u + static_cast<unsigned>(i)); }
+    static Key key(int i) {
+        return nbrKey(static_cast<std::uint8_t>(i), 0x0a000000u + static_cast<unsigned>(i));
+    }
     static Poldo::Ptr<Value> make(const Key& k) { return neighborFactory(k); }
     static void put(IgpLsp& e, const Key& k, const Poldo::Ptr<Value>& v) { e.neighborIs(k, v); }
     static Poldo::Ptr<Value> get(const IgpLsp& e, const Key& k) { return e.neighbor(k); }
@@ -350,7 +352,8 @@ TYPED_TEST(IgpLspMembers, DeleteAllPublishesOneRemovalEachWhenObservedAndEmpties
             }
             std::sort(keys.begin(), keys.end());
             for (int i = 1; i <= 6; ++i) {
-                EXPECT_TRUE(std::binary_search(keys.begin(), keys.end(), S::key(i))) << "no removal of member " << i;
+                EXPECT_TRUE(std::binary_search(keys.begin(), keys.end(), S::key(i)))
+                    << "no removal of member " << i;
             }
         }
     }
@@ -360,11 +363,15 @@ TYPED_TEST(IgpLspMembers, DeleteAllPublishesOneRemovalEachWhenObservedAndEmpties
 
 TEST(IgpLspDatabaseLifetime, DroppingTheDatabaseAndEveryEntryPointerLeavesNoObjectAlive) {
     const std::uint64_t total0 = Drimm::AllocTracker::totalLive();
-    std::vector<Drimm::AllocTracker*> trackers{
-        &IgpLspDatabase::allocTracker(),       &IgpLsp::allocTracker(),         &Node::allocTracker(),
-        &Neighbor::allocTracker(),             &Prefix::allocTracker(),         &IgpFlexAlgoPrefixMetric::allocTracker(),
-        &SidLabelBinding::allocTracker(),      &IsisLspParsedContent::allocTracker(),
-        &NeighborSrlg::allocTracker()};
+    std::vector<Drimm::AllocTracker*> trackers{&IgpLspDatabase::allocTracker(),
+                                               &IgpLsp::allocTracker(),
+                                               &Node::allocTracker(),
+                                               &Neighbor::allocTracker(),
+                                               &Prefix::allocTracker(),
+                                               &IgpFlexAlgoPrefixMetric::allocTracker(),
+                                               &SidLabelBinding::allocTracker(),
+                                               &IsisLspParsedContent::allocTracker(),
+                                               &NeighborSrlg::allocTracker()};
     std::vector<std::uint64_t> live0;
     for (const auto* t : trackers) {
         live0.push_back(t->live());

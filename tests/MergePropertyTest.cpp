@@ -36,7 +36,9 @@ IgpNodeId nodeId(std::uint8_t last) {
     const std::array<std::uint8_t, 7> b{0x19, 0x21, 0x68, 0x00, 0x10, last, 0};
     return IgpNodeId::fromBytes(b.data());
 }
-IpAddr v4(std::uint8_t last) { return IpAddr(0x0a000000u | last); }
+IpAddr v4(std::uint8_t last) {
+    return IpAddr(0x0a000000u | last);
+}
 Ip6Addr v6(std::uint8_t last) {
     std::array<std::uint8_t, 16> b{0xfe, 0x80};
     b[15] = last;
@@ -79,21 +81,28 @@ struct LspRecipe {
 };
 
 class Generator {
-  public:
+public:
     explicit Generator(std::uint32_t seed) : rng_(seed) {
         // Six neighbor keys over three nodes, two topologies and a handful of addresses.
         while (neighborKeys_.size() < 6) {
-            NeighborKey k(nodeId(static_cast<std::uint8_t>(2 + below(3))), IgpMultiTopologyId(chance(3) ? 2 : 0));
-            for (unsigned n = below(3); n > 0; --n) k.localIpv4AddrIs(v4(static_cast<std::uint8_t>(1 + below(3))));
-            if (chance(2)) k.localIpv6AddrIs(v6(static_cast<std::uint8_t>(1 + below(2))));
-            if (chance(2)) k.remoteIpv4AddrIs(v4(9));
-            if (chance(3)) k.remoteIpv6AddrIs(v6(9));
+            NeighborKey k(nodeId(static_cast<std::uint8_t>(2 + below(3))),
+                          IgpMultiTopologyId(chance(3) ? 2 : 0));
+            for (unsigned n = below(3); n > 0; --n)
+                k.localIpv4AddrIs(v4(static_cast<std::uint8_t>(1 + below(3))));
+            if (chance(2))
+                k.localIpv6AddrIs(v6(static_cast<std::uint8_t>(1 + below(2))));
+            if (chance(2))
+                k.remoteIpv4AddrIs(v4(9));
+            if (chance(3))
+                k.remoteIpv6AddrIs(v6(9));
             if (std::find(neighborKeys_.begin(), neighborKeys_.end(), k) == neighborKeys_.end()) {
                 neighborKeys_.push_back(k);
             }
         }
-        const Lumo::IpGenPrefix p16(IpAddr(0x0a010000), 16), p24(IpAddr(0x0a010000), 24), q16(IpAddr(0x0a020000), 16);
-        const Lumo::IpGenPrefix p6(Ip6Addr::fromBytes(std::array<std::uint8_t, 16>{0x20, 0x01, 0x0d, 0xb8}.data()), 32);
+        const Lumo::IpGenPrefix p16(IpAddr(0x0a010000), 16), p24(IpAddr(0x0a010000), 24),
+            q16(IpAddr(0x0a020000), 16);
+        const Lumo::IpGenPrefix p6(
+            Ip6Addr::fromBytes(std::array<std::uint8_t, 16>{0x20, 0x01, 0x0d, 0xb8}.data()), 32);
         const std::array<std::pair<Lumo::IpGenPrefix, std::uint16_t>, 6> keys{
             {{p16, 0}, {p24, 0}, {p16, 2}, {q16, 0}, {p6, 0}, {p6, 2}}};
         for (const auto& [p, mt] : keys) {
@@ -107,23 +116,26 @@ class Generator {
     LspRecipe lsp() {
         LspRecipe r;
         for (std::size_t i = 0; i < neighborKeys_.size(); ++i) {
-            if (below(5) < 3) r.neighbors.push_back(neighbor(i));
+            if (below(5) < 3)
+                r.neighbors.push_back(neighbor(i));
         }
         for (std::size_t i = 0; i < prefixKeys_.size(); ++i) {
-            if (below(5) < 3) r.prefixes.push_back(prefix(i));
+            if (below(5) < 3)
+                r.prefixes.push_back(prefix(i));
         }
         const IpGenAddr addrs[] = {IpGenAddr(), v4(1), v4(2), v4(3), v6(1), v6(2)};
         for (const auto& a : addrs) {
             if (below(5) < 2) {
                 std::vector<std::uint32_t> values{1 + below(6)};
-                if (chance(2)) values.push_back(1 + below(6));
+                if (chance(2))
+                    values.push_back(1 + below(6));
                 r.srlgRecords.emplace_back(a, values);
             }
         }
         return r;
     }
 
-  private:
+private:
     unsigned below(unsigned n) { return static_cast<unsigned>(rng_() % n); }
     bool chance(unsigned oneIn) { return below(oneIn) == 0; }
     template <class T, std::size_t N>
@@ -138,19 +150,25 @@ class Generator {
         n.adminGroup = pick<std::uint32_t>({0, 1, 5});
         n.maxLinkBw = pick<float>({0.0f, 1e9f, 2.5e9f});
         n.maxReserveLinkBw = pick<float>({0.0f, 1e9f});
-        for (float& bw : n.unreservedBw) bw = pick<float>({0.0f, 0.0f, 1e8f, 5e8f});
-        for (unsigned e = below(4); e > 0; --e) n.extAdminGroup[static_cast<std::uint8_t>(below(6))] = pick<std::uint32_t>({0, 1, 0xff});
+        for (float& bw : n.unreservedBw)
+            bw = pick<float>({0.0f, 0.0f, 1e8f, 5e8f});
+        for (unsigned e = below(4); e > 0; --e)
+            n.extAdminGroup[static_cast<std::uint8_t>(below(6))] = pick<std::uint32_t>({0, 1, 0xff});
         n.teDefMetric = pick<std::uint32_t>({0, 10, 20});
         n.igpMetric = pick<std::uint32_t>({1, 10, 100});
-        if (chance(5)) n.srlg.push_back(1 + below(6));
+        if (chance(5))
+            n.srlg.push_back(1 + below(6));
         const AdjacencySid adj[] = {{0x30, 24001, 0}, {0x30, 24002, 0}, {0x20, 24001, 1}, {0x30, 24001, 1}};
         for (const auto& s : adj) {
-            if (chance(3)) n.adjSid.push_back(s);
+            if (chance(3))
+                n.adjSid.push_back(s);
         }
         const Routing::Isis::SystemId sys({1, 2, 3, 4, 5, 6});
-        const LanAdjacencySid lan[] = {{0x30, 24100, 0, sys}, {0x30, 24100, 0, Routing::Isis::SystemId({1, 2, 3, 4, 5, 7})}};
+        const LanAdjacencySid lan[] = {{0x30, 24100, 0, sys},
+                                       {0x30, 24100, 0, Routing::Isis::SystemId({1, 2, 3, 4, 5, 7})}};
         for (const auto& s : lan) {
-            if (chance(3)) n.lanAdjSid.push_back(s);
+            if (chance(3))
+                n.lanAdjSid.push_back(s);
         }
         return n;
     }
@@ -162,9 +180,11 @@ class Generator {
         p.flags = static_cast<std::uint8_t>(below(2));
         if (p.reachable) {
             p.metric = pick<std::uint32_t>({10, 20, 30});
-            p.sid = pick<PrefixSid>({PrefixSid(), PrefixSid(0x40, 100, 0, true), PrefixSid(0x40, 101, 0, true)});
+            p.sid =
+                pick<PrefixSid>({PrefixSid(), PrefixSid(0x40, 100, 0, true), PrefixSid(0x40, 101, 0, true)});
             for (const unsigned algo : {128u, 129u, 130u}) {
-                if (chance(2)) p.flex[algo] = pick<std::uint32_t>({10, 20});
+                if (chance(2))
+                    p.flex[algo] = pick<std::uint32_t>({10, 20});
             }
         }
         if (chance(3)) {
@@ -192,13 +212,18 @@ Poldo::Ptr<IsisLspParsedContent> build(const LspRecipe& r, const Generator& g) {
         n->adminGroupIs(nr.adminGroup);
         n->maxLinkBwIs(nr.maxLinkBw);
         n->maxReserveLinkBwIs(nr.maxReserveLinkBw);
-        for (std::uint8_t i = 0; i < 8; ++i) n->unreservedBwIs(BwIndex(i), nr.unreservedBw[i]);
-        for (const auto& [i, w] : nr.extAdminGroup) n->extAdminGroupIs(AdminGroupIndex(i), w);
+        for (std::uint8_t i = 0; i < 8; ++i)
+            n->unreservedBwIs(BwIndex(i), nr.unreservedBw[i]);
+        for (const auto& [i, w] : nr.extAdminGroup)
+            n->extAdminGroupIs(AdminGroupIndex(i), w);
         n->teDefMetricIs(nr.teDefMetric);
         n->igpMetricIs(nr.igpMetric);
-        for (const auto v : nr.srlg) n->srlgValuesIs(v);
-        for (const auto& s : nr.adjSid) n->adjSidIs(s);
-        for (const auto& s : nr.lanAdjSid) n->lanAdjSidIs(s);
+        for (const auto v : nr.srlg)
+            n->srlgValuesIs(v);
+        for (const auto& s : nr.adjSid)
+            n->adjSidIs(s);
+        for (const auto& s : nr.lanAdjSid)
+            n->lanAdjSidIs(s);
     }
     for (const auto& pr : r.prefixes) {
         auto p = parsed->prefixIs(g.prefixKeys()[pr.key]);
@@ -206,7 +231,8 @@ Poldo::Ptr<IsisLspParsedContent> build(const LspRecipe& r, const Generator& g) {
         p->flagsIs(PrefixFlags(pr.flags));
         p->metricIs(pr.metric);
         p->prefixSidIs(pr.sid);
-        for (const auto& [algo, m] : pr.flex) p->prefixMetric()->metricIs(static_cast<std::uint8_t>(algo), m);
+        for (const auto& [algo, m] : pr.flex)
+            p->prefixMetric()->metricIs(static_cast<std::uint8_t>(algo), m);
         if (pr.binding) {
             auto b = sidLabelBindingFactory();
             b->flagsIs(SidLabelBinding::SidLabelBindingFlags(pr.binding->flags));
@@ -219,7 +245,8 @@ Poldo::Ptr<IsisLspParsedContent> build(const LspRecipe& r, const Generator& g) {
     }
     for (const auto& [addr, values] : r.srlgRecords) {
         auto rec = parsed->parsedSrLgIs(addr);
-        for (const auto v : values) rec->srlgValueIs(v);
+        for (const auto v : values)
+            rec->srlgValueIs(v);
     }
     return parsed;
 }
@@ -261,11 +288,16 @@ NeighborState snap(const Neighbor& n) {
     s.igpMetric = n.igpMetric();
     s.maxLinkBw = n.maxLinkBw();
     s.maxReserveLinkBw = n.maxReserveLinkBw();
-    for (std::uint8_t i = 0; i < 8; ++i) s.unreservedBw[i] = n.unreservedBw(BwIndex(i));
-    for (auto it = n.extAdminGroup().begin(); it != n.extAdminGroup().end(); ++it) s.extAdminGroup[it->key.value()] = it->value;
-    for (auto it = n.srlgValues().begin(); it != n.srlgValues().end(); ++it) s.srlg.insert(*it);
-    for (auto it = n.adjSid().begin(); it != n.adjSid().end(); ++it) s.adjSid.insert(*it);
-    for (auto it = n.lanAdjSid().begin(); it != n.lanAdjSid().end(); ++it) s.lanAdjSid.insert(*it);
+    for (std::uint8_t i = 0; i < 8; ++i)
+        s.unreservedBw[i] = n.unreservedBw(BwIndex(i));
+    for (auto it = n.extAdminGroup().begin(); it != n.extAdminGroup().end(); ++it)
+        s.extAdminGroup[it->key.value()] = it->value;
+    for (auto it = n.srlgValues().begin(); it != n.srlgValues().end(); ++it)
+        s.srlg.insert(*it);
+    for (auto it = n.adjSid().begin(); it != n.adjSid().end(); ++it)
+        s.adjSid.insert(*it);
+    for (auto it = n.lanAdjSid().begin(); it != n.lanAdjSid().end(); ++it)
+        s.lanAdjSid.insert(*it);
     return s;
 }
 PrefixState snap(const Prefix& p) {
@@ -275,28 +307,35 @@ PrefixState snap(const Prefix& p) {
     s.sid = p.prefixSid();
     s.reachable = p.hasValidReachability();
     s.bindingObject = p.sidLabelBinding().get();
-    if (p.sidLabelBinding()) s.binding = snap(*p.sidLabelBinding());
+    if (p.sidLabelBinding())
+        s.binding = snap(*p.sidLabelBinding());
     return s;
 }
 FlexMetrics flexOf(const Prefix& p) {
     FlexMetrics m;
-    for (const auto& [algo, metric] : p.prefixMetric()->metric()) m[algo] = metric;
+    for (const auto& [algo, metric] : p.prefixMetric()->metric())
+        m[algo] = metric;
     return m;
 }
 
 std::string text(const NeighborState& s) {
     std::ostringstream os;
-    os << "present=" << s.attrsPresent << " ag=" << s.adminGroup << " te=" << s.teDefMetric << " igp=" << s.igpMetric
-       << " bw=" << s.maxLinkBw << "/" << s.maxReserveLinkBw << " ubw=";
-    for (const float f : s.unreservedBw) os << f << ',';
+    os << "present=" << s.attrsPresent << " ag=" << s.adminGroup << " te=" << s.teDefMetric
+       << " igp=" << s.igpMetric << " bw=" << s.maxLinkBw << "/" << s.maxReserveLinkBw << " ubw=";
+    for (const float f : s.unreservedBw)
+        os << f << ',';
     os << " eag=";
-    for (const auto& [i, w] : s.extAdminGroup) os << i << ':' << w << ',';
+    for (const auto& [i, w] : s.extAdminGroup)
+        os << i << ':' << w << ',';
     os << " srlg=";
-    for (const auto v : s.srlg) os << v << ',';
+    for (const auto v : s.srlg)
+        os << v << ',';
     os << " adj=";
-    for (const auto& a : s.adjSid) os << a << ',';
+    for (const auto& a : s.adjSid)
+        os << a << ',';
     os << " lan=";
-    for (const auto& a : s.lanAdjSid) os << a << ',';
+    for (const auto& a : s.lanAdjSid)
+        os << a << ',';
     return os.str();
 }
 std::string text(const PrefixState& s) {
@@ -310,20 +349,26 @@ std::string text(const PrefixState& s) {
 }
 std::string text(const FlexMetrics& m) {
     std::ostringstream os;
-    for (const auto& [a, v] : m) os << a << ':' << v << ',';
+    for (const auto& [a, v] : m)
+        os << a << ':' << v << ',';
     return os.str();
 }
 
 // ---- the mirror: rebuilds the entry from notifications alone --------------------------------
 
 class Mirror final : public Poldo::Observer {
-  public:
-    explicit Mirror(const Poldo::Ptr<IgpLsp>& entry) : entry_(entry) { entry_->publisher().observerIs(*this); }
+public:
+    explicit Mirror(const Poldo::Ptr<IgpLsp>& entry) : entry_(entry) {
+        entry_->publisher().observerIs(*this);
+    }
     ~Mirror() override {
         entry_->publisher().observerDel(*this);
-        for (const auto& n : watchedNeighbors_) n->publisher().observerDel(*this);
-        for (const auto& p : watchedPrefixes_) p->publisher().observerDel(*this);
-        for (const auto& b : watchedBindings_) b->publisher().observerDel(*this);
+        for (const auto& n : watchedNeighbors_)
+            n->publisher().observerDel(*this);
+        for (const auto& p : watchedPrefixes_)
+            p->publisher().observerDel(*this);
+        for (const auto& b : watchedBindings_)
+            b->publisher().observerDel(*this);
     }
     Mirror(const Mirror&) = delete;
     Mirror& operator=(const Mirror&) = delete;
@@ -356,7 +401,8 @@ class Mirror final : public Poldo::Observer {
             PrefixState* owner = nullptr;
             for (auto& [k, s] : prefixes_) {
                 const auto current = entry_->prefix(k);
-                if (s.bindingObject == b && current && current->sidLabelBinding().get() == b) owner = &s;
+                if (s.bindingObject == b && current && current->sidLabelBinding().get() == b)
+                    owner = &s;
             }
             if (owner == nullptr) {
                 ++fromDetached_;
@@ -368,7 +414,7 @@ class Mirror final : public Poldo::Observer {
         }
     }
 
-  private:
+private:
     void onEntry(const Poldo::Notification& n) {
         if (n.attr() == IgpLsp::Attr::neighbor && n.key<NeighborKey>() != nullptr) {
             const NeighborKey& k = *n.key<NeighborKey>();
@@ -404,7 +450,8 @@ class Mirror final : public Poldo::Observer {
     template <class K>
     const K* keyOr(const Poldo::Notification& n) {
         const K* k = n.key<K>();
-        if (k == nullptr) ++unexpected_;
+        if (k == nullptr)
+            ++unexpected_;
         return k;
     }
 
@@ -420,14 +467,27 @@ class Mirror final : public Poldo::Observer {
     void reread(NeighborState& s, const Neighbor& nbr, const Poldo::Notification& n) {
         using A = Neighbor::Attr;
         switch (n.attr()) {
-            case A::attrsPresent: s.attrsPresent = nbr.attrsPresent().value(); break;
-            case A::adminGroup: s.adminGroup = nbr.adminGroup(); break;
-            case A::maxLinkBw: s.maxLinkBw = nbr.maxLinkBw(); break;
-            case A::maxReserveLinkBw: s.maxReserveLinkBw = nbr.maxReserveLinkBw(); break;
-            case A::teDefMetric: s.teDefMetric = nbr.teDefMetric(); break;
-            case A::igpMetric: s.igpMetric = nbr.igpMetric(); break;
+            case A::attrsPresent:
+                s.attrsPresent = nbr.attrsPresent().value();
+                break;
+            case A::adminGroup:
+                s.adminGroup = nbr.adminGroup();
+                break;
+            case A::maxLinkBw:
+                s.maxLinkBw = nbr.maxLinkBw();
+                break;
+            case A::maxReserveLinkBw:
+                s.maxReserveLinkBw = nbr.maxReserveLinkBw();
+                break;
+            case A::teDefMetric:
+                s.teDefMetric = nbr.teDefMetric();
+                break;
+            case A::igpMetric:
+                s.igpMetric = nbr.igpMetric();
+                break;
             case A::unreservedBw:
-                if (const auto* i = keyOr<BwIndex>(n)) s.unreservedBw[i->value()] = nbr.unreservedBw(*i);
+                if (const auto* i = keyOr<BwIndex>(n))
+                    s.unreservedBw[i->value()] = nbr.unreservedBw(*i);
                 break;
             case A::extAdminGroup:
                 if (const auto* i = keyOr<AdminGroupIndex>(n)) {
@@ -439,45 +499,71 @@ class Mirror final : public Poldo::Observer {
                 }
                 break;
             case A::srlgValues:
-                if (const auto* v = keyOr<std::uint32_t>(n)) mirrorMember(s.srlg, nbr.srlgValuesHas(*v), *v);
+                if (const auto* v = keyOr<std::uint32_t>(n))
+                    mirrorMember(s.srlg, nbr.srlgValuesHas(*v), *v);
                 break;
             case A::adjSid:
-                if (const auto* v = keyOr<AdjacencySid>(n)) mirrorMember(s.adjSid, nbr.adjSidHas(*v), *v);
+                if (const auto* v = keyOr<AdjacencySid>(n))
+                    mirrorMember(s.adjSid, nbr.adjSidHas(*v), *v);
                 break;
             case A::lanAdjSid:
-                if (const auto* v = keyOr<LanAdjacencySid>(n)) mirrorMember(s.lanAdjSid, nbr.lanAdjSidHas(*v), *v);
+                if (const auto* v = keyOr<LanAdjacencySid>(n))
+                    mirrorMember(s.lanAdjSid, nbr.lanAdjSidHas(*v), *v);
                 break;
-            default: ++unexpected_;
+            default:
+                ++unexpected_;
         }
     }
 
     void reread(PrefixState& s, const Prefix& pfx, const Poldo::Notification& n) {
         using A = Prefix::Attr;
         switch (n.attr()) {
-            case A::flags: s.flags = pfx.flags().value(); break;
-            case A::metric: s.metric = pfx.metric(); break;
-            case A::prefixSid: s.sid = pfx.prefixSid(); break;
-            case A::hasValidReachability: s.reachable = pfx.hasValidReachability(); break;
-            case A::prefixMetric: break;  // the pointer; its contents never publish
+            case A::flags:
+                s.flags = pfx.flags().value();
+                break;
+            case A::metric:
+                s.metric = pfx.metric();
+                break;
+            case A::prefixSid:
+                s.sid = pfx.prefixSid();
+                break;
+            case A::hasValidReachability:
+                s.reachable = pfx.hasValidReachability();
+                break;
+            case A::prefixMetric:
+                break;  // the pointer; its contents never publish
             case A::sidLabelBinding:
                 s.bindingObject = pfx.sidLabelBinding().get();
                 s.binding.reset();
-                if (pfx.sidLabelBinding()) s.binding = snap(*pfx.sidLabelBinding());
+                if (pfx.sidLabelBinding())
+                    s.binding = snap(*pfx.sidLabelBinding());
                 watchBinding(pfx.sidLabelBinding());
                 break;
-            default: ++unexpected_;
+            default:
+                ++unexpected_;
         }
     }
 
     void reread(BindingState& s, const SidLabelBinding& b, const Poldo::Notification& n) {
         using A = SidLabelBinding::Attr;
         switch (n.attr()) {
-            case A::flags: s.flags = b.flags().value(); break;
-            case A::range: s.range = b.range(); break;
-            case A::baseLabelSid: s.label = b.baseLabelSid(); break;
-            case A::basePrefixSid: s.prefixSid = b.basePrefixSid(); break;
-            case A::lspFragmentId: s.fragment = b.lspFragmentId(); break;
-            default: ++unexpected_;
+            case A::flags:
+                s.flags = b.flags().value();
+                break;
+            case A::range:
+                s.range = b.range();
+                break;
+            case A::baseLabelSid:
+                s.label = b.baseLabelSid();
+                break;
+            case A::basePrefixSid:
+                s.prefixSid = b.basePrefixSid();
+                break;
+            case A::lspFragmentId:
+                s.fragment = b.lspFragmentId();
+                break;
+            default:
+                ++unexpected_;
         }
     }
 
@@ -497,24 +583,28 @@ class Mirror final : public Poldo::Observer {
 template <class Map>
 auto entryKeys(const Map& m) {
     std::set<std::remove_cvref_t<decltype(m.begin()->key)>> keys;
-    for (auto it = m.begin(); it != m.end(); ++it) keys.insert(it->key);
+    for (auto it = m.begin(); it != m.end(); ++it)
+        keys.insert(it->key);
     return keys;
 }
 template <class Map>
 auto mapKeys(const Map& m) {
     std::set<typename Map::key_type> keys;
-    for (const auto& [k, v] : m) keys.insert(k);
+    for (const auto& [k, v] : m)
+        keys.insert(k);
     return keys;
 }
 
 // Property 1. `expectedFlex` models the one deliberate exception: a reachable prefix merged
 // into one already held keeps the per-algorithm metrics that the new prefix lacks; every other
 // merge (a new member, an unreachable prefix) leaves exactly the parsed metrics.
-void checkAgainstFreshMerge(const IgpLsp& entry, const IgpLsp& fresh, const std::map<PrefixKey, FlexMetrics>& expectedFlex) {
+void checkAgainstFreshMerge(const IgpLsp& entry, const IgpLsp& fresh,
+                            const std::map<PrefixKey, FlexMetrics>& expectedFlex) {
     ASSERT_EQ(entryKeys(entry.neighbor()), entryKeys(fresh.neighbor()));
     ASSERT_EQ(entryKeys(entry.prefix()), entryKeys(fresh.prefix()));
     for (auto it = fresh.neighbor().begin(); it != fresh.neighbor().end(); ++it) {
-        EXPECT_EQ(text(snap(*entry.neighbor(it->key))), text(snap(*it->value))) << "neighbor " << it->key.toStrep();
+        EXPECT_EQ(text(snap(*entry.neighbor(it->key))), text(snap(*it->value)))
+            << "neighbor " << it->key.toStrep();
     }
     for (auto it = fresh.prefix().begin(); it != fresh.prefix().end(); ++it) {
         const Prefix& mine = *entry.prefix(it->key);
@@ -536,7 +626,8 @@ void checkMirror(const IgpLsp& entry, const Mirror& mirror) {
     ASSERT_EQ(entryKeys(entry.neighbor()), mapKeys(mirror.neighbors()));
     ASSERT_EQ(entryKeys(entry.prefix()), mapKeys(mirror.prefixes()));
     for (const auto& [k, s] : mirror.neighbors()) {
-        EXPECT_EQ(text(s), text(snap(*entry.neighbor(k)))) << "unpublished change of neighbor " << k.toStrep();
+        EXPECT_EQ(text(s), text(snap(*entry.neighbor(k))))
+            << "unpublished change of neighbor " << k.toStrep();
     }
     for (const auto& [k, s] : mirror.prefixes()) {
         EXPECT_EQ(text(s), text(snap(*entry.prefix(k)))) << "unpublished change of prefix " << k;
@@ -568,7 +659,8 @@ void runSequences(Property property, std::uint32_t seed, int iterations) {
                 const auto held = expectedFlex.find(k);
                 FlexMetrics f = (held != expectedFlex.end() && pr.reachable) ? held->second : FlexMetrics{};
                 if (held == expectedFlex.end() || pr.reachable) {
-                    for (const auto& [algo, metric] : pr.flex) f[algo] = metric;
+                    for (const auto& [algo, metric] : pr.flex)
+                        f[algo] = metric;
                 }
                 nextFlex[k] = f;
             }

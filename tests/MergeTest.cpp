@@ -59,16 +59,26 @@ NeighborKey kV6() {
     k.remoteIpv6AddrIs(v6(0xfe80, 2));
     return k;
 }
-NeighborKey kUnnumbered() { return NeighborKey(nodeId(4, 1), IgpMultiTopologyId(0)); }
+NeighborKey kUnnumbered() {
+    return NeighborKey(nodeId(4, 1), IgpMultiTopologyId(0));
+}
 NeighborKey kGone() {
     NeighborKey k(nodeId(5), IgpMultiTopologyId(0));
     k.localIpv4AddrIs(v4(10, 0, 5, 1));
     return k;
 }
-PrefixKey pReach() { return pfxKey(v4(10, 1, 0, 0), 16); }
-PrefixKey pReach6() { return pfxKey6(v6(0x2001, 0), 32, 2); }
-PrefixKey pUnreach() { return pfxKey(v4(10, 2, 0, 0), 24); }
-PrefixKey pGone() { return pfxKey(v4(10, 9, 0, 0), 16); }
+PrefixKey pReach() {
+    return pfxKey(v4(10, 1, 0, 0), 16);
+}
+PrefixKey pReach6() {
+    return pfxKey6(v6(0x2001, 0), 32, 2);
+}
+PrefixKey pUnreach() {
+    return pfxKey(v4(10, 2, 0, 0), 24);
+}
+PrefixKey pGone() {
+    return pfxKey(v4(10, 9, 0, 0), 16);
+}
 
 // The sample LSP, every call a new object with equal contents.
 Poldo::Ptr<IsisLspParsedContent> sampleLsp(bool withBindings) {
@@ -146,13 +156,15 @@ auto keysOf(const Map& m) {
 }
 std::vector<NeighborKey> parsedNeighborKeys(const IsisLspParsedContent& parsed) {
     std::vector<NeighborKey> keys;
-    for (auto it = parsed.neighbor().begin(); it != parsed.neighbor().end(); ++it) keys.push_back((*it)->key());
+    for (auto it = parsed.neighbor().begin(); it != parsed.neighbor().end(); ++it)
+        keys.push_back((*it)->key());
     std::sort(keys.begin(), keys.end());
     return keys;
 }
 std::vector<PrefixKey> parsedPrefixKeys(const IsisLspParsedContent& parsed) {
     std::vector<PrefixKey> keys;
-    for (auto it = parsed.prefix().begin(); it != parsed.prefix().end(); ++it) keys.push_back((*it)->prefixKey());
+    for (auto it = parsed.prefix().begin(); it != parsed.prefix().end(); ++it)
+        keys.push_back((*it)->prefixKey());
     std::sort(keys.begin(), keys.end());
     return keys;
 }
@@ -175,7 +187,8 @@ struct EverywhereObservers {
     }
     std::size_t total() const {
         std::size_t n = onEntry.size();
-        for (const auto& o : onMembers) n += o->size();
+        for (const auto& o : onMembers)
+            n += o->size();
         return n;
     }
     IgpTest::RecordingObserver<> onEntry;
@@ -322,7 +335,8 @@ TEST(IgpLspMerge, EveryMergeReplacesTheBindingOfEachPrefixThatCarriesOne) {
     merge(*entry, again);
 
     EXPECT_EQ(SidLabelBinding::allocTracker().allocations() - bindings0, withBinding);
-    EXPECT_EQ(allocationsOverAllTrackers() - trackerAllocs0, withBinding) << "nothing but bindings is created";
+    EXPECT_EQ(allocationsOverAllTrackers() - trackerAllocs0, withBinding)
+        << "nothing but bindings is created";
     EXPECT_EQ(Drimm::AllocTracker::totalLive(), live0) << "each new binding replaces one that is freed";
     const auto& after = entry->prefix(pReach())->sidLabelBinding();
     ASSERT_NE(after, nullptr);
@@ -349,7 +363,11 @@ TEST(IgpLspMerge, NeighborKeyDifferingInOneFieldIsARemovalPlusAnInsertion) {
     const std::vector<NeighborKeyChange> changes{
         {"mtId", [](NeighborKey& k) { k.mtIdIs(IgpMultiTopologyId(2)); }},
         {"pseudonode byte", [](NeighborKey& k) { k.nodeIdIs(nodeId(2, 1)); }},
-        {"local IPv4 replaced", [](NeighborKey& k) { k.localIpv4AddrDel(v4(10, 0, 0, 1)); k.localIpv4AddrIs(v4(10, 0, 0, 3)); }},
+        {"local IPv4 replaced",
+         [](NeighborKey& k) {
+             k.localIpv4AddrDel(v4(10, 0, 0, 1));
+             k.localIpv4AddrIs(v4(10, 0, 0, 3));
+         }},
         {"remote IPv4 added", [](NeighborKey& k) { k.remoteIpv4AddrIs(v4(10, 0, 0, 4)); }},
         {"local IPv6 added", [](NeighborKey& k) { k.localIpv6AddrIs(v6(0xfe80, 7)); }},
         {"remote IPv6 added", [](NeighborKey& k) { k.remoteIpv6AddrIs(v6(0xfe80, 8)); }},
@@ -385,8 +403,8 @@ TEST(IgpLspMerge, NeighborKeyDifferingInOneFieldIsARemovalPlusAnInsertion) {
 }
 
 TEST(IgpLspMerge, PrefixKeyDifferingInOneFieldIsARemovalPlusAnInsertion) {
-    for (const PrefixKey& changed : {pfxKey(v4(10, 1, 0, 0), 16, 2), pfxKey(v4(10, 1, 0, 0), 17),
-                                     pfxKey(v4(10, 1, 0, 1), 16)}) {
+    for (const PrefixKey& changed :
+         {pfxKey(v4(10, 1, 0, 0), 16, 2), pfxKey(v4(10, 1, 0, 0), 17), pfxKey(v4(10, 1, 0, 1), 16)}) {
         SCOPED_TRACE(::testing::PrintToString(changed.prefix().stringValue()) + " mtId " +
                      std::to_string(changed.mtId().value()));
         auto entry = igpLspFactory(nodeId(1));
@@ -414,7 +432,8 @@ TEST(IgpLspMerge, PrefixKeyDifferingInOneFieldIsARemovalPlusAnInsertion) {
 
 std::set<std::uint32_t> srlgsOf(const Neighbor& n) {
     std::set<std::uint32_t> s;
-    for (auto it = n.srlgValues().begin(); it != n.srlgValues().end(); ++it) s.insert(*it);
+    for (auto it = n.srlgValues().begin(); it != n.srlgValues().end(); ++it)
+        s.insert(*it);
     return s;
 }
 
@@ -459,7 +478,8 @@ TEST(IgpLspSrlgFold, OnlyTheFirstLocalIpv4AddressInIterationOrderNamesTheRecord)
 
     entry->updateNeighbors(parsed);
 
-    EXPECT_EQ(srlgsOf(*nbr), (std::set<std::uint32_t>{100u + (first.value() & 0xff)})) << "first is " << first;
+    EXPECT_EQ(srlgsOf(*nbr), (std::set<std::uint32_t>{100u + (first.value() & 0xff)}))
+        << "first is " << first;
     EXPECT_EQ(entry->neighbor(k), nbr);
 }
 

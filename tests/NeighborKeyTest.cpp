@@ -16,7 +16,6 @@
 #include <utility>
 #include <vector>
 
-
 namespace {
 
 using Lumo::Ip6Addr;
@@ -27,10 +26,18 @@ using Routing::IgpCommon::NeighborKey;
 
 using NodeBytes = std::array<std::uint8_t, 7>;
 
-IgpNodeId node(const NodeBytes& b) { return IgpNodeId::fromBytes(b.data()); }
-IpAddr v4(const char* text) { return Kest::strepToValue(Poldo::String(text), static_cast<IpAddr*>(nullptr)); }
-Ip6Addr v6(const char* text) { return Kest::strepToValue(Poldo::String(text), static_cast<Ip6Addr*>(nullptr)); }
-IpAddr v4n(unsigned i) { return IpAddr(0x0a000000u + i); }
+IgpNodeId node(const NodeBytes& b) {
+    return IgpNodeId::fromBytes(b.data());
+}
+IpAddr v4(const char* text) {
+    return Kest::strepToValue(Poldo::String(text), static_cast<IpAddr*>(nullptr));
+}
+Ip6Addr v6(const char* text) {
+    return Kest::strepToValue(Poldo::String(text), static_cast<Ip6Addr*>(nullptr));
+}
+IpAddr v4n(unsigned i) {
+    return IpAddr(0x0a000000u + i);
+}
 Ip6Addr v6n(unsigned i) {
     std::array<std::uint8_t, 16> b{0x20, 0x01, 0x0d, 0xb8};
     b[14] = static_cast<std::uint8_t>(i >> 8);
@@ -52,10 +59,14 @@ auto members(const Set& s) {
 std::uint32_t expectedHash(const NeighborKey& k, std::uint32_t seed) {
     Kest::HashState s(seed);
     s.mix32(k.nodeId().hash(0));
-    for (const auto& a : members(k.remoteIpv4Addr())) s.mix32(a.hash());
-    for (const auto& a : members(k.remoteIpv6Addr())) s.mix32(a.hash());
-    for (const auto& a : members(k.localIpv4Addr())) s.mix32(a.hash());
-    for (const auto& a : members(k.localIpv6Addr())) s.mix32(a.hash());
+    for (const auto& a : members(k.remoteIpv4Addr()))
+        s.mix32(a.hash());
+    for (const auto& a : members(k.remoteIpv6Addr()))
+        s.mix32(a.hash());
+    for (const auto& a : members(k.localIpv4Addr()))
+        s.mix32(a.hash());
+    for (const auto& a : members(k.localIpv6Addr()))
+        s.mix32(a.hash());
     s.mix32(k.mtId().hash(0));
     return s.result();
 }
@@ -134,19 +145,21 @@ Recipe randomRecipe(std::mt19937& rng) {
 // Fills one set: plainly in the given order, or shuffled with duplicates, and with decoy
 // addresses that grow the set past its inline slot and are deleted again in between.
 template <class Addr, class Add, class Del>
-void fillSet(const std::vector<Addr>& want, Addr (*make)(unsigned), std::mt19937& rng, bool scrambled, Add add,
-             Del del) {
+void fillSet(const std::vector<Addr>& want, Addr (*make)(unsigned), std::mt19937& rng, bool scrambled,
+             Add add, Del del) {
     if (!scrambled) {
-        for (const Addr& a : want) add(a);
+        for (const Addr& a : want)
+            add(a);
         return;
     }
     std::vector<Addr> decoys;
     for (unsigned i = 0, n = rng() % 13; i < n; ++i) {  // up to 12: the table grows more than once
-        decoys.push_back(make(1000 + i));  // outside the pool of wanted addresses
+        decoys.push_back(make(1000 + i));               // outside the pool of wanted addresses
     }
     std::vector<Addr> order = want;
     std::shuffle(order.begin(), order.end(), rng);
-    for (const Addr& d : decoys) add(d);
+    for (const Addr& d : decoys)
+        add(d);
     for (std::size_t i = 0; i < order.size(); ++i) {
         add(order[i]);
         if (i % 2 == 0) {
@@ -157,7 +170,8 @@ void fillSet(const std::vector<Addr>& want, Addr (*make)(unsigned), std::mt19937
         }
     }
     std::shuffle(decoys.begin(), decoys.end(), rng);
-    for (const Addr& d : decoys) del(d);
+    for (const Addr& d : decoys)
+        del(d);
 }
 
 NeighborKey build(const Recipe& r, std::mt19937& rng, bool scrambled) {
@@ -166,14 +180,18 @@ NeighborKey build(const Recipe& r, std::mt19937& rng, bool scrambled) {
         k.nodeIdIs(node(r.node));
         k.mtIdIs(IgpMultiTopologyId(r.mtId));
     }
-    fillSet(r.lv6, v6n, rng, scrambled, [&](const Ip6Addr& a) { k.localIpv6AddrIs(a); },
-            [&](const Ip6Addr& a) { k.localIpv6AddrDel(a); });
-    fillSet(r.rv4, v4n, rng, scrambled, [&](IpAddr a) { k.remoteIpv4AddrIs(a); },
-            [&](IpAddr a) { k.remoteIpv4AddrDel(a); });
-    fillSet(r.lv4, v4n, rng, scrambled, [&](IpAddr a) { k.localIpv4AddrIs(a); },
-            [&](IpAddr a) { k.localIpv4AddrDel(a); });
-    fillSet(r.rv6, v6n, rng, scrambled, [&](const Ip6Addr& a) { k.remoteIpv6AddrIs(a); },
-            [&](const Ip6Addr& a) { k.remoteIpv6AddrDel(a); });
+    fillSet(
+        r.lv6, v6n, rng, scrambled, [&](const Ip6Addr& a) { k.localIpv6AddrIs(a); },
+        [&](const Ip6Addr& a) { k.localIpv6AddrDel(a); });
+    fillSet(
+        r.rv4, v4n, rng, scrambled, [&](IpAddr a) { k.remoteIpv4AddrIs(a); },
+        [&](IpAddr a) { k.remoteIpv4AddrDel(a); });
+    fillSet(
+        r.lv4, v4n, rng, scrambled, [&](IpAddr a) { k.localIpv4AddrIs(a); },
+        [&](IpAddr a) { k.localIpv4AddrDel(a); });
+    fillSet(
+        r.rv6, v6n, rng, scrambled, [&](const Ip6Addr& a) { k.remoteIpv6AddrIs(a); },
+        [&](const Ip6Addr& a) { k.remoteIpv6AddrDel(a); });
     if (scrambled) {
         k.mtIdIs(IgpMultiTopologyId(static_cast<std::uint16_t>(r.mtId + 1)));
         k.mtIdIs(IgpMultiTopologyId(r.mtId));
@@ -198,7 +216,8 @@ Addr absentFrom(const std::vector<Addr>& v, Addr (*make)(unsigned), std::mt19937
 
 // Adds, replaces or removes one address of a set.
 template <class Addr>
-std::string changeSet(std::vector<Addr>& v, Addr (*make)(unsigned), std::mt19937& rng, const std::string& name) {
+std::string changeSet(std::vector<Addr>& v, Addr (*make)(unsigned), std::mt19937& rng,
+                      const std::string& name) {
     switch (v.empty() ? 0 : rng() % 3) {
         case 0:
             v.push_back(absentFrom(v, make, rng));
@@ -226,21 +245,27 @@ std::string mutate(Recipe& r, std::mt19937& rng) {
         case 2:
             r.mtId = static_cast<std::uint16_t>(r.mtId + 1 + rng() % 100);
             return "mtId";
-        case 3: return changeSet(r.rv4, v4n, rng, "remote IPv4");
-        case 4: return changeSet(r.rv6, v6n, rng, "remote IPv6");
-        case 5: return changeSet(r.lv4, v4n, rng, "local IPv4");
-        case 6: return changeSet(r.lv6, v6n, rng, "local IPv6");
+        case 3:
+            return changeSet(r.rv4, v4n, rng, "remote IPv4");
+        case 4:
+            return changeSet(r.rv6, v6n, rng, "remote IPv6");
+        case 5:
+            return changeSet(r.lv4, v4n, rng, "local IPv4");
+        case 6:
+            return changeSet(r.lv6, v6n, rng, "local IPv6");
         default:  // move a local address to the remote set of its family
             if (!r.lv4.empty()) {
                 const IpAddr a = r.lv4.back();
                 r.lv4.pop_back();
-                if (std::find(r.rv4.begin(), r.rv4.end(), a) == r.rv4.end()) r.rv4.push_back(a);
+                if (std::find(r.rv4.begin(), r.rv4.end(), a) == r.rv4.end())
+                    r.rv4.push_back(a);
                 return "moved local IPv4 to remote";
             }
             if (!r.lv6.empty()) {
                 const Ip6Addr a = r.lv6.back();
                 r.lv6.pop_back();
-                if (std::find(r.rv6.begin(), r.rv6.end(), a) == r.rv6.end()) r.rv6.push_back(a);
+                if (std::find(r.rv6.begin(), r.rv6.end(), a) == r.rv6.end())
+                    r.rv6.push_back(a);
                 return "moved local IPv6 to remote";
             }
             return changeSet(r.lv6, v6n, rng, "local IPv6");
@@ -378,11 +403,13 @@ TEST(NeighborKey, ToStrepShowsFirstAddressOfEachSetAndNonZeroTopology) {
     all.localIpv6AddrIs(v6("2001:db8::1"));
     all.remoteIpv4AddrIs(v4("192.0.2.2"));
     all.localIpv4AddrIs(v4("192.0.2.1"));
-    EXPECT_EQ(all.toStrep(), "abcd.0000.000f.1a;lv4192.0.2.1;rv4192.0.2.2;lv62001:db8::1;rv62001:db8::2;mtId 4095");
+    EXPECT_EQ(all.toStrep(),
+              "abcd.0000.000f.1a;lv4192.0.2.1;rv4192.0.2.2;lv62001:db8::1;rv62001:db8::2;mtId 4095");
 
     // With several addresses only the first in iteration order shows.
     NeighborKey many(node(kNode), IgpMultiTopologyId(0));
-    for (unsigned i = 1; i <= 4; ++i) many.remoteIpv6AddrIs(v6n(i));
+    for (unsigned i = 1; i <= 4; ++i)
+        many.remoteIpv6AddrIs(v6n(i));
     std::ostringstream first;
     first << *many.remoteIpv6Addr().uncheckedBegin();
     EXPECT_EQ(many.toStrep(), "1921.6800.1001;rv6" + first.str());
@@ -460,10 +487,14 @@ TEST(NeighborKey, IsTrueUnlessDefault) {
 NeighborKey keyWith(std::uint16_t mt, std::vector<const char*> lv4, std::vector<const char*> rv4,
                     std::vector<const char*> lv6 = {}, std::vector<const char*> rv6 = {}) {
     NeighborKey k(node(kNode), IgpMultiTopologyId(mt));
-    for (const char* a : lv4) k.localIpv4AddrIs(v4(a));
-    for (const char* a : rv4) k.remoteIpv4AddrIs(v4(a));
-    for (const char* a : lv6) k.localIpv6AddrIs(v6(a));
-    for (const char* a : rv6) k.remoteIpv6AddrIs(v6(a));
+    for (const char* a : lv4)
+        k.localIpv4AddrIs(v4(a));
+    for (const char* a : rv4)
+        k.remoteIpv4AddrIs(v4(a));
+    for (const char* a : lv6)
+        k.localIpv6AddrIs(v6(a));
+    for (const char* a : rv6)
+        k.remoteIpv6AddrIs(v6(a));
     return k;
 }
 
@@ -509,7 +540,8 @@ TEST(NeighborKeyTwoWay, LocalAddressAmongTheOthersRemoteAddressesMatches) {
 
     // A match among several remote addresses, once the set has grown out of its inline slot.
     const NeighborKey e = keyWith(0, {"10.0.0.7"}, {}, {"2001:db8::7"});
-    const NeighborKey f = keyWith(0, {"10.0.0.3"}, {"10.0.0.4", "10.0.0.5", "10.0.0.6", "10.0.0.7"}, {"2001:db8::3"});
+    const NeighborKey f =
+        keyWith(0, {"10.0.0.3"}, {"10.0.0.4", "10.0.0.5", "10.0.0.6", "10.0.0.7"}, {"2001:db8::3"});
     EXPECT_TRUE(e.twoWayCheckAddrCmp(f));
 }
 

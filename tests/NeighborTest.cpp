@@ -42,13 +42,19 @@ NeighborKey key() {
     return NeighborKey(IgpNodeId::fromBytes(bytes), IgpMultiTopologyId(0));
 }
 
-Lumo::IpAddr v4(const char* text) { return Kest::strepToValue(Poldo::String(text), static_cast<Lumo::IpAddr*>(nullptr)); }
+Lumo::IpAddr v4(const char* text) {
+    return Kest::strepToValue(Poldo::String(text), static_cast<Lumo::IpAddr*>(nullptr));
+}
 Lumo::Ip6Addr v6(const char* text) {
     return Kest::strepToValue(Poldo::String(text), static_cast<Lumo::Ip6Addr*>(nullptr));
 }
-Routing::Isis::SystemId sysId(std::uint8_t last) { return Routing::Isis::SystemId({0, 0, 0, 0, 0, last}); }
+Routing::Isis::SystemId sysId(std::uint8_t last) {
+    return Routing::Isis::SystemId({0, 0, 0, 0, 0, last});
+}
 
-Attrs allAttrs() { return Attrs(Attrs::validMask); }
+Attrs allAttrs() {
+    return Attrs(Attrs::validMask);
+}
 
 std::string dump(const Neighbor& n) {
     std::ostringstream os;
@@ -120,8 +126,8 @@ TEST(NeighborSetters, ScalarsPublishOnceWithTheOldValueAndNeverForAnEqualValue) 
     n->maxLinkBwIs(3.5f);
     n->maxReserveLinkBwIs(0.5f);
     n->attrsPresentIs(allAttrs());
-    EXPECT_THAT(rec.attrs(), ElementsAre(A::adminGroup, A::teDefMetric, A::igpMetric, A::maxLinkBw, A::maxReserveLinkBw,
-                                         A::attrsPresent));
+    EXPECT_THAT(rec.attrs(), ElementsAre(A::adminGroup, A::teDefMetric, A::igpMetric, A::maxLinkBw,
+                                         A::maxReserveLinkBw, A::attrsPresent));
     for (const auto& r : rec.records()) {
         EXPECT_FALSE(r.hasKey) << r.attrName;
         EXPECT_TRUE(r.hasOldValue) << r.attrName;
@@ -290,9 +296,7 @@ TEST(NeighborDelAll, NeverObservedClearsEveryCollection) {
 TEST(NeighborDelAll, OnceObservedPublishesEveryMemberEvenAfterTheObserverLeft) {
     auto n = neighborFactory(key());
     fillCollections(*n);
-    {
-        Rec first(n->publisher());
-    }
+    { Rec first(n->publisher()); }
     ASSERT_EQ(n->publisher().observerCount(), 0u);
     Rec rec(n->publisher());
     deleteAll(*n);
@@ -387,9 +391,12 @@ TEST(NeighborUpdateAttr, FromANeighborDifferingInOneAttributePublishesExactlyTha
         {"igpMetric", A::igpMetric, [](Neighbor& n) { n.igpMetricIs(1); }},
         {"unreservedBw changed", A::unreservedBw, [](Neighbor& n) { n.unreservedBwIs(BwIndex(5), 1.0f); }},
         {"unreservedBw added", A::unreservedBw, [](Neighbor& n) { n.unreservedBwIs(BwIndex(7), 1.0f); }},
-        {"extAdminGroup word changed", A::extAdminGroup, [](Neighbor& n) { n.extAdminGroupIs(AdminGroupIndex(40), 1); }},
-        {"extAdminGroup word added", A::extAdminGroup, [](Neighbor& n) { n.extAdminGroupIs(AdminGroupIndex(63), 1); }},
-        {"extAdminGroup word removed", A::extAdminGroup, [](Neighbor& n) { n.extAdminGroupDel(AdminGroupIndex(1)); }},
+        {"extAdminGroup word changed", A::extAdminGroup,
+         [](Neighbor& n) { n.extAdminGroupIs(AdminGroupIndex(40), 1); }},
+        {"extAdminGroup word added", A::extAdminGroup,
+         [](Neighbor& n) { n.extAdminGroupIs(AdminGroupIndex(63), 1); }},
+        {"extAdminGroup word removed", A::extAdminGroup,
+         [](Neighbor& n) { n.extAdminGroupDel(AdminGroupIndex(1)); }},
         {"srlg added", A::srlgValues, [](Neighbor& n) { n.srlgValuesIs(8); }},
         {"srlg removed", A::srlgValues, [](Neighbor& n) { n.srlgValuesDel(9); }},
         {"adjSid added", A::adjSid, [](Neighbor& n) { n.adjSidIs(AdjacencySid(0x30, 16009, 0)); }},
@@ -427,12 +434,12 @@ TEST(NeighborUpdateAttr, AFullUpdatePublishesInTheMergeOrder) {
     mine->updateAttr(other);
     EXPECT_THAT(rec.attrs(),
                 ElementsAre(A::attrsPresent, A::adminGroup, A::maxLinkBw, A::maxReserveLinkBw, A::igpMetric,
-                            A::teDefMetric,                                            //
+                            A::teDefMetric,                                                      //
                             A::unreservedBw, A::unreservedBw, A::unreservedBw, A::unreservedBw,  // 0, 2, 5, 7
-                            A::extAdminGroup, A::extAdminGroup, A::extAdminGroup,      // +2, -1, -40
-                            A::srlgValues, A::srlgValues, A::srlgValues,               // +11, -7, -9
-                            A::adjSid, A::adjSid,                                      // +w5, -w0
-                            A::lanAdjSid, A::lanAdjSid));                              // +3, -2
+                            A::extAdminGroup, A::extAdminGroup, A::extAdminGroup,  // +2, -1, -40
+                            A::srlgValues, A::srlgValues, A::srlgValues,           // +11, -7, -9
+                            A::adjSid, A::adjSid,                                  // +w5, -w0
+                            A::lanAdjSid, A::lanAdjSid));                          // +3, -2
     ASSERT_EQ(rec.size(), 20u);
     std::vector<unsigned> bwIndexes;
     for (std::size_t i = 6; i < 10; ++i) {
@@ -505,7 +512,8 @@ TEST(NeighborUpdateAttr, ClearFlagsDoNotStopTheCopy) {
 // ---- dump text -------------------------------------------------------------------------------
 
 const std::string kLine1 =
-    "          ngb=1921.6800.1001, localIpv4Addr=[ ], localIpv6Addr=[ ], remoteIpv4Addr=[ ], remoteIpv6Addr=[ ]\n";
+    "          ngb=1921.6800.1001, localIpv4Addr=[ ], localIpv6Addr=[ ], remoteIpv4Addr=[ ], "
+    "remoteIpv6Addr=[ ]\n";
 
 std::string zeros64() {
     std::string s;
@@ -551,10 +559,12 @@ TEST(NeighborFormat, TeAttributesInTheirOrderWithAll64AdminGroupWords) {
         groups += ", 0";
     }
     groups += ", 4294967295";
-    EXPECT_EQ(dump(*n), kLine1 +
-                            "                    igpMetric=10, adminGroup=255, maxLinkBw=1.25e+09, maxReserveLinkBw=0.5, "
-                            "teDefMetric=20, unreservedBw=[1.25e+09, 0, 0, 0, 0, 0, 0, 100], extAdminGroup=[" +
-                            groups + "]\n");
+    EXPECT_EQ(
+        dump(*n),
+        kLine1 +
+            "                    igpMetric=10, adminGroup=255, maxLinkBw=1.25e+09, maxReserveLinkBw=0.5, "
+            "teDefMetric=20, unreservedBw=[1.25e+09, 0, 0, 0, 0, 0, 0, 100], extAdminGroup=[" +
+            groups + "]\n");
 }
 
 TEST(NeighborFormat, FlagBitsAloneDecideWhichTeAttributesPrint) {
@@ -565,7 +575,8 @@ TEST(NeighborFormat, FlagBitsAloneDecideWhichTeAttributesPrint) {
     flags.maxLinkBwIs(true);
     flags.extAdminGroupIs(true);
     n->attrsPresentIs(flags);
-    EXPECT_EQ(dump(*n), kLine1 + "                    igpMetric=0, maxLinkBw=0, extAdminGroup=[" + zeros64() + "]\n");
+    EXPECT_EQ(dump(*n),
+              kLine1 + "                    igpMetric=0, maxLinkBw=0, extAdminGroup=[" + zeros64() + "]\n");
 }
 
 TEST(NeighborFormat, SrlgsFollowTheSetNotTheirFlag) {

@@ -30,7 +30,8 @@ Poldo::Ptr<IgpFlexAlgoEag> eag(std::initializer_list<std::uint32_t> words) {
 }
 
 /// A definition whose numbers are derived from `algo`, with fresh constraint objects.
-IgpFlexAlgoDefinition definition(std::uint8_t algo, std::initializer_list<std::uint32_t> excludeAny = {1, 2}) {
+IgpFlexAlgoDefinition definition(std::uint8_t algo,
+                                 std::initializer_list<std::uint32_t> excludeAny = {1, 2}) {
     IgpFlexAlgoDefinition d;
     d.flexAlgoIs(algo);
     d.metricTypeIs(1);
@@ -47,7 +48,9 @@ bool isDefaultDefinition(const IgpFlexAlgoDefinition& d) {
            d.includeAll()->valueCount() == 0 && d.excludeSrlg()->value().size() == 0;
 }
 
-AreaId area(const char* text) { return Kest::strepToValue(std::string(text), static_cast<AreaId*>(nullptr)); }
+AreaId area(const char* text) {
+    return Kest::strepToValue(std::string(text), static_cast<AreaId*>(nullptr));
+}
 
 // ---- IgpFlexAlgoDefinitionCol ---------------------------------------------------------------
 
@@ -131,7 +134,7 @@ TEST(IgpFlexAlgoDefinitionCol, DelAllWhenObservedPublishesEveryRemovalInAlgorith
 }
 
 class FadColCompare : public ::testing::Test {
-  protected:
+protected:
     Poldo::Ptr<IgpFlexAlgoDefinitionCol> a = igpFlexAlgoDefinitionColFactory();
     Poldo::Ptr<IgpFlexAlgoDefinitionCol> b = igpFlexAlgoDefinitionColFactory();
 };
@@ -261,7 +264,9 @@ TEST(IgpMultiTopologyIdCol, CompareIsSetEqualityAndFalseAgainstNullOrOtherCount)
 // ---- IsisAreaIdCol, IgpFlexAlgoPrefixMetric, AreaIdIndex ----------------------------------------
 
 template <class T>
-concept HasPublisher = requires(T& t) { t.publisher(); };
+concept HasPublisher = requires(T& t) {
+    t.publisher();
+};
 static_assert(HasPublisher<IgpMsdCol>, "the detector sees an observed collection's publisher");
 static_assert(!HasPublisher<IsisAreaIdCol>, "IsisAreaIdCol publishes nothing");
 static_assert(!HasPublisher<IgpFlexAlgoPrefixMetric>, "IgpFlexAlgoPrefixMetric publishes nothing");
@@ -317,9 +322,9 @@ TEST(IgpFlexAlgoPrefixMetric, AbsentIsZeroRewritingIsInvisibleAndIterationAscend
 TEST(AreaIdIndex, TextRefusesThreeWithItsOwnMessage) {
     EXPECT_EQ(Kest::strepToValue(std::string("2"), static_cast<AreaIdIndex*>(nullptr)).value(), 2u);
     EXPECT_THAT([] { (void)Kest::strepToValue(std::string("3"), static_cast<AreaIdIndex*>(nullptr)); },
-                ThrowsMessage<Kest::RangeException>(
-                    StrEq("Routing::IgpCommon::AreaIdIndex::value < Routing::IgpCommon::AreaIdIndex::min or > "
-                          "Routing::IgpCommon::AreaIdIndex::max not allowed")));
+                ThrowsMessage<Kest::RangeException>(StrEq(
+                    "Routing::IgpCommon::AreaIdIndex::value < Routing::IgpCommon::AreaIdIndex::min or > "
+                    "Routing::IgpCommon::AreaIdIndex::max not allowed")));
 }
 
 // ---- creation -------------------------------------------------------------------------------
@@ -341,9 +346,10 @@ TEST(NodeAttrCollectionsLifetime, CreatorsHandOutTheOnlyReferenceAndTrackersRetu
     expectSoleReferenceAndBalancedTracker<IgpFlexAlgoDefinitionCol>(
         &IgpFlexAlgoDefinitionCol::IgpFlexAlgoDefinitionColIs, &igpFlexAlgoDefinitionColFactory);
     expectSoleReferenceAndBalancedTracker<IgpMsdCol>(&IgpMsdCol::IgpMsdColIs, &igpMsdColFactory);
-    expectSoleReferenceAndBalancedTracker<IgpMultiTopologyIdCol>(&IgpMultiTopologyIdCol::IgpMultiTopologyIdColIs,
-                                                                 &igpMultiTopologyIdColFactory);
-    expectSoleReferenceAndBalancedTracker<IsisAreaIdCol>(&IsisAreaIdCol::IsisAreaIdColIs, &isisAreaIdColFactory);
+    expectSoleReferenceAndBalancedTracker<IgpMultiTopologyIdCol>(
+        &IgpMultiTopologyIdCol::IgpMultiTopologyIdColIs, &igpMultiTopologyIdColFactory);
+    expectSoleReferenceAndBalancedTracker<IsisAreaIdCol>(&IsisAreaIdCol::IsisAreaIdColIs,
+                                                         &isisAreaIdColFactory);
     expectSoleReferenceAndBalancedTracker<IgpFlexAlgoPrefixMetric>(
         &IgpFlexAlgoPrefixMetric::IgpFlexAlgoPrefixMetricIs, &igpFlexAlgoPrefixMetricFactory);
 

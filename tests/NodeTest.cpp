@@ -22,8 +22,8 @@ using CapsPtr = Poldo::Ptr<SrCapabilities>;
 using MsdPtr = Poldo::Ptr<IgpMsdCol>;
 using FadPtr = Poldo::Ptr<IgpFlexAlgoDefinitionCol>;
 using MtPtr = Poldo::Ptr<IgpMultiTopologyIdCol>;
-using Rec = IgpTest::RecordingObserver<NodeFlags, Poldo::String, AreaPtr, Lumo::IpAddr, Lumo::Ip6Addr, CapsPtr, MsdPtr,
-                                       FadPtr, MtPtr>;
+using Rec = IgpTest::RecordingObserver<NodeFlags, Poldo::String, AreaPtr, Lumo::IpAddr, Lumo::Ip6Addr,
+                                       CapsPtr, MsdPtr, FadPtr, MtPtr>;
 using A = Node::Attr;
 
 const char kSrSidRangeIndexError[] =
@@ -265,14 +265,16 @@ TEST(NodeUpdate, SrBlocksDeclaringNineRangesRaiseTheRangeIndexError) {
 // ---- dump text -------------------------------------------------------------------------------
 
 TEST(NodeFormat, FullNodeGolden) {
-    EXPECT_EQ(dump(*fullNode()),
-              "  node=1921.6800.1001, flags=<overload, attached>, hostname=r1, areaids=[ 49.0001 ], v4rtrid=1.1.1.1, "
-              "v6rtrid=2001:db8::1, SR Cap={flags=<V4V6>, numSRGB= 1, SRGB=[(range=8000 base=16000)], "
-              "numSRLB=1 SRLB=[(range=1000 base=15000)], numMsd=3 MSD=[(msdType=0 msdValue=0), "
-              "(msdType=0 msdValue=0), (msdType=1 msdValue=8)], numFads=2 flexAlgoDefinitions=[ ( flexAlgo=128, "
-              "metricType=0, calcType=0, priority=128, excludeAny=[1, 2], includeAny=[], includeAll=[], "
-              "excludeSrlg=[4, 17] ), ( flexAlgo=129, metricType=0, calcType=0, priority=128, excludeAny=[1, 2], "
-              "includeAny=[], includeAll=[], excludeSrlg=[4, 17] ) ], mtIds=[0, 2]\n");
+    EXPECT_EQ(
+        dump(*fullNode()),
+        "  node=1921.6800.1001, flags=<overload, attached>, hostname=r1, areaids=[ 49.0001 ], "
+        "v4rtrid=1.1.1.1, "
+        "v6rtrid=2001:db8::1, SR Cap={flags=<V4V6>, numSRGB= 1, SRGB=[(range=8000 base=16000)], "
+        "numSRLB=1 SRLB=[(range=1000 base=15000)], numMsd=3 MSD=[(msdType=0 msdValue=0), "
+        "(msdType=0 msdValue=0), (msdType=1 msdValue=8)], numFads=2 flexAlgoDefinitions=[ ( flexAlgo=128, "
+        "metricType=0, calcType=0, priority=128, excludeAny=[1, 2], includeAny=[], includeAll=[], "
+        "excludeSrlg=[4, 17] ), ( flexAlgo=129, metricType=0, calcType=0, priority=128, excludeAny=[1, 2], "
+        "includeAny=[], includeAll=[], excludeSrlg=[4, 17] ) ], mtIds=[0, 2]\n");
 }
 
 TEST(NodeFormat, FlagWords) {
@@ -291,7 +293,8 @@ TEST(NodeFormat, SrSectionNeedsTheCapabilitiesAndPrintsAnEmptyLocalBlock) {
 
     n->srCapabilitiesIs(block(false, true, {}));
     n->srlbIs(block(false, false, {}));
-    EXPECT_EQ(dump(*n), "  node=1921.6800.1001, flags=<>, SR Cap={flags=<V6>, numSRGB= 0, numSRLB=0 SRLB=[]\n");
+    EXPECT_EQ(dump(*n),
+              "  node=1921.6800.1001, flags=<>, SR Cap={flags=<V6>, numSRGB= 0, numSRLB=0 SRLB=[]\n");
     n->srlbIs(nullptr);
     EXPECT_EQ(dump(*n), "  node=1921.6800.1001, flags=<>, SR Cap={flags=<V6>, numSRGB= 0\n");
 }
@@ -312,7 +315,8 @@ TEST(NodeFormat, NineRangeBlockThrowsAfterTheRangeTextWasWritten) {
     for (unsigned i = 0; i < 8; ++i) {
         ranges += "(range=100 base=" + std::to_string(16000 + 100 * i) + ")";
     }
-    EXPECT_EQ(os.str(), "  node=1921.6800.1001, flags=<>, SR Cap={flags=<V4>, numSRGB= 9, SRGB=[" + ranges + "(range=");
+    EXPECT_EQ(os.str(),
+              "  node=1921.6800.1001, flags=<>, SR Cap={flags=<V4>, numSRGB= 9, SRGB=[" + ranges + "(range=");
 }
 
 }  // namespace

@@ -32,7 +32,9 @@ PrefixKey pfxKey(std::uint32_t addr, std::uint8_t len, std::uint16_t mt = 0) {
 
 // The parsed content is scratch: nothing may observe it.
 template <class T>
-concept HasPublisher = requires(const T& t) { t.publisher(); };
+concept HasPublisher = requires(const T& t) {
+    t.publisher();
+};
 static_assert(!HasPublisher<IsisLspParsedContent>);
 static_assert(!HasPublisher<NeighborSrlg>);
 

@@ -14,8 +14,12 @@ using Routing::IgpCommon::PrefixKey;
 IpGenPrefix prefix(const char* text) {
     return Kest::strepToValue(Poldo::String(text), static_cast<IpGenPrefix*>(nullptr));
 }
-PrefixKey key(const char* p, std::uint16_t mt) { return PrefixKey(prefix(p), IgpMultiTopologyId(mt)); }
-PrefixKey parseKey(const std::string& text) { return Kest::strepToValue(text, static_cast<PrefixKey*>(nullptr)); }
+PrefixKey key(const char* p, std::uint16_t mt) {
+    return PrefixKey(prefix(p), IgpMultiTopologyId(mt));
+}
+PrefixKey parseKey(const std::string& text) {
+    return Kest::strepToValue(text, static_cast<PrefixKey*>(nullptr));
+}
 std::string text(const PrefixKey& k) {
     std::ostringstream os;
     os << k;
@@ -69,15 +73,16 @@ TEST(PrefixKey, TopologyAndLengthMakeDifferentKeys) {
 TEST(PrefixKey, OrderIsPrefixFirstThenTopology) {
     EXPECT_LT(key("10.0.0.0/8", 5), key("11.0.0.0/8", 0));
     EXPECT_GT(key("11.0.0.0/8", 0), key("10.0.0.0/8", 5));
-    EXPECT_LT(key("none", 9), key("0.0.0.0/0", 0));            // no family before IPv4
-    EXPECT_LT(key("255.255.255.255/32", 9), key("::/0", 0));   // IPv4 before IPv6
+    EXPECT_LT(key("none", 9), key("0.0.0.0/0", 0));           // no family before IPv4
+    EXPECT_LT(key("255.255.255.255/32", 9), key("::/0", 0));  // IPv4 before IPv6
     EXPECT_LT(key("2001:db8::/32", 3), key("2001:db8::/48", 1));
     EXPECT_EQ(key("none", 0), PrefixKey());
 }
 
 TEST(PrefixKey, HashIsTheScrambledAddressWordThenTopology) {
-    const char* prefixes[] = {"10.0.0.0/8", "10.0.0.0/16", "192.0.2.1/32", "0.0.0.0/0", "255.255.255.255/32",
-                              "2001:db8::/32", "2001:db8::1/128", "::/0", "fe80::/10", "none"};
+    const char* prefixes[] = {"10.0.0.0/8",         "10.0.0.0/16",   "192.0.2.1/32",    "0.0.0.0/0",
+                              "255.255.255.255/32", "2001:db8::/32", "2001:db8::1/128", "::/0",
+                              "fe80::/10",          "none"};
     for (const char* p : prefixes) {
         for (const std::uint16_t mt : {0, 2, 4095}) {
             const PrefixKey k = key(p, mt);
@@ -95,7 +100,8 @@ TEST(PrefixKey, HashIsTheScrambledAddressWordThenTopology) {
 }
 
 TEST(PrefixKey, TextFormAndRoundTrips) {
-    EXPECT_EQ(text(key("10.0.0.0/8", 2)), "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 2})");
+    EXPECT_EQ(text(key("10.0.0.0/8", 2)),
+              "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 2})");
     EXPECT_EQ(text(PrefixKey()), "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': none, 'mtId': 0})");
     EXPECT_EQ(text(key("2001:DB8:0:0::/32", 65535)),
               "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 2001:db8::/32, 'mtId': 65535})");
@@ -131,7 +137,7 @@ TEST(PrefixKey, TextReaderNamesTheBadAttribute) {
 
 TEST(PrefixKey, MalformedTextDoesNotParse) {
     const char* bad[] = {
-        "Value('Routing::IgpCommon::PrefixKey', ** {'mtId': 2, 'prefix': 10.0.0.0/8})",  // wrong order
+        "Value('Routing::IgpCommon::PrefixKey', ** {'mtId': 2, 'prefix': 10.0.0.0/8})",   // wrong order
         "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8})",              // mtId missing
         "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 2}) ",  // trailing space
         "Value('Routing::IgpCommon::NeighborKey', ** {'prefix': 10.0.0.0/8, 'mtId': 2})",

@@ -30,8 +30,9 @@ std::uint64_t drimmAllocations() {
 }
 
 PrefixKey key(std::uint16_t mt = 0) {
-    return PrefixKey(Kest::strepToValue(Poldo::String("10.0.0.0/8"), static_cast<Lumo::IpGenPrefix*>(nullptr)),
-                     IgpMultiTopologyId(mt));
+    return PrefixKey(
+        Kest::strepToValue(Poldo::String("10.0.0.0/8"), static_cast<Lumo::IpGenPrefix*>(nullptr)),
+        IgpMultiTopologyId(mt));
 }
 
 PrefixFlags down() {
@@ -224,7 +225,8 @@ TEST(PrefixFormat, ReachablePrefixPrintsFlagsMetricAndSid) {
     EXPECT_EQ(dump(*p), "          prefix=10.0.0.0/8, flags=<>, metric=10\n");
     p->flagsIs(down());
     p->prefixSidIs(PrefixSid(0x40, 1, 0, true));
-    EXPECT_EQ(dump(*p), "          prefix=10.0.0.0/8, flags=<down>, metric=10, PrefixSID={1, flags=0x40, algo=0}\n");
+    EXPECT_EQ(dump(*p),
+              "          prefix=10.0.0.0/8, flags=<down>, metric=10, PrefixSID={1, flags=0x40, algo=0}\n");
     p->prefixSidIs(PrefixSid(0x40, 1, 0, false));
     EXPECT_EQ(dump(*p), "          prefix=10.0.0.0/8, flags=<down>, metric=10\n");
 }
@@ -232,10 +234,13 @@ TEST(PrefixFormat, ReachablePrefixPrintsFlagsMetricAndSid) {
 TEST(PrefixFormat, AlgorithmIsWrittenAsARawByte) {
     auto p = reachable({{128, 20}});
     p->prefixSidIs(PrefixSid());
-    EXPECT_EQ(dump(*p), std::string("          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ (\x80, 20)]\n"));
-    p->prefixMetric()->metricIs(129, 30);
     EXPECT_EQ(dump(*p),
-              std::string("          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ (\x80, 20), (\x81, 30)]\n"));
+              std::string("          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ (\x80, 20)]\n"));
+    p->prefixMetric()->metricIs(129, 30);
+    EXPECT_EQ(
+        dump(*p),
+        std::string(
+            "          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ (\x80, 20), (\x81, 30)]\n"));
 }
 
 TEST(PrefixFormat, WithAllAlgorithmsTheEightBitCounterWrapsAndLeavesATrailingSeparator) {
@@ -253,7 +258,8 @@ TEST(PrefixFormat, WithAllAlgorithmsTheEightBitCounterWrapsAndLeavesATrailingSep
 TEST(PrefixFormat, BindingPrintsWhetherReachableOrNot) {
     auto p = prefixFactory(key());
     p->sidLabelBindingIs(binding(4));
-    const std::string b = ", sidLabelBinding={flags=-, range=4, lspFragmentId=3, PrefixSID={100, flags=0x40, algo=0}}\n";
+    const std::string b =
+        ", sidLabelBinding={flags=-, range=4, lspFragmentId=3, PrefixSID={100, flags=0x40, algo=0}}\n";
     EXPECT_EQ(dump(*p), "          prefix=10.0.0.0/8" + b);
     p->hasValidReachabilityIs(true);
     p->metricIs(10);

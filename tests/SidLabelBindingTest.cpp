@@ -54,7 +54,8 @@ TEST(SidLabelBindingText, AnInvalidSidIsLeftOutWithItsSeparator) {
     b->rangeIs(2);
     b->baseLabelSidIs(LabelSid(0x80, 16000, false));
     b->basePrefixSidIs(PrefixSid(0x40, 7, 0, true));
-    EXPECT_EQ(b->toStrep(), "sidLabelBinding={flags=-, range=2, lspFragmentId=0, PrefixSID={7, flags=0x40, algo=0}}");
+    EXPECT_EQ(b->toStrep(),
+              "sidLabelBinding={flags=-, range=2, lspFragmentId=0, PrefixSID={7, flags=0x40, algo=0}}");
 
     b->baseLabelSidIs(LabelSid(0x80, 16000, true));
     b->basePrefixSidIs(PrefixSid(0x40, 7, 0, false));
@@ -78,7 +79,7 @@ TEST(SidLabelBindingText, FlagLettersComeInFMSDAOrder) {
 // ---- updateAttr ----------------------------------------------------------------------------
 
 class SidLabelBindingUpdate : public ::testing::Test {
-  protected:
+protected:
     static Poldo::Ptr<SidLabelBinding> populated() {
         auto b = SidLabelBinding::SidLabelBindingIs();
         b->flagsIs(Flags(0x01));
@@ -130,8 +131,8 @@ TEST_F(SidLabelBindingUpdate, SeveralChangesPublishInAttributeOrderAndKeepTheObj
     Recorder rec(mine->publisher());
     mine->updateAttr(theirs);
 
-    EXPECT_THAT(rec.attrs(),
-                ElementsAre(Attr::flags, Attr::range, Attr::baseLabelSid, Attr::basePrefixSid, Attr::lspFragmentId));
+    EXPECT_THAT(rec.attrs(), ElementsAre(Attr::flags, Attr::range, Attr::baseLabelSid, Attr::basePrefixSid,
+                                         Attr::lspFragmentId));
     EXPECT_THAT(rec.attrs(), ElementsAre(130, 131, 132, 133, 134));
     ASSERT_EQ(rec.size(), 5u);
     EXPECT_EQ(*rec[0].oldAs<Flags>(), Flags(0x01));

@@ -29,7 +29,9 @@ template <class T>
 T parse(const std::string& s) {
     return Kest::strepToValue(s, static_cast<T*>(nullptr));
 }
-SystemId sys(std::array<std::uint8_t, 6> b) { return SystemId(b); }
+SystemId sys(std::array<std::uint8_t, 6> b) {
+    return SystemId(b);
+}
 
 const SystemId kSys = sys({0x19, 0x21, 0x68, 0x00, 0x10, 0x01});
 
@@ -132,14 +134,16 @@ TEST(SidOrder, FlagsBeforeValueThenTheDerivedFields) {
 
 std::uint32_t systemIdMix(const SystemId& id) {
     Umbo::HashMix m(0);
-    for (std::size_t i = 0; i < 6; ++i) m.mix(id.bytes()[i]);
+    for (std::size_t i = 0; i < 6; ++i)
+        m.mix(id.bytes()[i]);
     return m.value();
 }
 
 TEST(SidHash, ItemsOfTheirOwnWidthsInFieldOrder) {
     for (const std::uint32_t seed : {0u, 1u, 0x5bd1e995u}) {
         SCOPED_TRACE(seed);
-        EXPECT_EQ(SrSid(0x40, 0x12345678).hash(seed), Kest::HashState(seed).mix8(0x40).mix32(0x12345678).result());
+        EXPECT_EQ(SrSid(0x40, 0x12345678).hash(seed),
+                  Kest::HashState(seed).mix8(0x40).mix32(0x12345678).result());
         EXPECT_EQ(AdjacencySid(0x30, 24001, 9).hash(seed),
                   Kest::HashState(seed).mix8(0x30).mix32(24001).mix8(9).result());
         const SystemId id = sys({0x19, 0x21, 0x68, 0x00, 0x10, 0x01});
@@ -170,7 +174,8 @@ TEST(PrefixSidToStrep, IndexLowercaseHexFlagsAndDecimalAlgorithm) {
 TEST(LabelSidToStrep, IndexWithoutFlagsMplsLabelWithThem) {
     EXPECT_EQ(LabelSid(0x00, 5, true).toStrep(), "LabelSID={index=5}");
     EXPECT_EQ(LabelSid(0x00, 0x800001, true).toStrep(), "LabelSID={index=8388609}");  // an index is no label
-    EXPECT_EQ(LabelSid(0x80, 24000, true).toStrep(), "LabelSID={mpls=" + Lumo::MplsLabel(24000).prettyString() + "}");
+    EXPECT_EQ(LabelSid(0x80, 24000, true).toStrep(),
+              "LabelSID={mpls=" + Lumo::MplsLabel(24000).prettyString() + "}");
     EXPECT_EQ(LabelSid(0x80, 24000, true).toStrep(), "LabelSID={mpls=24000}");
     EXPECT_EQ(LabelSid(0x01, 3, false).toStrep(), "LabelSID={mpls=3 (implicit-null)}");
     EXPECT_EQ(LabelSid(0x80, 0x800000, true).toStrep(), "LabelSID={mpls=8388608 (withdraw)}");
@@ -178,8 +183,9 @@ TEST(LabelSidToStrep, IndexWithoutFlagsMplsLabelWithThem) {
         (void)LabelSid(0x80, 0x800001, true).toStrep();
         ADD_FAILURE() << "label 0x800001 printed";
     } catch (const Kest::RangeException& e) {
-        EXPECT_STREQ(e.what(),
-                     "Lumo::MplsLabel::value < Lumo::MplsLabel::min or > Lumo::MplsLabel::luWithdraw not allowed");
+        EXPECT_STREQ(
+            e.what(),
+            "Lumo::MplsLabel::value < Lumo::MplsLabel::min or > Lumo::MplsLabel::luWithdraw not allowed");
     }
 }
 
@@ -204,8 +210,9 @@ TEST(SidText, EveryKindWritesItsAttributesAndReadsThemBack) {
     for (const AdjacencySid& s : {AdjacencySid(), AdjacencySid(0x30, 24001, 255), AdjacencySid(0x20, 1, 0)}) {
         EXPECT_EQ(parse<AdjacencySid>(text(s)), s) << text(s);
     }
-    for (const LanAdjacencySid& s : {LanAdjacencySid(), LanAdjacencySid(0x30, 24001, 3, kSys),
-                                     LanAdjacencySid(0xff, 0, 0, sys({0xab, 0xcd, 0xef, 0x01, 0x23, 0x45}))}) {
+    for (const LanAdjacencySid& s :
+         {LanAdjacencySid(), LanAdjacencySid(0x30, 24001, 3, kSys),
+          LanAdjacencySid(0xff, 0, 0, sys({0xab, 0xcd, 0xef, 0x01, 0x23, 0x45}))}) {
         EXPECT_EQ(parse<LanAdjacencySid>(text(s)), s) << text(s);
     }
     for (const PrefixSid& s : {PrefixSid(), PrefixSid(0x4c, 16000, 128, true), PrefixSid(0, 1, 1, false)}) {
@@ -214,30 +221,34 @@ TEST(SidText, EveryKindWritesItsAttributesAndReadsThemBack) {
     for (const LabelSid& s : {LabelSid(), LabelSid(0x80, 0x800000, true), LabelSid(0, 99, false)}) {
         EXPECT_EQ(parse<LabelSid>(text(s)), s) << text(s);
     }
-    EXPECT_EQ(parse<LanAdjacencySid>("Value('Routing::IgpCommon::LanAdjacencySid', ** {'flags': 48, 'value': 1, "
-                                     "'weight': 0, 'systemId': ABCD.EF01.2345})")
-                  .systemId(),
-              sys({0xab, 0xcd, 0xef, 0x01, 0x23, 0x45}));
+    EXPECT_EQ(
+        parse<LanAdjacencySid>("Value('Routing::IgpCommon::LanAdjacencySid', ** {'flags': 48, 'value': 1, "
+                               "'weight': 0, 'systemId': ABCD.EF01.2345})")
+            .systemId(),
+        sys({0xab, 0xcd, 0xef, 0x01, 0x23, 0x45}));
 }
 
 TEST(SidText, ReaderNamesTheAttributeOutOfRangeAndRefusesOtherKinds) {
     try {
-        parse<LanAdjacencySid>("Value('Routing::IgpCommon::LanAdjacencySid', ** {'flags': 48, 'value': 1, "
-                               "'weight': 0, 'systemId': 1921.68001.1001})");
+        parse<LanAdjacencySid>(
+            "Value('Routing::IgpCommon::LanAdjacencySid', ** {'flags': 48, 'value': 1, "
+            "'weight': 0, 'systemId': 1921.68001.1001})");
         ADD_FAILURE() << "a five-digit system id group was read";
     } catch (const Kest::AttributeParseException& e) {
         EXPECT_EQ(e.attribute(), "systemId");
     }
     try {
-        parse<PrefixSid>("Value('Routing::IgpCommon::PrefixSid', ** {'flags': 256, 'value': 1, 'algorithm': 0, "
-                         "'isValid': True})");
+        parse<PrefixSid>(
+            "Value('Routing::IgpCommon::PrefixSid', ** {'flags': 256, 'value': 1, 'algorithm': 0, "
+            "'isValid': True})");
         ADD_FAILURE() << "flags 256 were read";
     } catch (const Kest::AttributeParseException& e) {
         EXPECT_EQ(e.attribute(), "flags");
     }
     try {
-        parse<AdjacencySid>("Value('Routing::IgpCommon::AdjacencySid', ** {'flags': 0, 'value': 4294967296, "
-                            "'weight': 0})");
+        parse<AdjacencySid>(
+            "Value('Routing::IgpCommon::AdjacencySid', ** {'flags': 0, 'value': 4294967296, "
+            "'weight': 0})");
         ADD_FAILURE() << "a 33-bit value was read";
     } catch (const Kest::AttributeParseException& e) {
         EXPECT_EQ(e.attribute(), "value");
@@ -252,8 +263,9 @@ TEST(SidText, ReaderNamesTheAttributeOutOfRangeAndRefusesOtherKinds) {
          }) {
         EXPECT_THROW(parse<AdjacencySid>(bad), Kest::ParseException) << bad;
     }
-    EXPECT_THROW(parse<LabelSid>("Value('Routing::IgpCommon::LabelSid', ** {'flags': 0, 'value': 7, 'isValid': 1})"),
-                 Kest::ParseException);
+    EXPECT_THROW(
+        parse<LabelSid>("Value('Routing::IgpCommon::LabelSid', ** {'flags': 0, 'value': 7, 'isValid': 1})"),
+        Kest::ParseException);
 }
 
 }  // namespace

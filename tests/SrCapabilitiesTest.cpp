@@ -27,7 +27,9 @@ constexpr const char kIndexTypeRange[] =
     "Routing::IgpCommon::SrSidRangeIndex::value < Routing::IgpCommon::SrSidRangeIndex::min or > "
     "Routing::IgpCommon::SrSidRangeIndex::max not allowed";
 
-SrSidRange range(std::uint32_t size, std::uint32_t first) { return SrSidRange(size, Lumo::MplsLabel(first)); }
+SrSidRange range(std::uint32_t size, std::uint32_t first) {
+    return SrSidRange(size, Lumo::MplsLabel(first));
+}
 
 SrCapabilityFlags ipv4Only() {
     SrCapabilityFlags f;
@@ -163,7 +165,7 @@ TEST(SrCapabilitiesPublish, DelAllPublishesOneRemovalPerPresentEntryInIndexOrder
 // ---- compare ------------------------------------------------------------------------------
 
 class SrCapabilitiesCompare : public ::testing::Test {
-  protected:
+protected:
     Poldo::Ptr<SrCapabilities> a = SrCapabilities::SrCapabilitiesIs();
     Poldo::Ptr<SrCapabilities> b = SrCapabilities::SrCapabilitiesIs();
 
@@ -231,7 +233,8 @@ TEST(SrSidRange, DefaultIsRangeZeroAndTheNoLabelStartingSid) {
 }
 
 TEST(SrSidRange, TextFormRoundTrips) {
-    const std::string text = "Value('Routing::IgpCommon::SrSidRange', ** {'range': 8000, 'startingSid': 16000})";
+    const std::string text =
+        "Value('Routing::IgpCommon::SrSidRange', ** {'range': 8000, 'startingSid': 16000})";
     EXPECT_EQ(Kest::strep(range(8000, 16000)), text);
     const SrSidRange back = Kest::strepToValue(text, static_cast<SrSidRange*>(nullptr));
     EXPECT_EQ(back, range(8000, 16000));
@@ -239,7 +242,8 @@ TEST(SrSidRange, TextFormRoundTrips) {
 }
 
 TEST(SrSidRange, StartingSidAboveTheLabelRangeNamesTheAttribute) {
-    const std::string text = "Value('Routing::IgpCommon::SrSidRange', ** {'range': 1, 'startingSid': 8388609})";
+    const std::string text =
+        "Value('Routing::IgpCommon::SrSidRange', ** {'range': 1, 'startingSid': 8388609})";
     try {
         (void)Kest::strepToValue(text, static_cast<SrSidRange*>(nullptr));
         ADD_FAILURE() << "startingSid 0x800001 was accepted";
@@ -247,7 +251,8 @@ TEST(SrSidRange, StartingSidAboveTheLabelRangeNamesTheAttribute) {
         EXPECT_EQ(e.attribute(), "startingSid");
     }
     // 0x800000 itself is still a label.
-    const std::string top = "Value('Routing::IgpCommon::SrSidRange', ** {'range': 1, 'startingSid': 8388608})";
+    const std::string top =
+        "Value('Routing::IgpCommon::SrSidRange', ** {'range': 1, 'startingSid': 8388608})";
     EXPECT_EQ(Kest::strepToValue(top, static_cast<SrSidRange*>(nullptr)).startingSid().value(), 0x800000u);
 }
 
@@ -260,8 +265,10 @@ TEST(SrSidRange, OrdersByRangeThenStartingSid) {
 TEST(SrSidRange, HashMixesRangeThenTheStartingSidsOwnHash) {
     for (std::uint32_t seed : {0u, 1u, 0xDEADBEEFu}) {
         const SrSidRange r = range(8000, 16000);
-        const std::uint32_t expected =
-            Kest::HashState(seed).mix32(8000).mix32(Kest::HashHelper::hash(Lumo::MplsLabel(16000), 0)).result();
+        const std::uint32_t expected = Kest::HashState(seed)
+                                           .mix32(8000)
+                                           .mix32(Kest::HashHelper::hash(Lumo::MplsLabel(16000), 0))
+                                           .result();
         EXPECT_EQ(r.hash(seed), expected) << "seed " << seed;
     }
     EXPECT_NE(range(1, 2).hash(7), range(2, 1).hash(7));

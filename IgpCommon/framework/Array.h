@@ -25,7 +25,7 @@ namespace Kest {
 
 template <class T, class Index, std::size_t N, std::size_t First = 0>
 class Array {
-  public:
+public:
     static constexpr std::size_t size() noexcept { return N; }
     /// True when `i` addresses a slot.
     static constexpr bool has(Index i) noexcept { return slotOf(i) < N; }
@@ -37,7 +37,7 @@ class Array {
 
     /// Walks the present (non-default) elements in index order.
     class iterator {
-      public:
+    public:
         Index index() const noexcept { return Index(static_cast<std::uint8_t>(pos_ + First)); }
         const T& operator*() const noexcept { return a_->a_[pos_]; }
         const T* operator->() const noexcept { return &a_->a_[pos_]; }
@@ -47,7 +47,7 @@ class Array {
         }
         friend bool operator==(const iterator& x, const iterator& y) noexcept { return x.pos_ == y.pos_; }
 
-      private:
+    private:
         friend class Array;
         iterator(const Array* a, std::size_t pos) noexcept : a_(a), pos_(pos) {}
         const Array* a_;
@@ -74,7 +74,7 @@ class Array {
         return os << ']';
     }
 
-  private:
+private:
     std::size_t nextPresent(std::size_t pos) const noexcept {
         while (pos < N && a_[pos] == T{}) {
             ++pos;
@@ -97,7 +97,7 @@ class Array {
 
 template <class T>
 class DynArray {
-  public:
+public:
     /// Requests of this many entries or more are refused.
     static constexpr std::uint32_t maxEntries = 2003004;
 
@@ -132,9 +132,10 @@ class DynArray {
         return data_[i];
     }
 
-  private:
+private:
     void grow(std::uint32_t index) {
-        std::uint32_t cap = capacity_ == 0 ? index + 4 : (2 * capacity_ > index + 1 ? 2 * capacity_ : index + 1);
+        std::uint32_t cap =
+            capacity_ == 0 ? index + 4 : (2 * capacity_ > index + 1 ? 2 * capacity_ : index + 1);
         cap = cap < maxEntries - 1 ? cap : maxEntries - 1;
         auto fresh = std::make_unique<T[]>(cap);
         std::move(data_.get(), data_.get() + capacity_, fresh.get());

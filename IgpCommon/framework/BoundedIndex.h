@@ -26,7 +26,7 @@ namespace Kest {
 
 template <class Derived, std::uint8_t Min, std::uint8_t Max>
 class BoundedIndex {
-  public:
+public:
     static constexpr std::uint8_t min = Min;
     static constexpr std::uint8_t max = Max;
 
@@ -47,9 +47,12 @@ class BoundedIndex {
     constexpr std::uint8_t value() const noexcept { return value_; }
     constexpr void valueIs(std::uint8_t v) & noexcept { value_ = v; }
 
-    constexpr std::uint32_t hash(std::uint32_t seed) const noexcept { return HashState(seed).mix8(value_).result(); }
+    constexpr std::uint32_t hash(std::uint32_t seed) const noexcept {
+        return HashState(seed).mix8(value_).result();
+    }
     friend constexpr bool operator==(const BoundedIndex&, const BoundedIndex&) noexcept = default;
-    friend constexpr std::strong_ordering operator<=>(const BoundedIndex&, const BoundedIndex&) noexcept = default;
+    friend constexpr std::strong_ordering operator<=>(const BoundedIndex&,
+                                                      const BoundedIndex&) noexcept = default;
     friend std::ostream& operator<<(std::ostream& os, const BoundedIndex& i) {
         writeUnsigned(os, i.value_);
         return os;
@@ -61,7 +64,7 @@ class BoundedIndex {
     }
     const TypeData& fwkType() const noexcept { return typeData(); }
 
-  private:
+private:
     static std::uint8_t checkedValue(std::uint64_t v) {
         if (v < Min || v > Max) {
             throw RangeException::boundedValue(Derived::kestTypeName);

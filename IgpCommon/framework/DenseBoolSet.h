@@ -40,7 +40,7 @@ template <class Derived, unsigned NumFlags>
 class DenseBoolSet {
     static_assert(NumFlags >= 1 && NumFlags <= 8, "a dense bool set is one byte");
 
-  public:
+public:
     /// Every declared flag set: the largest valid value.
     static constexpr std::uint8_t validMask = static_cast<std::uint8_t>((1u << NumFlags) - 1);
     static constexpr unsigned flagCount = NumFlags;
@@ -75,7 +75,9 @@ class DenseBoolSet {
     constexpr Derived difference(const Derived& o) const noexcept { return make(value_ & ~o.value_); }
     constexpr Derived complement() const noexcept { return make(~value_); }
     friend constexpr Derived operator|(const Derived& a, const Derived& b) noexcept { return a.unionWith(b); }
-    friend constexpr Derived operator&(const Derived& a, const Derived& b) noexcept { return a.intersection(b); }
+    friend constexpr Derived operator&(const Derived& a, const Derived& b) noexcept {
+        return a.intersection(b);
+    }
     friend constexpr Derived operator^(const Derived& a, const Derived& b) noexcept {
         return a.symmetricDifference(b);
     }
@@ -87,7 +89,9 @@ class DenseBoolSet {
     friend constexpr std::strong_ordering operator<=>(const DenseBoolSet& a, const DenseBoolSet& b) noexcept {
         return Poldo::BitSet::compare(a.value_, b.value_);
     }
-    constexpr std::uint32_t hash(std::uint32_t seed) const noexcept { return HashState(seed).mix8(value_).result(); }
+    constexpr std::uint32_t hash(std::uint32_t seed) const noexcept {
+        return HashState(seed).mix8(value_).result();
+    }
 
     /// One text attribute per flag, in bit order.
     static constexpr auto kestAttrs() { return attrsOf(std::make_index_sequence<NumFlags>{}); }
@@ -104,13 +108,13 @@ class DenseBoolSet {
     }
     const TypeData& fwkType() const noexcept { return typeData(); }
 
-  protected:
+protected:
     constexpr bool bit(unsigned k) const noexcept { return (value_ >> k) & 1u; }
     constexpr void bitIs(unsigned k, bool on) & noexcept {
         value_ = static_cast<std::uint8_t>(on ? (value_ | (1u << k)) : (value_ & ~(1u << k)));
     }
 
-  private:
+private:
     static constexpr Derived make(unsigned v) noexcept {
         Derived d;
         d.value_ = static_cast<std::uint8_t>(v & validMask);
@@ -126,7 +130,8 @@ class DenseBoolSet {
     template <std::size_t... K>
     static constexpr auto attrData(std::index_sequence<K...>) {
         return std::array<AttrData, NumFlags + 1>{
-            AttrData{Derived::kestFlagNames[K], static_cast<AttrId>(firstValueAttrId + K), AttrKind::scalar}...,
+            AttrData{Derived::kestFlagNames[K], static_cast<AttrId>(firstValueAttrId + K),
+                     AttrKind::scalar}...,
             AttrData{"value", static_cast<AttrId>(firstValueAttrId + NumFlags), AttrKind::scalar}};
     }
 
@@ -136,7 +141,11 @@ class DenseBoolSet {
 }  // namespace Kest
 
 /// Declares flag `name` at bit `k`: `name()`, `name##Is(bool)` and the mask `name##_`.
-#define KEST_FLAG(k, name)                                                      \
+#define KEST_FLAG(k, name)                                                        \
     static constexpr std::uint8_t name##_ = static_cast<std::uint8_t>(1u << (k)); \
-    constexpr bool name() const noexcept { return this->bit(k); }               \
-    constexpr void name##Is(bool on) & noexcept { this->bitIs(k, on); }
+    constexpr bool name() const noexcept {                                        \
+        return this->bit(k);                                                      \
+    }                                                                             \
+    constexpr void name##Is(bool on)& noexcept {                                  \
+        this->bitIs(k, on);                                                       \
+    }

@@ -20,12 +20,12 @@ namespace Kest {
 
 template <class Derived>
 class ObservedEntity : public Poldo::RefCounted {
-  public:
+public:
     /// Observers register here; see Poldo::Publisher.
     Poldo::Publisher& publisher() const noexcept { return publisher_; }
     const TypeData& fwkType() const noexcept { return Derived::typeData(); }
 
-  protected:
+protected:
     ObservedEntity() noexcept = default;
     ~ObservedEntity() = default;
 
@@ -144,7 +144,7 @@ class ObservedEntity : public Poldo::RefCounted {
         }
     }
 
-  private:
+private:
     mutable Poldo::Publisher publisher_;
 };
 

@@ -12,24 +12,24 @@
 namespace Poldo {
 
 class Exception : public std::runtime_error {
-  public:
+public:
     using std::runtime_error::runtime_error;
 };
 
 /// Reading or popping from an empty ordered list.
 class EmptyVectorException : public Exception {
-  public:
+public:
     EmptyVectorException();
 };
 
 /// Writing an ordered list at an index at or beyond its length.
 class VectorOutOfRangeException : public Exception {
-  public:
+public:
     VectorOutOfRangeException(std::size_t index, std::size_t length);
     std::size_t index() const noexcept { return index_; }
     std::size_t length() const noexcept { return length_; }
 
-  private:
+private:
     std::size_t index_;
     std::size_t length_;
 };
@@ -41,7 +41,7 @@ namespace Kest {
 /// A number outside the range its type or container allows. The message is
 /// one of the fixed texts below; tests and agents may match it exactly.
 class RangeException : public Poldo::Exception {
-  public:
+public:
     explicit RangeException(const std::string& message) : Poldo::Exception(message) {}
 
     /// "cannot access index <index> of an array with size <size>"
@@ -54,7 +54,7 @@ class RangeException : public Poldo::Exception {
 
 /// Text that does not read as a value of the requested type.
 class ParseException : public Poldo::Exception {
-  public:
+public:
     explicit ParseException(const std::string& message) : Poldo::Exception(message) {}
 };
 
@@ -62,12 +62,12 @@ class ParseException : public Poldo::Exception {
 /// names the attribute so that a user sees which part of a long text was wrong:
 ///   "attribute 'prefix': <the range error's message>"
 class AttributeParseException : public ParseException {
-  public:
+public:
     AttributeParseException(const std::string& attribute, const std::string& cause);
     const std::string& attribute() const noexcept { return attribute_; }
     const std::string& cause() const noexcept { return cause_; }
 
-  private:
+private:
     std::string attribute_;
     std::string cause_;
 };
@@ -75,13 +75,13 @@ class AttributeParseException : public ParseException {
 /// A null pointer given to a mutator that needs an object. Names the entity
 /// type and the attribute, e.g. "null pointer given to Routing::IgpCommon::IgpLspDatabase::lsp (131)".
 class MutatorNullPointerException : public Poldo::Exception {
-  public:
+public:
     MutatorNullPointerException(const char* typeName, const char* attribute, std::uint16_t attrId);
     const char* typeName() const noexcept { return typeName_; }
     const char* attribute() const noexcept { return attribute_; }
     std::uint16_t attrId() const noexcept { return attrId_; }
 
-  private:
+private:
     const char* typeName_;
     const char* attribute_;
     std::uint16_t attrId_;

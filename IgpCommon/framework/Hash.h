@@ -33,7 +33,7 @@ struct HashItem {
     using type = std::make_unsigned_t<T>;
 };
 template <class T>
-    requires std::is_enum_v<T>
+requires std::is_enum_v<T>
 struct HashItem<T> {
     using type = std::make_unsigned_t<std::underlying_type_t<T>>;
 };
@@ -42,12 +42,14 @@ struct HashItem<bool> {
     using type = unsigned char;
 };
 
-constexpr std::uint32_t rotl(std::uint32_t x, int b) noexcept { return (x << b) | (x >> (32 - b)); }
+constexpr std::uint32_t rotl(std::uint32_t x, int b) noexcept {
+    return (x << b) | (x >> (32 - b));
+}
 
 /// HalfSipHash state with C compression and D finalization rounds.
 template <int C, int D>
 class HalfSip {
-  public:
+public:
     constexpr HalfSip(std::uint32_t k0, std::uint32_t k1) noexcept
         : v0_(k0), v1_(k1), v2_(0x6c796765u ^ k0), v3_(0x74656462u ^ k1) {}
 
@@ -70,7 +72,7 @@ class HalfSip {
         return s.v1_ ^ s.v3_;
     }
 
-  private:
+private:
     constexpr void round() noexcept {
         v0_ += v1_;
         v1_ = rotl(v1_, 5);
@@ -94,7 +96,7 @@ class HalfSip {
 /// Byte stream over a HalfSip core: buffers up to three pending bytes.
 template <int C, int D>
 class HalfSipStream {
-  public:
+public:
     constexpr HalfSipStream(std::uint32_t k0, std::uint32_t k1) noexcept : core_(k0, k1) {}
 
     /// Appends the `bytes` low bytes of `v` (1 to 4), little-endian.
@@ -117,7 +119,7 @@ class HalfSipStream {
         return core_.finish((length_ << 24) | static_cast<std::uint32_t>(pending_));
     }
 
-  private:
+private:
     HalfSip<C, D> core_;
     std::uint64_t pending_ = 0;
     std::uint32_t pendingBits_ = 0;
@@ -128,7 +130,7 @@ class HalfSipStream {
 
 /// The framework's incremental hash: start from a seed, mix items, read the result.
 class HashState {
-  public:
+public:
     /// Expands the 32-bit seed to the mixer's two key words.
     constexpr explicit HashState(std::uint32_t seed) noexcept
         : s_(seed, detail::rotl(seed, 16) ^ 0x9e3779b9u) {}
@@ -152,8 +154,7 @@ class HashState {
     }
     /// Mixes an integer, bool or enumeration as one item of its own width.
     template <class T>
-        requires(std::is_integral_v<T> || std::is_enum_v<T>)
-    constexpr HashState& mix(T v) noexcept {
+    requires(std::is_integral_v<T> || std::is_enum_v<T>) constexpr HashState& mix(T v) noexcept {
         using U = typename detail::HashItem<T>::type;
         const U u = static_cast<U>(v);
         if constexpr (sizeof(U) == 1) {
@@ -172,7 +173,7 @@ class HashState {
 
     constexpr std::uint32_t result() const noexcept { return s_.result(); }
 
-  private:
+private:
     detail::HalfSipStream<1, 3> s_;
 };
 
@@ -196,7 +197,7 @@ struct HashHelper {
         }
     }
 
-  private:
+private:
     static const std::uint32_t seed_;
 };
 

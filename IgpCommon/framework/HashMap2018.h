@@ -81,7 +81,7 @@ class HashMap2018 {
     };
     static constexpr std::uint32_t npos = ~std::uint32_t{0};
 
-  public:
+public:
     using member_type = Member;
     using key_type = Key;
     static constexpr std::uint32_t salt = Salt;
@@ -92,7 +92,7 @@ class HashMap2018 {
 
     /// Removal-tolerant, version-checked iterator (see the header comment).
     class iterator {
-      public:
+    public:
         using iterator_category = std::forward_iterator_tag;
         using value_type = Member;
         using difference_type = std::ptrdiff_t;
@@ -126,9 +126,10 @@ class HashMap2018 {
         }
         friend bool operator==(const iterator& a, const iterator& b) noexcept { return a.pos_ == b.pos_; }
 
-      private:
+    private:
         friend class HashMap2018;
-        iterator(const HashMap2018* m, std::uint32_t pos) noexcept : hashMap_(m), pos_(pos), version_(m->version_) {}
+        iterator(const HashMap2018* m, std::uint32_t pos) noexcept
+            : hashMap_(m), pos_(pos), version_(m->version_) {}
 
         const HashMap2018* hashMap_ = nullptr;
         std::uint32_t pos_ = 0;
@@ -139,7 +140,7 @@ class HashMap2018 {
     /// Unchecked constant iteration for hot read-only walks (key equality,
     /// hashing): no version check, so the collection must not change meanwhile.
     class Unchecked {
-      public:
+    public:
         const Member& operator*() const noexcept { return p_->m(); }
         const Member* operator->() const noexcept { return &p_->m(); }
         Unchecked& operator++() noexcept {
@@ -150,7 +151,7 @@ class HashMap2018 {
         }
         friend bool operator==(const Unchecked& a, const Unchecked& b) noexcept { return a.p_ == b.p_; }
 
-      private:
+    private:
         friend class HashMap2018;
         Unchecked(const Slot* p, const Slot* end) noexcept : p_(p), end_(end) {
             while (p_ != end_ && !p_->used) {
@@ -266,7 +267,7 @@ class HashMap2018 {
         }
     }
 
-  private:
+private:
     // ---- geometry ------------------------------------------------------
     bool isInline() const noexcept { return shift_ >= 32; }
     std::uint32_t bucketBits() const noexcept { return isInline() ? 0 : 32 - shift_; }
@@ -390,7 +391,8 @@ class HashMap2018 {
         }
         const std::uint32_t buckets = 1u << bits;
         const std::uint32_t count = (need > buckets ? need : buckets) + slack;
-        Slot* fresh = static_cast<Slot*>(::operator new(sizeof(Slot) * count, std::align_val_t{alignof(Slot)}));
+        Slot* fresh =
+            static_cast<Slot*>(::operator new (sizeof(Slot) * count, std::align_val_t{alignof(Slot)}));
         for (std::uint32_t i = 0; i < count; ++i) {
             fresh[i].used = false;
         }
@@ -437,7 +439,7 @@ class HashMap2018 {
 
     void releaseStorage() noexcept {
         if (slots_ != inlineSlots()) {
-            ::operator delete(slots_, std::align_val_t{alignof(Slot)});
+            ::operator delete (slots_, std::align_val_t{alignof(Slot)});
         }
     }
 
@@ -458,7 +460,8 @@ class HashMap2018 {
     void copyFrom(const HashMap2018& o) {
         resetToEmpty();
         if (!o.isInline()) {
-            slots_ = static_cast<Slot*>(::operator new(sizeof(Slot) * o.slotCount_, std::align_val_t{alignof(Slot)}));
+            slots_ = static_cast<Slot*>(
+                ::operator new (sizeof(Slot) * o.slotCount_, std::align_val_t{alignof(Slot)}));
             slotCount_ = o.slotCount_;
             shift_ = o.shift_;
             for (std::uint32_t i = 0; i < slotCount_; ++i) {

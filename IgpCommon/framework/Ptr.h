@@ -25,7 +25,7 @@
 namespace Poldo {
 
 class RefCounted {
-  public:
+public:
     static constexpr std::uint32_t countMask = 0x9FFFFFFFu;
     static constexpr std::uint32_t flagMask = 0x60000000u;
 
@@ -59,11 +59,11 @@ class RefCounted {
         return (now & countMask) == 0;
     }
 
-  protected:
+protected:
     RefCounted() noexcept : word_(1) {}
     ~RefCounted() = default;
 
-  private:
+private:
     mutable std::atomic<std::uint32_t> word_;
 };
 
@@ -75,7 +75,7 @@ inline constexpr AdoptTag adopt{};
 
 template <class T>
 class Ptr {
-  public:
+public:
     using element_type = T;
 
     constexpr Ptr() noexcept = default;
@@ -92,11 +92,11 @@ class Ptr {
     Ptr(const Ptr& o) noexcept : Ptr(o.p_) {}
     Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
     template <class U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(const Ptr<U>& o) noexcept : Ptr(static_cast<T*>(o.get())) {}
+    requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& o)
+    noexcept : Ptr(static_cast<T*>(o.get())) {}
     template <class U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(Ptr<U>&& o) noexcept : p_(o.detach()) {}
+    requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& o)
+    noexcept : p_(o.detach()) {}
 
     ~Ptr() { drop(p_); }
 
@@ -122,7 +122,7 @@ class Ptr {
     }
     friend bool operator==(const Ptr& a, std::nullptr_t) noexcept { return a.p_ == nullptr; }
 
-  private:
+private:
     static void drop(T* p) noexcept {
         if (p && p->releaseIsLast()) {
             delete p;

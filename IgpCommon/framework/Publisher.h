@@ -55,13 +55,13 @@ using AttrId = Kest::AttrId;
 
 /// Identifies a C++ type without RTTI: one tag object per type.
 class TypeTag {
-  public:
+public:
     template <class T>
     static constexpr const TypeTag* of() noexcept {
         return &holder<std::remove_cv_t<T>>;
     }
 
-  private:
+private:
     constexpr TypeTag() noexcept = default;
     template <class T>
     static const TypeTag holder;
@@ -71,7 +71,7 @@ inline constexpr TypeTag TypeTag::holder{};
 
 /// A type-erased, typed view of one value (a key, an old value, the entity).
 class ValueRef {
-  public:
+public:
     constexpr ValueRef() noexcept = default;
     template <class T>
     static ValueRef of(const T* p) noexcept {
@@ -89,14 +89,14 @@ class ValueRef {
     }
     const void* raw() const noexcept { return p_; }
 
-  private:
+private:
     const void* p_ = nullptr;
     const TypeTag* tag_ = nullptr;
 };
 
 /// One published change.
 class Notification {
-  public:
+public:
     using KeyEq = bool (*)(const void*, const void*) noexcept;
 
     Notification(ValueRef entity, const Kest::TypeData& type, AttrId attr, ValueRef key, KeyEq keyEq,
@@ -139,7 +139,7 @@ class Notification {
         return oldValue_.as<V>();
     }
 
-  private:
+private:
     ValueRef entity_;
     const Kest::TypeData* type_;
     AttrId attr_;
@@ -149,7 +149,7 @@ class Notification {
 };
 
 class Observer {
-  public:
+public:
     virtual ~Observer() = default;
     virtual void onChange(const Notification& n) = 0;
 };
@@ -157,16 +157,16 @@ class Observer {
 /// Adapts any callable taking `const Notification&` to an Observer.
 template <class F>
 class FunctionObserver final : public Observer {
-  public:
+public:
     explicit FunctionObserver(F f) : f_(std::move(f)) {}
     void onChange(const Notification& n) override { f_(n); }
 
-  private:
+private:
     F f_;
 };
 
 class Publisher {
-  public:
+public:
     Publisher() noexcept = default;
     Publisher(const Publisher&) = delete;
     Publisher& operator=(const Publisher&) = delete;
@@ -193,7 +193,8 @@ class Publisher {
                 return *static_cast<const K*>(a) == *static_cast<const K*>(b);
             };
         }
-        dispatch(Notification(ValueRef::of(&entity), E::typeData(), attr, makeRef(key), eq, makeRef(oldValue)));
+        dispatch(
+            Notification(ValueRef::of(&entity), E::typeData(), attr, makeRef(key), eq, makeRef(oldValue)));
     }
     /// Publishes a change of a plain attribute.
     template <class E, class V>
@@ -201,7 +202,7 @@ class Publisher {
         publish<E, void, V>(entity, attr, nullptr, &oldValue);
     }
 
-  private:
+private:
     template <class T>
     static ValueRef makeRef(const T* p) noexcept {
         if constexpr (std::is_void_v<T>) {

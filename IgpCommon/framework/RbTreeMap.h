@@ -25,13 +25,13 @@ template <class K, class V, class Compare = std::less<K>>
 class RbTreeMap {
     using Tree = std::map<K, V, Compare>;
 
-  public:
+public:
     using key_type = K;
     using mapped_type = V;
     using value_type = typename Tree::value_type;
 
     class iterator {
-      public:
+    public:
         using iterator_category = std::forward_iterator_tag;
         using value_type = typename Tree::value_type;
         using difference_type = std::ptrdiff_t;
@@ -67,9 +67,10 @@ class RbTreeMap {
         /// moves an iterator.
         friend bool operator==(const iterator& a, const iterator& b) { return a.position() == b.position(); }
 
-      private:
+    private:
         friend class RbTreeMap;
-        iterator(const RbTreeMap* m, typename Tree::const_iterator it) : map_(m), it_(it), version_(m->version_) {
+        iterator(const RbTreeMap* m, typename Tree::const_iterator it)
+            : map_(m), it_(it), version_(m->version_) {
             remember();
         }
         void remember() const {
@@ -149,7 +150,7 @@ class RbTreeMap {
         ++version_;
     }
 
-  private:
+private:
     Tree tree_;
     std::uint32_t version_ = 0;
 };

@@ -33,8 +33,9 @@ namespace Kest {
 
 /// A cursor over text: beginning, current read position, end.
 class CharRange {
-  public:
-    constexpr CharRange(const char* begin, const char* end) noexcept : begin_(begin), cur_(begin), end_(end) {}
+public:
+    constexpr CharRange(const char* begin, const char* end) noexcept
+        : begin_(begin), cur_(begin), end_(end) {}
     constexpr explicit CharRange(std::string_view text) noexcept
         : CharRange(text.data(), text.data() + text.size()) {}
 
@@ -43,9 +44,7 @@ class CharRange {
     constexpr const char* end() const noexcept { return end_; }
     constexpr std::size_t offset() const noexcept { return static_cast<std::size_t>(cur_ - begin_); }
     constexpr bool atEnd() const noexcept { return cur_ == end_; }
-    constexpr std::string_view rest() const noexcept {
-        return {cur_, static_cast<std::size_t>(end_ - cur_)};
-    }
+    constexpr std::string_view rest() const noexcept { return {cur_, static_cast<std::size_t>(end_ - cur_)}; }
     /// The next character, or '\0' at the end.
     constexpr char peek() const noexcept { return atEnd() ? '\0' : *cur_; }
     constexpr void advance(std::size_t n) noexcept { cur_ += n; }
@@ -69,7 +68,7 @@ class CharRange {
     /// The check-all-consumed guard: fails when text is left over.
     void checkAllConsumed() const;
 
-  private:
+private:
     const char* begin_;
     const char* cur_;
     const char* end_;
@@ -276,7 +275,8 @@ std::ostream& writeValue(std::ostream& os, const T& v) {
             ((os << (I == 0 ? "'" : ", '") << std::get<I>(attrs).name << "': ",
               writeText(os, std::get<I>(attrs).get(v))),
              ...);
-        }(std::make_index_sequence<n>{});
+        }
+        (std::make_index_sequence<n>{});
         os << "})";
     }
     return os;
@@ -299,7 +299,8 @@ T readValue(CharRange& r) {
             ((r.expect(I == 0 ? "'" : ", '"), r.expect(std::get<I>(attrs).name), r.expect("': "),
               detail::readAttr(r, v, std::get<I>(attrs))),
              ...);
-        }(std::make_index_sequence<n>{});
+        }
+        (std::make_index_sequence<n>{});
         r.expect("})");
     }
     return v;

@@ -12,11 +12,11 @@ namespace Poldo {
 /// count change is an atomic read-modify-write. The flag does not make the
 /// entities themselves thread-safe: one thread still writes a database.
 class ThreadControl {
-  public:
+public:
     static bool multiThreaded() noexcept { return flag_.load(std::memory_order_acquire); }
     static void multiThreadedIs(bool on) noexcept { flag_.store(on, std::memory_order_release); }
 
-  private:
+private:
     static std::atomic<bool> flag_;
 };
 

@@ -23,15 +23,15 @@ inline constexpr AttrId firstValueAttrId = 2;
 enum class TypeKind : std::uint8_t { value, entity, enumeration };
 
 enum class AttrKind : std::uint8_t {
-    scalar,           ///< a single value
-    array,            ///< a fixed array addressed by a bounded index
-    dynArray,         ///< a growable array addressed by position
-    hashCollection,   ///< a Kest::HashMap2018 (salted)
-    orderedCollection,///< a Kest::RbTreeMap
-    list,             ///< an ordered list of values
-    pointer,          ///< a counted pointer to an entity
-    function,         ///< an operation
-    constant,         ///< a constant of the type
+    scalar,             ///< a single value
+    array,              ///< a fixed array addressed by a bounded index
+    dynArray,           ///< a growable array addressed by position
+    hashCollection,     ///< a Kest::HashMap2018 (salted)
+    orderedCollection,  ///< a Kest::RbTreeMap
+    list,               ///< an ordered list of values
+    pointer,            ///< a counted pointer to an entity
+    function,           ///< an operation
+    constant,           ///< a constant of the type
 };
 
 struct AttrData {

@@ -37,7 +37,7 @@
 namespace Drimm {
 
 class AllocTracker {
-  public:
+public:
     /// Registers the tracker; `typeName` names the counted type in reports.
     explicit AllocTracker(std::string_view typeName);
     ~AllocTracker();
@@ -72,7 +72,7 @@ class AllocTracker {
     /// Live objects over all trackers.
     static std::uint64_t totalLive() noexcept;
 
-  private:
+private:
     std::string typeName_;
     std::atomic<std::uint64_t> allocations_{0};
     std::atomic<std::uint64_t> frees_{0};
@@ -80,7 +80,7 @@ class AllocTracker {
 };
 
 class Slab {
-  public:
+public:
     static constexpr std::size_t granule = 16;
     static constexpr std::size_t maxSlabSize = 512;
 

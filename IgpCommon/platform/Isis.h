@@ -31,7 +31,7 @@ namespace Routing::Isis {
 /// "1921.6800.1001"; the reader takes either case. Ordered bytewise unsigned,
 /// which is the order of the big-endian 48-bit number.
 class SystemId {
-  public:
+public:
     /// 0000.0000.0000, read from its text.
     SystemId();
     explicit SystemId(const std::array<std::uint8_t, 6>& bytes) noexcept : bytes_(bytes) {}
@@ -50,7 +50,7 @@ class SystemId {
     friend bool operator==(const SystemId&, const SystemId&) noexcept = default;
     friend std::strong_ordering operator<=>(const SystemId&, const SystemId&) noexcept = default;
 
-  private:
+private:
     std::array<std::uint8_t, 6> bytes_;
 };
 
@@ -62,7 +62,7 @@ std::ostream& operator<<(std::ostream& os, const SystemId& id);
 /// as "." and two digits: "49.0001", "49.0001.02". Ordered by length, then
 /// bytes.
 class AreaId {
-  public:
+public:
     static constexpr std::size_t maxLength = 13;
 
     constexpr AreaId() noexcept = default;
@@ -83,7 +83,7 @@ class AreaId {
 
     Poldo::String stringValue() const;
 
-  private:
+private:
     std::array<std::uint8_t, maxLength> bytes_{};  // unused bytes stay zero
     std::uint8_t length_ = 0;
 };

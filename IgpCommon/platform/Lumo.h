@@ -35,7 +35,7 @@ enum class Family : std::uint8_t { none = 0, ipv4 = 1, ipv6 = 2 };
 /// the reader takes four decimal octets (0 to 255, no leading zeros, which
 /// some tools read as octal).
 class IpAddr {
-  public:
+public:
     constexpr IpAddr() noexcept = default;
     constexpr explicit IpAddr(std::uint32_t hostOrder) noexcept : value_(hostOrder) {}
     explicit IpAddr(Kest::CharRange& r);
@@ -50,14 +50,16 @@ class IpAddr {
 
     /// The unseeded hash: the murmur3 fmix32 finalizer of the value.
     std::uint32_t hash() const noexcept;
-    std::uint32_t hash(std::uint32_t seed) const noexcept { return Kest::HashState(seed).mix32(value_).result(); }
+    std::uint32_t hash(std::uint32_t seed) const noexcept {
+        return Kest::HashState(seed).mix32(value_).result();
+    }
 
     Poldo::String stringValue() const;
 
     friend constexpr bool operator==(const IpAddr&, const IpAddr&) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(const IpAddr&, const IpAddr&) noexcept = default;
 
-  private:
+private:
     std::uint32_t value_ = 0;
 };
 
@@ -67,7 +69,7 @@ std::ostream& operator<<(std::ostream& os, const IpAddr& a);
 /// Text is written in the RFC 5952 canonical form; the reader takes any RFC
 /// 4291 form (compressed, embedded IPv4, either case).
 class Ip6Addr {
-  public:
+public:
     constexpr Ip6Addr() noexcept = default;
     explicit Ip6Addr(Kest::CharRange& r);
 
@@ -85,7 +87,7 @@ class Ip6Addr {
     friend constexpr bool operator==(const Ip6Addr&, const Ip6Addr&) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(const Ip6Addr&, const Ip6Addr&) noexcept = default;
 
-  private:
+private:
     std::array<std::uint8_t, 16> bytes_{};
 };
 
@@ -94,7 +96,7 @@ std::ostream& operator<<(std::ostream& os, const Ip6Addr& a);
 /// An address of either family, or none. Text: the address's own text, or
 /// "none". Ordered by family (none < IPv4 < IPv6), then address.
 class IpGenAddr {
-  public:
+public:
     constexpr IpGenAddr() noexcept = default;
     constexpr IpGenAddr(IpAddr a) noexcept : family_(Family::ipv4), v4_(a) {}
     constexpr IpGenAddr(const Ip6Addr& a) noexcept : family_(Family::ipv6), v6_(a) {}
@@ -120,7 +122,7 @@ class IpGenAddr {
     friend constexpr bool operator==(const IpGenAddr&, const IpGenAddr&) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(const IpGenAddr&, const IpGenAddr&) noexcept = default;
 
-  private:
+private:
     Family family_ = Family::none;
     IpAddr v4_;
     Ip6Addr v6_;
@@ -135,7 +137,7 @@ std::ostream& operator<<(std::ostream& os, const IpGenAddr& a);
 /// Equal when family, length and address are; ordered by family, then
 /// address, then length.
 class IpGenPrefix {
-  public:
+public:
     constexpr IpGenPrefix() noexcept = default;
     /// A length above 32 raises Kest::RangeException.
     IpGenPrefix(IpAddr addr, std::uint8_t len);
@@ -153,16 +155,17 @@ class IpGenPrefix {
     constexpr bool isIpv6() const noexcept { return addr_.isIpv6(); }
 
     /// The same prefix with every bit beyond length() cleared.
-    IpGenPrefix masked() const noexcept;
+    IpGenPrefix masked() const;
 
     std::uint32_t hash(std::uint32_t seed) const noexcept;
 
     Poldo::String stringValue() const;
 
     friend constexpr bool operator==(const IpGenPrefix&, const IpGenPrefix&) noexcept = default;
-    friend constexpr std::strong_ordering operator<=>(const IpGenPrefix&, const IpGenPrefix&) noexcept = default;
+    friend constexpr std::strong_ordering operator<=>(const IpGenPrefix&,
+                                                      const IpGenPrefix&) noexcept = default;
 
-  private:
+private:
     IpGenAddr addr_;  // first: the order is address (family included), then length
     std::uint8_t length_ = 0;
 };
@@ -174,7 +177,7 @@ std::ostream& operator<<(std::ostream& os, const IpGenPrefix& p);
 /// anything above luWithdraw with the fixed text of
 /// Kest::RangeException::boundedValue. Text: the decimal number.
 class MplsLabel {
-  public:
+public:
     static constexpr std::uint32_t min = 0;
     static constexpr std::uint32_t luWithdraw = 0x800000;
 
@@ -188,14 +191,16 @@ class MplsLabel {
     /// their IANA names in parentheses: "3 (implicit-null)".
     Poldo::String prettyString() const;
 
-    std::uint32_t hash(std::uint32_t seed) const noexcept { return Kest::HashState(seed).mix32(value_).result(); }
+    std::uint32_t hash(std::uint32_t seed) const noexcept {
+        return Kest::HashState(seed).mix32(value_).result();
+    }
 
     Poldo::String stringValue() const;
 
     friend constexpr bool operator==(const MplsLabel&, const MplsLabel&) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(const MplsLabel&, const MplsLabel&) noexcept = default;
 
-  private:
+private:
     std::uint32_t value_ = 0;
 };
 

@@ -28,7 +28,7 @@
 namespace Umbo {
 
 class DumpContext final : public Poldo::RefCounted {
-  public:
+public:
     /// Writes to `out`, which the caller keeps alive.
     static Poldo::Ptr<DumpContext> dumpContextIs(std::ostream& out);
     /// Collects everything written; read it with text().
@@ -44,7 +44,7 @@ class DumpContext final : public Poldo::RefCounted {
 
     ~DumpContext() = default;
 
-  private:
+private:
     enum class Kind : std::uint8_t { stream, collect, discard };
     explicit DumpContext(Kind kind, std::ostream* out = nullptr) noexcept : kind_(kind), out_(out) {}
 
@@ -59,7 +59,7 @@ void _objDumpPrintf(const Poldo::Ptr<DumpContext const>& ctx, const char* format
     __attribute__((format(printf, 2, 3)));
 
 class HashMix {
-  public:
+public:
     explicit HashMix(std::uint32_t start = 0) noexcept : h_(start) {}
 
     void mix(std::uint8_t b) noexcept {
@@ -77,7 +77,7 @@ class HashMix {
         return h;
     }
 
-  private:
+private:
     std::uint32_t h_;
 };
 

@@ -28,7 +28,7 @@ struct Failure {
 // A bounded view of part of the PDU. Every read checks the bound first, so no
 // read can leave the buffer; offsets are reported relative to the PDU start.
 class Cursor {
-  public:
+public:
     Cursor(const std::uint8_t* pdu, std::size_t begin, std::size_t end, std::uint8_t tlv) noexcept
         : pdu_(pdu), pos_(begin), end_(end), tlv_(tlv) {}
 
@@ -67,7 +67,7 @@ class Cursor {
         return c;
     }
 
-  private:
+private:
     void check(std::size_t n) const {
         if (remaining() < n) {
             fail(Reason::truncatedEntry, tlv_, pos_, "value runs past its container");
@@ -119,8 +119,12 @@ void expectMultiple(const Item& it, std::size_t unit, bool allowEmpty, const cha
     }
 }
 
-Lumo::IpAddr readV4(Cursor& c) { return Lumo::IpAddr::fromBytes(c.bytes(4)); }
-Lumo::Ip6Addr readV6(Cursor& c) { return Lumo::Ip6Addr::fromBytes(c.bytes(16)); }
+Lumo::IpAddr readV4(Cursor& c) {
+    return Lumo::IpAddr::fromBytes(c.bytes(4));
+}
+Lumo::Ip6Addr readV6(Cursor& c) {
+    return Lumo::Ip6Addr::fromBytes(c.bytes(16));
+}
 
 // A prefix of `len` bits stored in the fewest octets (RFC 5305 4, RFC 5308 2).
 Lumo::IpGenPrefix readPrefix(Cursor& c, std::uint8_t len, bool v6, std::size_t at) {
@@ -167,7 +171,7 @@ IC::LabelSid readSidLabel(const Item& it) {
 }
 
 class LspDecoder {
-  public:
+public:
     LspDecoder(const std::uint8_t* pdu, const LspHeader& h) : pdu_(pdu), h_(h) {}
 
     Poldo::Ptr<IC::IsisLspParsedContent> run() {
@@ -190,7 +194,8 @@ class LspDecoder {
             all.skip(2);
             if (all.remaining() < len) {
                 fail(Reason::tlvOverrun, type, start,
-                     "TLV " + std::to_string(type) + " length " + std::to_string(len) + " runs past the PDU end");
+                     "TLV " + std::to_string(type) + " length " + std::to_string(len) +
+                         " runs past the PDU end");
             }
             Item it{type, start, Cursor(pdu_, start + 2, start + 2 + len, type)};
             all.skip(len);
@@ -200,29 +205,66 @@ class LspDecoder {
         return content_;
     }
 
-  private:
+private:
     void decodeTlv(Item& it) {
         switch (it.type) {
-            case 1: areas(it); break;
-            case 2: narrowNeighbors(it); break;
-            case 22: wideNeighbors(it, IC::IgpMultiTopologyId(0)); break;
-            case 222: wideNeighbors(it, readMtId(it)); break;
+            case 1:
+                areas(it);
+                break;
+            case 2:
+                narrowNeighbors(it);
+                break;
+            case 22:
+                wideNeighbors(it, IC::IgpMultiTopologyId(0));
+                break;
+            case 222:
+                wideNeighbors(it, readMtId(it));
+                break;
             case 128:
-            case 130: narrowPrefixes(it); break;
-            case 135: v4Prefixes(it, IC::IgpMultiTopologyId(0)); break;
-            case 235: v4Prefixes(it, readMtId(it)); break;
-            case 236: v6Prefixes(it, IC::IgpMultiTopologyId(0)); break;
-            case 237: v6Prefixes(it, readMtId(it)); break;
-            case 134: teRouterId(it); break;
-            case 137: hostName(it); break;
-            case 138: srlgV4(it); break;
-            case 139: srlgV6(it); break;
-            case 140: teRouterIdV6(it); break;
-            case 149: binding(it, IC::IgpMultiTopologyId(0)); break;
-            case 150: binding(it, readMtId(it)); break;
-            case 229: topologies(it); break;
-            case 242: routerCapability(it); break;
-            default: break;  // unknown or not modelled: skipped by length
+            case 130:
+                narrowPrefixes(it);
+                break;
+            case 135:
+                v4Prefixes(it, IC::IgpMultiTopologyId(0));
+                break;
+            case 235:
+                v4Prefixes(it, readMtId(it));
+                break;
+            case 236:
+                v6Prefixes(it, IC::IgpMultiTopologyId(0));
+                break;
+            case 237:
+                v6Prefixes(it, readMtId(it));
+                break;
+            case 134:
+                teRouterId(it);
+                break;
+            case 137:
+                hostName(it);
+                break;
+            case 138:
+                srlgV4(it);
+                break;
+            case 139:
+                srlgV6(it);
+                break;
+            case 140:
+                teRouterIdV6(it);
+                break;
+            case 149:
+                binding(it, IC::IgpMultiTopologyId(0));
+                break;
+            case 150:
+                binding(it, readMtId(it));
+                break;
+            case 229:
+                topologies(it);
+                break;
+            case 242:
+                routerCapability(it);
+                break;
+            default:
+                break;  // unknown or not modelled: skipped by length
         }
     }
 
@@ -370,7 +412,8 @@ class LspDecoder {
                 a.lanAdjSids.emplace_back(flags, value, weight, sys);
                 break;
             }
-            default: break;
+            default:
+                break;
         }
     }
 
@@ -378,7 +421,8 @@ class LspDecoder {
         const auto nbr = content_->neighborIs(key);
         nbr->igpMetricIs(metric);
         // A link described over several entries keeps what each one said.
-        nbr->attrsPresentIs(IC::Neighbor::NeighborAttrsPresent(nbr->attrsPresent().value() | a.present.value()));
+        nbr->attrsPresentIs(
+            IC::Neighbor::NeighborAttrsPresent(nbr->attrsPresent().value() | a.present.value()));
         if (a.present.adminGroup()) {
             nbr->adminGroupIs(a.adminGroup);
         }
@@ -420,7 +464,8 @@ class LspDecoder {
             const std::uint32_t metric = v.u24();
             const std::size_t blockAt = v.pos();
             const std::uint8_t subLen = v.u8();
-            Cursor subs = v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
+            Cursor subs =
+                v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
             LinkAttrs a;
             while (!subs.empty()) {
                 Item s = nextItem(subs, Reason::subTlvOverrun);
@@ -468,8 +513,8 @@ class LspDecoder {
         }
     }
 
-    Poldo::Ptr<IC::Prefix> addPrefix(const Lumo::IpGenPrefix& p, IC::IgpMultiTopologyId mt, std::uint32_t metric,
-                                     bool down) {
+    Poldo::Ptr<IC::Prefix> addPrefix(const Lumo::IpGenPrefix& p, IC::IgpMultiTopologyId mt,
+                                     std::uint32_t metric, bool down) {
         const auto pfx = content_->prefixIs(IC::PrefixKey(p, mt));
         pfx->hasValidReachabilityIs(true);
         pfx->metricIs(metric);
@@ -493,7 +538,8 @@ class LspDecoder {
                 v.need(1, Reason::truncatedEntry, at, "sub-TLV length octet missing");
                 const std::size_t blockAt = v.pos();
                 const std::uint8_t subLen = v.u8();
-                Cursor subs = v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
+                Cursor subs =
+                    v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
                 prefixSubTlvs(subs, pfx);
             }
         }
@@ -514,7 +560,8 @@ class LspDecoder {
                 v.need(1, Reason::truncatedEntry, at, "sub-TLV length octet missing");
                 const std::size_t blockAt = v.pos();
                 const std::uint8_t subLen = v.u8();
-                Cursor subs = v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
+                Cursor subs =
+                    v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
                 prefixSubTlvs(subs, pfx);
             }
         }
@@ -542,8 +589,8 @@ class LspDecoder {
             for (std::uint32_t m = mask; m != 0; m <<= 1) {
                 ++len;
             }
-            addPrefix(Lumo::IpGenPrefix(addr, static_cast<std::uint8_t>(len)).masked(), IC::IgpMultiTopologyId(0),
-                      def & 0x3F, (def & 0x80) != 0);
+            addPrefix(Lumo::IpGenPrefix(addr, static_cast<std::uint8_t>(len)).masked(),
+                      IC::IgpMultiTopologyId(0), def & 0x3F, (def & 0x80) != 0);
         }
     }
 
@@ -571,7 +618,8 @@ class LspDecoder {
                 s.value.need(2, Reason::badLength, s.start, "prefix SID too short");
                 const std::uint8_t sidFlags = s.value.u8();
                 const std::uint8_t algo = s.value.u8();
-                const std::uint32_t value = readSidValue(s.value, sidFlags, IC::PrefixSid::labelFlagsMask, s.start);
+                const std::uint32_t value =
+                    readSidValue(s.value, sidFlags, IC::PrefixSid::labelFlagsMask, s.start);
                 b->basePrefixSidIs(IC::PrefixSid(sidFlags, value, algo, true));
             }
         }
@@ -649,7 +697,8 @@ class LspDecoder {
                 fail(Reason::badLength, s.value.tlv(), label.start, "SR range without a SID/label sub-TLV");
             }
             if (label.value.remaining() != 3) {
-                fail(Reason::badSidLength, s.value.tlv(), label.start, "SR range start is not a 3-octet label");
+                fail(Reason::badSidLength, s.value.tlv(), label.start,
+                     "SR range start is not a 3-octet label");
             }
             const std::uint32_t first = label.value.u24() & labelMask;
             // The model holds eight ranges and compares no more than that.
@@ -675,16 +724,23 @@ class LspDecoder {
             Item f = nextItem(v, Reason::subTlvOverrun);
             const Poldo::Ptr<IC::IgpFlexAlgoEag>* eag = nullptr;
             switch (f.type) {
-                case 1: eag = &fad.excludeAny(); break;
-                case 2: eag = &fad.includeAny(); break;
-                case 3: eag = &fad.includeAll(); break;
+                case 1:
+                    eag = &fad.excludeAny();
+                    break;
+                case 2:
+                    eag = &fad.includeAny();
+                    break;
+                case 3:
+                    eag = &fad.includeAll();
+                    break;
                 case 5:
                     expectMultiple(f, 4, false, "exclude SRLG length not a positive multiple of 4");
                     while (!f.value.empty()) {
                         fad.excludeSrlg()->valueIs(f.value.u32());
                     }
                     break;
-                default: break;
+                default:
+                    break;
             }
             if (eag != nullptr) {
                 expectMultiple(f, 4, false, "admin group length not a positive multiple of 4");
@@ -725,8 +781,11 @@ class LspDecoder {
                         msds_->msdIs(msdCount_++, IC::IgpMsd(type, s.value.u8()));
                     }
                     break;
-                case 26: flexAlgoDefinition(s); break;
-                default: break;
+                case 26:
+                    flexAlgoDefinition(s);
+                    break;
+                default:
+                    break;
             }
         }
     }
@@ -765,11 +824,14 @@ class LspDecoder {
     Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol> fads_;
 };
 
-std::uint16_t be16(const std::uint8_t* p) noexcept { return static_cast<std::uint16_t>((p[0] << 8) | p[1]); }
+std::uint16_t be16(const std::uint8_t* p) noexcept {
+    return static_cast<std::uint16_t>((p[0] << 8) | p[1]);
+}
 
 LspHeader readHeader(std::span<const std::uint8_t> pdu) {
     if (pdu.size() < headerLength) {
-        fail(Reason::truncatedHeader, 0, pdu.size(), "LSP header truncated at " + std::to_string(pdu.size()) + " octets");
+        fail(Reason::truncatedHeader, 0, pdu.size(),
+             "LSP header truncated at " + std::to_string(pdu.size()) + " octets");
     }
     const std::uint8_t* p = pdu.data();
     if (p[0] != 0x83) {
@@ -800,13 +862,15 @@ LspHeader readHeader(std::span<const std::uint8_t> pdu) {
     }
     if (h.pduLength > pdu.size()) {
         fail(Reason::truncatedPdu, 0, 8,
-             "PDU length " + std::to_string(h.pduLength) + " > " + std::to_string(pdu.size()) + " octets present");
+             "PDU length " + std::to_string(h.pduLength) + " > " + std::to_string(pdu.size()) +
+                 " octets present");
     }
     h.remainingLifetime = be16(p + 10);
     std::memcpy(h.systemId.data(), p + 12, 6);
     h.pseudonode = p[18];
     h.fragment = p[19];
-    h.sequenceNumber = (std::uint32_t{p[20]} << 24) | (std::uint32_t{p[21]} << 16) | (std::uint32_t{p[22]} << 8) | p[23];
+    h.sequenceNumber =
+        (std::uint32_t{p[20]} << 24) | (std::uint32_t{p[21]} << 16) | (std::uint32_t{p[22]} << 8) | p[23];
     h.checksum = be16(p + 24);
     h.flags = p[26];
     return h;
@@ -823,24 +887,35 @@ IC::IgpNodeId LspHeader::nodeId() const noexcept {
 
 std::string LspHeader::lspIdText() const {
     char buf[24];
-    std::snprintf(buf, sizeof buf, "%02x%02x.%02x%02x.%02x%02x.%02x-%02x", systemId[0], systemId[1], systemId[2],
-                  systemId[3], systemId[4], systemId[5], pseudonode, fragment);
+    std::snprintf(buf, sizeof buf, "%02x%02x.%02x%02x.%02x%02x.%02x-%02x", systemId[0], systemId[1],
+                  systemId[2], systemId[3], systemId[4], systemId[5], pseudonode, fragment);
     return buf;
 }
 
 const char* reasonName(DecodeError::Reason r) noexcept {
     switch (r) {
-        case Reason::truncatedHeader: return "truncated header";
-        case Reason::badHeader: return "bad header";
-        case Reason::badPduLength: return "bad PDU length";
-        case Reason::truncatedPdu: return "truncated PDU";
-        case Reason::badChecksum: return "checksum error";
-        case Reason::tlvOverrun: return "TLV overrun";
-        case Reason::subTlvOverrun: return "sub-TLV overrun";
-        case Reason::truncatedEntry: return "truncated entry";
-        case Reason::badLength: return "bad length";
-        case Reason::badPrefixLength: return "bad prefix length";
-        case Reason::badSidLength: return "bad SID length";
+        case Reason::truncatedHeader:
+            return "truncated header";
+        case Reason::badHeader:
+            return "bad header";
+        case Reason::badPduLength:
+            return "bad PDU length";
+        case Reason::truncatedPdu:
+            return "truncated PDU";
+        case Reason::badChecksum:
+            return "checksum error";
+        case Reason::tlvOverrun:
+            return "TLV overrun";
+        case Reason::subTlvOverrun:
+            return "sub-TLV overrun";
+        case Reason::truncatedEntry:
+            return "truncated entry";
+        case Reason::badLength:
+            return "bad length";
+        case Reason::badPrefixLength:
+            return "bad prefix length";
+        case Reason::badSidLength:
+            return "bad SID length";
     }
     return "unknown";
 }

@@ -20,7 +20,9 @@ using namespace Routing::IsisDecoder;
 namespace IC = Routing::IgpCommon;
 using Reason = DecodeError::Reason;
 
-std::string dataPath(const char* name) { return std::string(IGPDECODER_TESTDATA) + "/" + name; }
+std::string dataPath(const char* name) {
+    return std::string(IGPDECODER_TESTDATA) + "/" + name;
+}
 
 std::string readText(const std::string& path) {
     std::ifstream in(path);
@@ -101,8 +103,8 @@ void checkAgainstRow(const DecodedLsp& d, const std::map<std::string, std::strin
     EXPECT_EQ(std::to_string(h.remainingLifetime), row.at("lifetime"));
     EXPECT_EQ(hex4(h.checksum), row.at("checksum"));
     EXPECT_EQ(std::to_string(h.pduLength), row.at("pdu_length"));
-    const std::string apo = std::string(h.attached() ? "1" : "0") + "/" + (h.partitionRepair() ? "1" : "0") + "/" +
-                            (h.overload() ? "1" : "0");
+    const std::string apo = std::string(h.attached() ? "1" : "0") + "/" + (h.partitionRepair() ? "1" : "0") +
+                            "/" + (h.overload() ? "1" : "0");
     EXPECT_EQ(apo, row.at("att_p_ol"));
 
     const auto tlvs = tlvList(row.count("tlv_types") ? row.at("tlv_types") : "");
@@ -153,15 +155,17 @@ TEST(DecoderCapture, LabQuirksDecodeAsTheRoutersShowThem) {
     // r4 advertises its IPv4 prefix SID as the absolute label 20404 and its own SRGB/SRLB.
     const auto r4 = lastLabLsp(1, "0000.0000.0004.00-00");
     ASSERT_TRUE(r4.content);
-    const auto lo4 = r4.content->prefix(IC::PrefixKey(
-        Kest::strepToValue("10.0.0.4/32", static_cast<Lumo::IpGenPrefix*>(nullptr)), IC::IgpMultiTopologyId(0)));
+    const auto lo4 = r4.content->prefix(
+        IC::PrefixKey(Kest::strepToValue("10.0.0.4/32", static_cast<Lumo::IpGenPrefix*>(nullptr)),
+                      IC::IgpMultiTopologyId(0)));
     ASSERT_TRUE(lo4);
     EXPECT_EQ(lo4->prefixSid().value(), 20404u);
     EXPECT_EQ(lo4->prefixSid().valueLength(), 3u);
     const auto& n4 = *r4.content->node();
     EXPECT_EQ(n4.hostName(), "r4");
     ASSERT_TRUE(n4.srCapabilities() && n4.srlb());
-    EXPECT_EQ(n4.srCapabilities()->sidLabelRange(IC::SrSidRangeIndex(0)), IC::SrSidRange(8000, Lumo::MplsLabel(20000)));
+    EXPECT_EQ(n4.srCapabilities()->sidLabelRange(IC::SrSidRangeIndex(0)),
+              IC::SrSidRange(8000, Lumo::MplsLabel(20000)));
     EXPECT_EQ(n4.srlb()->sidLabelRange(IC::SrSidRangeIndex(0)), IC::SrSidRange(1000, Lumo::MplsLabel(30000)));
 
     // r6: SRGB 100000-107999, single topology (no TLV 229), and narrow metrics beside the wide ones.
@@ -225,7 +229,8 @@ TEST(DecoderCapture, CraftedLspsMatchTheManifest) {
     unsigned checked = 0;
     for (const char* file : {"crafted-sr-te.pcap", "crafted-mt.pcap"}) {
         const auto frames = readPcap(dataPath(file));
-        const auto rows = readTsv(std::string(file).replace(std::string(file).size() - 5, 5, ".frames.tsv").c_str());
+        const auto rows =
+            readTsv(std::string(file).replace(std::string(file).size() - 5, 5, ".frames.tsv").c_str());
         for (const auto& f : frames) {
             SCOPED_TRACE(std::string(file) + " frame " + std::to_string(f.number));
             const auto r = decodeLsp(f.pdu);
@@ -259,7 +264,8 @@ TEST(DecoderCapture, CraftedSrTeValues) {
     EXPECT_EQ(n.isisAreaIdCol()->areaId().size(), 3u);  // one of them 13 octets
     ASSERT_TRUE(n.srCapabilities() && n.srlb() && n.msdCol() && n.fadCol());
     EXPECT_EQ(n.srCapabilities()->numRanges(), 2);
-    EXPECT_EQ(n.srCapabilities()->sidLabelRange(IC::SrSidRangeIndex(0)), IC::SrSidRange(8000, Lumo::MplsLabel(16000)));
+    EXPECT_EQ(n.srCapabilities()->sidLabelRange(IC::SrSidRangeIndex(0)),
+              IC::SrSidRange(8000, Lumo::MplsLabel(16000)));
     EXPECT_EQ(n.srlb()->numRanges(), 2);
     EXPECT_EQ(n.srlb()->sidLabelRange(IC::SrSidRangeIndex(1)), IC::SrSidRange(500, Lumo::MplsLabel(40000)));
     EXPECT_EQ(n.msdCol()->msd(0), IC::IgpMsd(1, 10));
@@ -287,7 +293,8 @@ TEST(DecoderCapture, CraftedSrTeValues) {
     // Fragment 2: prefixes and bindings.
     const auto& pfx = *f2.lsp().content;
     auto p = [&](const char* t) {
-        return pfx.prefix(IC::PrefixKey(Kest::strepToValue(t, static_cast<Lumo::IpGenPrefix*>(nullptr)), IC::IgpMultiTopologyId(0)));
+        return pfx.prefix(IC::PrefixKey(Kest::strepToValue(t, static_cast<Lumo::IpGenPrefix*>(nullptr)),
+                                        IC::IgpMultiTopologyId(0)));
     };
     ASSERT_TRUE(p("192.0.2.1/32") && p("198.51.100.0/24") && p("203.0.113.128/25"));
     EXPECT_EQ(p("192.0.2.1/32")->prefixSid().value(), 1u);

@@ -20,13 +20,22 @@ IC::IgpNodeId nodeId(std::uint8_t sys, std::uint8_t pn = 0) {
     const std::uint8_t b[7] = {0x19, 0x21, 0x68, 0x00, 0x10, sys, pn};
     return IC::IgpNodeId::fromBytes(b);
 }
-Enc nbrId(std::uint8_t sys, std::uint8_t pn = 0) { return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, pn}; }
-Lumo::IpAddr v4(const char* t) { return Kest::strepToValue(t, static_cast<Lumo::IpAddr*>(nullptr)); }
-Lumo::Ip6Addr v6(const char* t) { return Kest::strepToValue(t, static_cast<Lumo::Ip6Addr*>(nullptr)); }
-IC::PrefixKey pkey(const char* t, std::uint16_t mt = 0) {
-    return IC::PrefixKey(Kest::strepToValue(t, static_cast<Lumo::IpGenPrefix*>(nullptr)), IC::IgpMultiTopologyId(mt));
+Enc nbrId(std::uint8_t sys, std::uint8_t pn = 0) {
+    return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, pn};
 }
-Routing::Isis::AreaId area(const char* t) { return Kest::strepToValue(t, static_cast<Routing::Isis::AreaId*>(nullptr)); }
+Lumo::IpAddr v4(const char* t) {
+    return Kest::strepToValue(t, static_cast<Lumo::IpAddr*>(nullptr));
+}
+Lumo::Ip6Addr v6(const char* t) {
+    return Kest::strepToValue(t, static_cast<Lumo::Ip6Addr*>(nullptr));
+}
+IC::PrefixKey pkey(const char* t, std::uint16_t mt = 0) {
+    return IC::PrefixKey(Kest::strepToValue(t, static_cast<Lumo::IpGenPrefix*>(nullptr)),
+                         IC::IgpMultiTopologyId(mt));
+}
+Routing::Isis::AreaId area(const char* t) {
+    return Kest::strepToValue(t, static_cast<Routing::Isis::AreaId*>(nullptr));
+}
 std::uint32_t floatBits(float f) {
     std::uint32_t u;
     std::memcpy(&u, &f, 4);
@@ -130,10 +139,12 @@ TEST(DecoderNeighbors, ExtendedReachabilityWithTeAndAdjacencySids) {
                          .tlv(11, unrsv)
                          .tlv(14, Enc().u32(5).u32(0x80000000))
                          .tlv(18, Enc().u24(77))
-                         .tlv(31, Enc{0x30, 0}.u24(0xF15001))         // label: 20 bits kept
-                         .tlv(31, Enc{0x80, 7}.u32(123456))           // F flag, index
-                         .tlv(32, Enc{0x30, 1}.raw({0x19, 0x21, 0x68, 0x00, 0x10, 9}).u24(16)) // LAN adj-SID, 6-octet system ID
-                         .tlv(33, Enc().u32(1500));                   // delay: not modelled
+                         .tlv(31, Enc{0x30, 0}.u24(0xF15001))  // label: 20 bits kept
+                         .tlv(31, Enc{0x80, 7}.u32(123456))    // F flag, index
+                         .tlv(32, Enc{0x30, 1}
+                                      .raw({0x19, 0x21, 0x68, 0x00, 0x10, 9})
+                                      .u24(16))      // LAN adj-SID, 6-octet system ID
+                         .tlv(33, Enc().u32(1500));  // delay: not modelled
     const Enc entry = Enc().raw(nbrId(2)).u24(10).u8(static_cast<unsigned>(subs.size())).raw(subs);
     const Enc tlvs = Enc().tlv(22, entry).tlv(222, Enc().u16(0x0002).raw(nbrId(3, 5)).u24(0xFFFFFE).u8(0));
     const auto d = decodeOk(buildLsp(tlvs));
@@ -153,8 +164,8 @@ TEST(DecoderNeighbors, ExtendedReachabilityWithTeAndAdjacencySids) {
     EXPECT_EQ(n->extAdminGroup(IC::AdminGroupIndex(1)), 0x80000000u);
     EXPECT_EQ(n->teDefMetric(), 77u);
     const auto p = n->attrsPresent();
-    EXPECT_TRUE(p.adminGroup() && p.maxLinkBw() && p.maxReserveLinkBw() && p.unreservedBw() && p.extAdminGroup() &&
-                p.teDefMetric());
+    EXPECT_TRUE(p.adminGroup() && p.maxLinkBw() && p.maxReserveLinkBw() && p.unreservedBw() &&
+                p.extAdminGroup() && p.teDefMetric());
     EXPECT_FALSE(p.srlgValues());
     EXPECT_TRUE(n->adjSidHas(IC::AdjacencySid(0x30, 0x15001, 0)));
     EXPECT_TRUE(n->adjSidHas(IC::AdjacencySid(0x80, 123456, 7)));
@@ -174,10 +185,10 @@ TEST(DecoderNeighbors, Ipv6AddressesNarrowNeighborsAndSrlgs) {
     const Enc tlvs =
         Enc()
             .tlv(22, Enc().raw(nbrId(2)).u24(20).u8(static_cast<unsigned>(subs.size())).raw(subs))
-            .tlv(2, Enc{0}.raw({0x0a, 0x80, 0x80, 0x80}).raw(nbrId(4)))                     // narrow, metric 10
+            .tlv(2, Enc{0}.raw({0x0a, 0x80, 0x80, 0x80}).raw(nbrId(4)))  // narrow, metric 10
             .tlv(138, Enc().raw(nbrId(2)).u8(1).raw({10, 1, 0, 1}).raw({10, 1, 0, 2}).u32(100).u32(200))
-            .tlv(138, Enc().raw(nbrId(2)).u8(0).u32(7).u32(8).u32(300))                      // unnumbered
-            .tlv(139, Enc().raw(nbrId(2)).u8(1).raw(a6).raw(b6).u32(400))                    // with NA
+            .tlv(138, Enc().raw(nbrId(2)).u8(0).u32(7).u32(8).u32(300))    // unnumbered
+            .tlv(139, Enc().raw(nbrId(2)).u8(1).raw(a6).raw(b6).u32(400))  // with NA
             .tlv(139, Enc().raw(nbrId(2)).u8(0).raw(b6).u32(500));
     const auto d = decodeOk(buildLsp(tlvs));
     ASSERT_TRUE(d.content);
@@ -199,15 +210,26 @@ TEST(DecoderNeighbors, Ipv6AddressesNarrowNeighborsAndSrlgs) {
 }
 
 TEST(DecoderPrefixes, WideNarrowMtAndPrefixSubTlvs) {
-    const Enc sid0 = Enc().tlv(3, Enc{0x40, 0}.u32(1)).tlv(3, Enc{0x40, 128}.u32(1001)).tlv(6, Enc{128}.u32(55));
+    const Enc sid0 =
+        Enc().tlv(3, Enc{0x40, 0}.u32(1)).tlv(3, Enc{0x40, 128}.u32(1001)).tlv(6, Enc{128}.u32(55));
     const Enc t135 = Enc()
-                         .u32(10).u8(0x40 | 32).raw({192, 0, 2, 1}).u8(static_cast<unsigned>(sid0.size())).raw(sid0)
-                         .u32(20).u8(0x80 | 8).raw({10})                          // up/down
-                         .u32(30).u8(0x40 | 24).raw({198, 51, 100})
-                         .u8(7).raw(Enc().tlv(3, Enc{0x0c, 0}.u24(16999)));        // V+L label
+                         .u32(10)
+                         .u8(0x40 | 32)
+                         .raw({192, 0, 2, 1})
+                         .u8(static_cast<unsigned>(sid0.size()))
+                         .raw(sid0)
+                         .u32(20)
+                         .u8(0x80 | 8)
+                         .raw({10})  // up/down
+                         .u32(30)
+                         .u8(0x40 | 24)
+                         .raw({198, 51, 100})
+                         .u8(7)
+                         .raw(Enc().tlv(3, Enc{0x0c, 0}.u24(16999)));  // V+L label
     const Enc t237 = Enc().u16(2).u32(5).u8(0x80).u8(44).raw({0x20, 0x01, 0x0d, 0xb8, 0x12, 0x30});
     const Enc t128 = Enc{0x8a, 0x80, 0x80, 0x80, 172, 16, 1, 9, 255, 255, 255, 0};  // host bits cleared
-    const auto d = decodeOk(buildLsp(Enc().tlv(135, t135).tlv(237, t237).tlv(128, t128).tlv(235, Enc().u16(3).u32(1).u8(0))));
+    const auto d = decodeOk(
+        buildLsp(Enc().tlv(135, t135).tlv(237, t237).tlv(128, t128).tlv(235, Enc().u16(3).u32(1).u8(0))));
     ASSERT_TRUE(d.content);
     EXPECT_EQ(d.content->prefix().size(), 6u);
 
@@ -236,7 +258,8 @@ TEST(DecoderBinding, RangeFlagsAndSids) {
     f.fragment = 2;
     const Enc b1 = Enc{0x00, 0}.u16(10).u8(24).raw({10, 9, 8}).tlv(3, Enc{0, 0}.u32(101));
     const Enc b2 = Enc{0x48, 0}.u16(1).u8(32).raw({10, 0, 0, 9}).tlv(1, Enc().u24(90000));  // F clear, M + A
-    const Enc b3 = Enc{0x80, 0}.u16(4).u8(64).raw({0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0}).tlv(1, Enc().u32(300));
+    const Enc b3 =
+        Enc{0x80, 0}.u16(4).u8(64).raw({0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0}).tlv(1, Enc().u32(300));
     const auto d = decodeOk(buildLsp(f, Enc().tlv(149, b1).tlv(149, b2).tlv(150, Enc().u16(2).raw(b3))));
     ASSERT_TRUE(d.content);
 
@@ -293,7 +316,8 @@ TEST(DecoderCapability, SrBlocksMsdAndFlexAlgo) {
     EXPECT_EQ(sr.sidLabelRange(IC::SrSidRangeIndex(1)), IC::SrSidRange(100, Lumo::MplsLabel(30000)));
     ASSERT_TRUE(node.srlb());
     EXPECT_EQ(node.srlb()->numRanges(), 1);
-    EXPECT_EQ(node.srlb()->sidLabelRange(IC::SrSidRangeIndex(0)), IC::SrSidRange(1000, Lumo::MplsLabel(15000)));
+    EXPECT_EQ(node.srlb()->sidLabelRange(IC::SrSidRangeIndex(0)),
+              IC::SrSidRange(1000, Lumo::MplsLabel(15000)));
 
     ASSERT_TRUE(node.msdCol());
     EXPECT_EQ(node.msdCol()->span(), 2u);
@@ -336,45 +360,71 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
     // TLVs start at offset 27; a TLV's value at 29.
     const Enc nbr = Enc().raw(nbrId(2)).u24(10);
     const std::vector<Bad> cases = {
-        {"header cut", [] { Bytes p = buildLsp(Enc()); p.resize(20); return p; }(), Reason::truncatedHeader, 0, 20},
+        {"header cut",
+         [] {
+             Bytes p = buildLsp(Enc());
+             p.resize(20);
+             return p;
+         }(),
+         Reason::truncatedHeader, 0, 20},
         {"discriminator", broken(Enc(), [](Bytes& p) { p[0] = 0x82; }), Reason::badHeader, 0, 0},
         {"ID length 4", broken(Enc(), [](Bytes& p) { p[3] = 4; }), Reason::badHeader, 0, 3},
         {"CSNP type", broken(Enc(), [](Bytes& p) { p[4] = 24; }), Reason::badHeader, 0, 4},
         {"PDU length short", broken(Enc(), [](Bytes& p) { p[9] = 26; }), Reason::badPduLength, 0, 8},
-        {"PDU length long", broken(Enc().tlv(137, Enc{'a'}), [](Bytes& p) { p[9] += 1; }), Reason::truncatedPdu, 0, 8},
-        {"TLV overrun", broken(Enc().tlv(137, Enc{'a', 'b'}), [](Bytes& p) { p[28] = 3; }), Reason::tlvOverrun, 137, 27},
+        {"PDU length long", broken(Enc().tlv(137, Enc{'a'}), [](Bytes& p) { p[9] += 1; }),
+         Reason::truncatedPdu, 0, 8},
+        {"TLV overrun", broken(Enc().tlv(137, Enc{'a', 'b'}), [](Bytes& p) { p[28] = 3; }),
+         Reason::tlvOverrun, 137, 27},
         {"lone type octet", broken(Enc().tlv(137, Enc{'a'}).u8(1), [](Bytes&) {}), Reason::tlvOverrun, 1, 30},
-        {"sub-TLV block overrun", buildLsp(Enc().tlv(22, Enc(nbr).u8(4).tlv(3, Enc{1}))), Reason::subTlvOverrun, 22, 39},
-        {"sub-TLV overrun", buildLsp(Enc().tlv(22, Enc(nbr).u8(4).raw({3, 4, 0, 0}))), Reason::subTlvOverrun, 22, 40},
-        {"IS entry short", buildLsp(Enc().tlv(22, Enc().raw(nbrId(2)).u16(1))), Reason::truncatedEntry, 22, 29},
-        {"admin group 3 octets", buildLsp(Enc().tlv(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1}))), Reason::badLength, 22, 40},
+        {"sub-TLV block overrun", buildLsp(Enc().tlv(22, Enc(nbr).u8(4).tlv(3, Enc{1}))),
+         Reason::subTlvOverrun, 22, 39},
+        {"sub-TLV overrun", buildLsp(Enc().tlv(22, Enc(nbr).u8(4).raw({3, 4, 0, 0}))), Reason::subTlvOverrun,
+         22, 40},
+        {"IS entry short", buildLsp(Enc().tlv(22, Enc().raw(nbrId(2)).u16(1))), Reason::truncatedEntry, 22,
+         29},
+        {"admin group 3 octets", buildLsp(Enc().tlv(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1}))),
+         Reason::badLength, 22, 40},
         {"empty host name", buildLsp(Enc().tlv(137, Enc())), Reason::badLength, 137, 27},
         {"zero area length", buildLsp(Enc().tlv(1, Enc{0})), Reason::badLength, 1, 29},
         {"area overruns TLV", buildLsp(Enc().tlv(1, Enc{3, 0x49, 0})), Reason::truncatedEntry, 1, 29},
         {"TE router id 5", buildLsp(Enc().tlv(134, Enc{1, 2, 3, 4, 5})), Reason::badLength, 134, 27},
         {"MT odd", buildLsp(Enc().tlv(229, Enc{0, 2, 0})), Reason::badLength, 229, 27},
         {"narrow IS count", buildLsp(Enc().tlv(2, Enc{0}.raw(nbrId(2)))), Reason::badLength, 2, 27},
-        {"narrow IP count", buildLsp(Enc().tlv(128, Enc{10, 0, 0, 0, 10, 0, 0, 0})), Reason::badLength, 128, 27},
-        {"prefix length 33", buildLsp(Enc().tlv(135, Enc().u32(1).u8(33).raw({1, 2, 3, 4, 5}))), Reason::badPrefixLength, 135, 29},
-        {"v6 prefix length 129", buildLsp(Enc().tlv(236, Enc().u32(1).u8(0).u8(129))), Reason::badPrefixLength, 236, 29},
-        {"prefix octets missing", buildLsp(Enc().tlv(135, Enc().u32(1).u8(24).raw({10, 1}))), Reason::truncatedEntry, 135, 29},
-        {"S bit without length", buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).raw({10}))), Reason::truncatedEntry, 135, 29},
-        {"prefix SID V without L", buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x08, 0}.u24(5)))),
+        {"narrow IP count", buildLsp(Enc().tlv(128, Enc{10, 0, 0, 0, 10, 0, 0, 0})), Reason::badLength, 128,
+         27},
+        {"prefix length 33", buildLsp(Enc().tlv(135, Enc().u32(1).u8(33).raw({1, 2, 3, 4, 5}))),
+         Reason::badPrefixLength, 135, 29},
+        {"v6 prefix length 129", buildLsp(Enc().tlv(236, Enc().u32(1).u8(0).u8(129))),
+         Reason::badPrefixLength, 236, 29},
+        {"prefix octets missing", buildLsp(Enc().tlv(135, Enc().u32(1).u8(24).raw({10, 1}))),
+         Reason::truncatedEntry, 135, 29},
+        {"S bit without length", buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).raw({10}))),
+         Reason::truncatedEntry, 135, 29},
+        {"prefix SID V without L",
+         buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x08, 0}.u24(5)))),
          Reason::badSidLength, 135, 36},
-        {"prefix SID index in 3", buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x00, 0}.u24(5)))),
+        {"prefix SID index in 3",
+         buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x00, 0}.u24(5)))),
          Reason::badSidLength, 135, 36},
-        {"adj SID label in 4", buildLsp(Enc().tlv(22, Enc(nbr).u8(8).tlv(31, Enc{0x30, 0}.u32(5)))), Reason::badSidLength, 22, 40},
+        {"adj SID label in 4", buildLsp(Enc().tlv(22, Enc(nbr).u8(8).tlv(31, Enc{0x30, 0}.u32(5)))),
+         Reason::badSidLength, 22, 40},
         {"binding label 2 octets", buildLsp(Enc().tlv(149, Enc{0, 0}.u16(1).u8(8).u8(10).tlv(1, Enc{1, 2}))),
          Reason::badSidLength, 149, 35},
-        {"SRGB index start", buildLsp(Enc().tlv(242, Enc{1, 2, 3, 4, 0}.tlv(2, Enc{0}.u24(10).tlv(1, Enc().u32(5))))),
+        {"SRGB index start",
+         buildLsp(Enc().tlv(242, Enc{1, 2, 3, 4, 0}.tlv(2, Enc{0}.u24(10).tlv(1, Enc().u32(5))))),
          Reason::badSidLength, 242, 40},
-        {"SRGB without range", buildLsp(Enc().tlv(242, Enc{1, 2, 3, 4, 0}.tlv(2, Enc{0x80}))), Reason::badLength, 242, 34},
+        {"SRGB without range", buildLsp(Enc().tlv(242, Enc{1, 2, 3, 4, 0}.tlv(2, Enc{0x80}))),
+         Reason::badLength, 242, 34},
         {"MSD odd", buildLsp(Enc().tlv(242, Enc{1, 2, 3, 4, 0}.tlv(23, Enc{1}))), Reason::badLength, 242, 34},
-        {"FAD admin group 2", buildLsp(Enc().tlv(242, Enc{1, 2, 3, 4, 0}.tlv(26, Enc{128, 0, 0, 1}.tlv(1, Enc{0, 1})))),
+        {"FAD admin group 2",
+         buildLsp(Enc().tlv(242, Enc{1, 2, 3, 4, 0}.tlv(26, Enc{128, 0, 0, 1}.tlv(1, Enc{0, 1})))),
          Reason::badLength, 242, 40},
-        {"SRLG count", buildLsp(Enc().tlv(138, Enc().raw(nbrId(2)).u8(1).u32(1).u32(2).u16(7))), Reason::badLength, 138, 27},
-        {"v6 SRLG NA short", buildLsp(Enc().tlv(139, Enc().raw(nbrId(2)).u8(1).raw(Bytes(16, 1)))), Reason::badLength, 139, 27},
-        {"flex metric 4", buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(6).tlv(6, Enc{128, 0, 0, 1}))),
+        {"SRLG count", buildLsp(Enc().tlv(138, Enc().raw(nbrId(2)).u8(1).u32(1).u32(2).u16(7))),
+         Reason::badLength, 138, 27},
+        {"v6 SRLG NA short", buildLsp(Enc().tlv(139, Enc().raw(nbrId(2)).u8(1).raw(Bytes(16, 1)))),
+         Reason::badLength, 139, 27},
+        {"flex metric 4",
+         buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(6).tlv(6, Enc{128, 0, 0, 1}))),
          Reason::badLength, 135, 36},
     };
     for (const auto& c : cases) {

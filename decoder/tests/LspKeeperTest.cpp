@@ -21,7 +21,8 @@ IC::IgpNodeId node(std::uint8_t sys) {
     return IC::IgpNodeId::fromBytes(b);
 }
 IC::PrefixKey pkey(const char* t) {
-    return IC::PrefixKey(Kest::strepToValue(t, static_cast<Lumo::IpGenPrefix*>(nullptr)), IC::IgpMultiTopologyId(0));
+    return IC::PrefixKey(Kest::strepToValue(t, static_cast<Lumo::IpGenPrefix*>(nullptr)),
+                         IC::IgpMultiTopologyId(0));
 }
 
 DecodedLsp lsp(std::uint8_t fragment, std::uint32_t seq, const Enc& tlvs, std::uint16_t lifetime = 1199,
@@ -36,14 +37,19 @@ DecodedLsp lsp(std::uint8_t fragment, std::uint32_t seq, const Enc& tlvs, std::u
     return r.ok() ? r.lsp() : DecodedLsp{};
 }
 
-Enc prefix(std::uint8_t third, std::uint32_t metric) { return Enc().u32(metric).u8(24).raw({10, 0, third}); }
-Enc neighbor(std::uint8_t sys) { return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, 0}.u24(10).u8(0); }
+Enc prefix(std::uint8_t third, std::uint32_t metric) {
+    return Enc().u32(metric).u8(24).raw({10, 0, third});
+}
+Enc neighbor(std::uint8_t sys) {
+    return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, 0}.u24(10).u8(0);
+}
 
 TEST(LspKeeper, NodeEntryIsTheUnionOfItsFragments) {
     LspKeeper k(IC::igpLevelIsisLevel2);
     EXPECT_EQ(k.receive(lsp(0, 1, Enc().tlv(137, Enc{'a'}).tlv(135, prefix(1, 5)))), Outcome::installed);
     // The overload bit of a fragment other than 0 does not count (ISO 10589 7.3.4.4).
-    EXPECT_EQ(k.receive(lsp(1, 1, Enc().tlv(22, neighbor(2)).tlv(135, prefix(2, 6)), 1199, 0x07)), Outcome::installed);
+    EXPECT_EQ(k.receive(lsp(1, 1, Enc().tlv(22, neighbor(2)).tlv(135, prefix(2, 6)), 1199, 0x07)),
+              Outcome::installed);
     const auto entry = k.database()->lsp(node(1));
     ASSERT_TRUE(entry);
     EXPECT_EQ(entry->node()->hostName(), "a");

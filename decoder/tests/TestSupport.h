@@ -16,22 +16,33 @@ using Bytes = std::vector<std::uint8_t>;
 
 // Appends big-endian fields; chainable so a TLV reads like its layout.
 class Enc {
-  public:
+public:
     Enc() = default;
     Enc(std::initializer_list<std::uint8_t> b) : b_(b) {}
-    Enc& u8(unsigned v) { b_.push_back(static_cast<std::uint8_t>(v)); return *this; }
+    Enc& u8(unsigned v) {
+        b_.push_back(static_cast<std::uint8_t>(v));
+        return *this;
+    }
     Enc& u16(unsigned v) { return u8(v >> 8).u8(v); }
     Enc& u24(std::uint32_t v) { return u8(v >> 16).u8(v >> 8).u8(v); }
     Enc& u32(std::uint32_t v) { return u8(v >> 24).u8(v >> 16).u8(v >> 8).u8(v); }
-    Enc& raw(const Bytes& v) { b_.insert(b_.end(), v.begin(), v.end()); return *this; }
-    Enc& raw(std::initializer_list<std::uint8_t> v) { b_.insert(b_.end(), v.begin(), v.end()); return *this; }
+    Enc& raw(const Bytes& v) {
+        b_.insert(b_.end(), v.begin(), v.end());
+        return *this;
+    }
+    Enc& raw(std::initializer_list<std::uint8_t> v) {
+        b_.insert(b_.end(), v.begin(), v.end());
+        return *this;
+    }
     Enc& raw(const Enc& v) { return raw(v.b_); }
     // A TLV or sub-TLV: type, length of `value`, value.
-    Enc& tlv(unsigned type, const Enc& value) { return u8(type).u8(static_cast<unsigned>(value.size())).raw(value); }
+    Enc& tlv(unsigned type, const Enc& value) {
+        return u8(type).u8(static_cast<unsigned>(value.size())).raw(value);
+    }
     std::size_t size() const { return b_.size(); }
     const Bytes& bytes() const { return b_; }
 
-  private:
+private:
     Bytes b_;
 };
 
@@ -56,9 +67,11 @@ inline void fillChecksum(Bytes& pdu) {
     const int len = static_cast<int>(pdu.size() - 12);
     const int pos = 13;  // 1-based position of the first checksum octet in the summed range
     int x = ((len - pos) * c0 - c1) % 255;
-    if (x <= 0) x += 255;
+    if (x <= 0)
+        x += 255;
     int y = (c1 - (len - pos + 1) * c0) % 255;
-    if (y <= 0) y += 255;
+    if (y <= 0)
+        y += 255;
     pdu[24] = static_cast<std::uint8_t>(x);
     pdu[25] = static_cast<std::uint8_t>(y);
 }
@@ -74,7 +87,9 @@ inline Bytes buildLsp(const LspFields& f, const Enc& tlvs) {
     return pdu;
 }
 
-inline Bytes buildLsp(const Enc& tlvs) { return buildLsp(LspFields{}, tlvs); }
+inline Bytes buildLsp(const Enc& tlvs) {
+    return buildLsp(LspFields{}, tlvs);
+}
 
 struct Frame {
     unsigned number;  // 1-based, as tshark counts

@@ -14,7 +14,9 @@ struct Publisher::List {
     bool holes = false;
 };
 
-Publisher::~Publisher() { delete list_; }
+Publisher::~Publisher() {
+    delete list_;
+}
 
 void Publisher::observerIs(Observer& o) {
     if (list_ == nullptr) {
@@ -47,8 +49,8 @@ std::uint32_t Publisher::observerCount() const noexcept {
     if (list_ == nullptr) {
         return 0;
     }
-    return static_cast<std::uint32_t>(
-        std::count_if(list_->observers.begin(), list_->observers.end(), [](Observer* o) { return o != nullptr; }));
+    return static_cast<std::uint32_t>(std::count_if(list_->observers.begin(), list_->observers.end(),
+                                                    [](Observer* o) { return o != nullptr; }));
 }
 
 void Publisher::dispatch(const Notification& n) const {

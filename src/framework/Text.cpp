@@ -25,7 +25,9 @@ bool readBool(CharRange& r) {
     r.fail("expected True or False");
 }
 
-void writeBool(std::ostream& os, bool v) { os << (v ? "True" : "False"); }
+void writeBool(std::ostream& os, bool v) {
+    os << (v ? "True" : "False");
+}
 
 std::uint64_t readUnsignedBits(CharRange& r, unsigned bits) {
     const char* first = r.current();
@@ -40,8 +42,8 @@ std::uint64_t readUnsignedBits(CharRange& r, unsigned bits) {
     const auto [ptr, ec] = std::from_chars(first, last, v);
     const std::uint64_t max = bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
     if (ec == std::errc::result_out_of_range || v > max) {
-        throw RangeException("number " + std::string(first, last) + " does not fit in " + std::to_string(bits) +
-                             " bits");
+        throw RangeException("number " + std::string(first, last) + " does not fit in " +
+                             std::to_string(bits) + " bits");
     }
     r.advance(static_cast<std::size_t>(ptr - first));
     return v;
@@ -73,9 +75,8 @@ void writeSigned(std::ostream& os, std::int64_t v) {
 std::string_view readIdentifier(CharRange& r) noexcept {
     const char* first = r.current();
     const char* last = first;
-    while (last != r.end() &&
-           ((*last >= 'a' && *last <= 'z') || (*last >= 'A' && *last <= 'Z') || (*last >= '0' && *last <= '9') ||
-            *last == '_')) {
+    while (last != r.end() && ((*last >= 'a' && *last <= 'z') || (*last >= 'A' && *last <= 'Z') ||
+                               (*last >= '0' && *last <= '9') || *last == '_')) {
         ++last;
     }
     r.advance(static_cast<std::size_t>(last - first));
@@ -83,12 +84,14 @@ std::string_view readIdentifier(CharRange& r) noexcept {
 }
 
 const EnumEntry* EnumTable::byValue(std::uint32_t v) const noexcept {
-    const auto it = std::find_if(entries.begin(), entries.end(), [v](const EnumEntry& e) { return e.value == v; });
+    const auto it =
+        std::find_if(entries.begin(), entries.end(), [v](const EnumEntry& e) { return e.value == v; });
     return it == entries.end() ? nullptr : &*it;
 }
 
 const EnumEntry* EnumTable::byName(std::string_view n) const noexcept {
-    const auto it = std::find_if(entries.begin(), entries.end(), [n](const EnumEntry& e) { return e.name == n; });
+    const auto it =
+        std::find_if(entries.begin(), entries.end(), [n](const EnumEntry& e) { return e.name == n; });
     return it == entries.end() ? nullptr : &*it;
 }
 

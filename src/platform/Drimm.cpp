@@ -24,11 +24,11 @@ namespace {
 /// still reach it while static destructors run at exit.
 template <class T>
 class Immortal {
-  public:
+public:
     Immortal() { new (storage_) T(); }
     T& get() noexcept { return *std::launder(reinterpret_cast<T*>(storage_)); }
 
-  private:
+private:
     alignas(T) unsigned char storage_[sizeof(T)];
 };
 
@@ -79,12 +79,16 @@ std::uint64_t AllocTracker::totalLive() noexcept {
 namespace {
 
 constexpr std::size_t classCount = Slab::maxSlabSize / Slab::granule;
-constexpr std::size_t chunkSize = 64 * 1024;
+constexpr std::size_t chunkSize = std::size_t{64} * 1024;
 
 std::atomic<std::uint64_t> bytesInUse_{0};
 
-constexpr std::size_t classOf(std::size_t size) noexcept { return size == 0 ? 0 : (size - 1) / Slab::granule; }
-constexpr std::size_t classSize(std::size_t c) noexcept { return (c + 1) * Slab::granule; }
+constexpr std::size_t classOf(std::size_t size) noexcept {
+    return size == 0 ? 0 : (size - 1) / Slab::granule;
+}
+constexpr std::size_t classSize(std::size_t c) noexcept {
+    return (c + 1) * Slab::granule;
+}
 /// Blocks moved between a thread and the depot at a time: about 4 KiB, 8 to 64 blocks.
 constexpr std::uint32_t batchOf(std::size_t c) noexcept {
     return static_cast<std::uint32_t>(std::clamp<std::size_t>(4096 / classSize(c), 8, 64));
@@ -235,7 +239,8 @@ void deallocateSmall(void* p, std::size_t c) noexcept {
 void* Slab::allocate(std::size_t size) {
     if (DRIMM_PASS_THROUGH || size > maxSlabSize) {
         void* p = ::operator new(size);
-        bytesInUse_.fetch_add(size > maxSlabSize ? size : classSize(classOf(size)), std::memory_order_relaxed);
+        bytesInUse_.fetch_add(size > maxSlabSize ? size : classSize(classOf(size)),
+                              std::memory_order_relaxed);
         return p;
     }
     const std::size_t c = classOf(size);
@@ -257,9 +262,13 @@ void Slab::deallocate(void* p, std::size_t size) noexcept {
     deallocateSmall(p, classOf(size));
 }
 
-std::uint64_t Slab::bytesInUse() noexcept { return bytesInUse_.load(std::memory_order_relaxed); }
+std::uint64_t Slab::bytesInUse() noexcept {
+    return bytesInUse_.load(std::memory_order_relaxed);
+}
 
-bool Slab::pooling() noexcept { return !DRIMM_PASS_THROUGH; }
+bool Slab::pooling() noexcept {
+    return !DRIMM_PASS_THROUGH;
+}
 
 std::uint64_t Slab::depotFreeBlocks() {
     Depot& d = depot();

@@ -91,7 +91,9 @@ Poldo::String SystemId::stringValue() const {
     return s;
 }
 
-std::ostream& operator<<(std::ostream& os, const SystemId& id) { return os << id.stringValue(); }
+std::ostream& operator<<(std::ostream& os, const SystemId& id) {
+    return os << id.stringValue();
+}
 
 // ---- AreaId -------------------------------------------------------------------
 
@@ -146,7 +148,8 @@ AreaId AreaId::fromBytes(const std::uint8_t* p, std::size_t n) {
 }
 
 bool AreaId::isEq(const AreaId& a, const AreaId& b) noexcept {
-    return a.length_ == b.length_ && std::equal(a.bytes_.begin(), a.bytes_.begin() + a.length_, b.bytes_.begin());
+    return a.length_ == b.length_ &&
+           std::equal(a.bytes_.begin(), a.bytes_.begin() + a.length_, b.bytes_.begin());
 }
 
 std::strong_ordering operator<=>(const AreaId& a, const AreaId& b) noexcept {
@@ -185,6 +188,8 @@ Poldo::String AreaId::stringValue() const {
     return s;
 }
 
-std::ostream& operator<<(std::ostream& os, const AreaId& a) { return os << a.stringValue(); }
+std::ostream& operator<<(std::ostream& os, const AreaId& a) {
+    return os << a.stringValue();
+}
 
 }  // namespace Routing::Isis

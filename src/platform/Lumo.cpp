@@ -9,7 +9,9 @@ namespace Lumo {
 
 namespace {
 
-bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+bool isDigit(char c) noexcept {
+    return c >= '0' && c <= '9';
+}
 
 const char* scanDigits(const Kest::CharRange& r) noexcept {
     const char* p = r.current();
@@ -45,7 +47,9 @@ std::uint32_t fmix32(std::uint32_t h) noexcept {
     return h;
 }
 
-std::uint32_t rotl32(std::uint32_t x, int b) noexcept { return (x << b) | (x >> (32 - b)); }
+std::uint32_t rotl32(std::uint32_t x, int b) noexcept {
+    return (x << b) | (x >> (32 - b));
+}
 
 void writeHexGroup(std::string& out, std::uint16_t g) {
     bool started = false;
@@ -59,8 +63,8 @@ void writeHexGroup(std::string& out, std::uint16_t g) {
 }
 
 [[noreturn]] void throwPrefixLength(unsigned len, unsigned max, const char* family) {
-    throw Kest::RangeException("Lumo::IpGenPrefix::length " + std::to_string(len) + " > " + std::to_string(max) +
-                               " not allowed for an " + family + " prefix");
+    throw Kest::RangeException("Lumo::IpGenPrefix::length " + std::to_string(len) + " > " +
+                               std::to_string(max) + " not allowed for an " + family + " prefix");
 }
 
 }  // namespace
@@ -80,14 +84,16 @@ IpAddr::IpAddr(Kest::CharRange& r) {
         }
         const std::uint64_t octet = readDecimal(r, "a decimal octet of an IPv4 address");
         if (octet > 255) {
-            throw Kest::RangeException("Lumo::IpAddr octet " + std::string(first, last) + " > 255 not allowed");
+            throw Kest::RangeException("Lumo::IpAddr octet " + std::string(first, last) +
+                                       " > 255 not allowed");
         }
         v = (v << 8) | static_cast<std::uint32_t>(octet);
     }
     value_ = v;
 }
 
-IpAddr IpAddr::fromBytes(const std::uint8_t* p) noexcept {
+IpAddr IpAddr::fromBytes(const std::uint8_t* fourBytesNetworkOrder) noexcept {
+    const std::uint8_t* p = fourBytesNetworkOrder;
     return IpAddr((std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) |
                   std::uint32_t{p[3]});
 }
@@ -97,7 +103,9 @@ std::array<std::uint8_t, 4> IpAddr::bytes() const noexcept {
             static_cast<std::uint8_t>(value_ >> 8), static_cast<std::uint8_t>(value_)};
 }
 
-std::uint32_t IpAddr::hash() const noexcept { return fmix32(value_); }
+std::uint32_t IpAddr::hash() const noexcept {
+    return fmix32(value_);
+}
 
 Poldo::String IpAddr::stringValue() const {
     std::string s;
@@ -111,7 +119,9 @@ Poldo::String IpAddr::stringValue() const {
     return s;
 }
 
-std::ostream& operator<<(std::ostream& os, const IpAddr& a) { return os << a.stringValue(); }
+std::ostream& operator<<(std::ostream& os, const IpAddr& a) {
+    return os << a.stringValue();
+}
 
 // ---- Ip6Addr ------------------------------------------------------------------
 
@@ -266,7 +276,9 @@ Poldo::String Ip6Addr::stringValue() const {
     return s;
 }
 
-std::ostream& operator<<(std::ostream& os, const Ip6Addr& a) { return os << a.stringValue(); }
+std::ostream& operator<<(std::ostream& os, const Ip6Addr& a) {
+    return os << a.stringValue();
+}
 
 // ---- IpGenAddr ----------------------------------------------------------------
 
@@ -325,7 +337,9 @@ Poldo::String IpGenAddr::stringValue() const {
     return "none";
 }
 
-std::ostream& operator<<(std::ostream& os, const IpGenAddr& a) { return os << a.stringValue(); }
+std::ostream& operator<<(std::ostream& os, const IpGenAddr& a) {
+    return os << a.stringValue();
+}
 
 // ---- IpGenPrefix --------------------------------------------------------------
 
@@ -359,7 +373,7 @@ IpGenPrefix::IpGenPrefix(Kest::CharRange& r) {
     length_ = static_cast<std::uint8_t>(len);
 }
 
-IpGenPrefix IpGenPrefix::masked() const noexcept {
+IpGenPrefix IpGenPrefix::masked() const {
     if (isIpv4()) {
         const std::uint32_t mask = length_ == 0 ? 0 : ~std::uint32_t{0} << (32 - length_);
         return IpGenPrefix(IpAddr(ipv4Addr().value() & mask), length_);
@@ -395,7 +409,9 @@ Poldo::String IpGenPrefix::stringValue() const {
     return addr_.stringValue() + "/" + std::to_string(length_);
 }
 
-std::ostream& operator<<(std::ostream& os, const IpGenPrefix& p) { return os << p.stringValue(); }
+std::ostream& operator<<(std::ostream& os, const IpGenPrefix& p) {
+    return os << p.stringValue();
+}
 
 // ---- MplsLabel ----------------------------------------------------------------
 
@@ -424,16 +440,35 @@ MplsLabel::MplsLabel(Kest::CharRange& r) {
 Poldo::String MplsLabel::prettyString() const {
     const char* name = nullptr;
     switch (value_) {
-        case 0: name = "ipv4-explicit-null"; break;
-        case 1: name = "router-alert"; break;
-        case 2: name = "ipv6-explicit-null"; break;
-        case 3: name = "implicit-null"; break;
-        case 7: name = "entropy-label-indicator"; break;
-        case 13: name = "gal"; break;
-        case 14: name = "oam-alert"; break;
-        case 15: name = "extension"; break;
-        case luWithdraw: name = "withdraw"; break;
-        default: break;
+        case 0:
+            name = "ipv4-explicit-null";
+            break;
+        case 1:
+            name = "router-alert";
+            break;
+        case 2:
+            name = "ipv6-explicit-null";
+            break;
+        case 3:
+            name = "implicit-null";
+            break;
+        case 7:
+            name = "entropy-label-indicator";
+            break;
+        case 13:
+            name = "gal";
+            break;
+        case 14:
+            name = "oam-alert";
+            break;
+        case 15:
+            name = "extension";
+            break;
+        case luWithdraw:
+            name = "withdraw";
+            break;
+        default:
+            break;
     }
     std::string s = std::to_string(value_);
     if (name != nullptr) {
@@ -444,7 +479,9 @@ Poldo::String MplsLabel::prettyString() const {
     return s;
 }
 
-Poldo::String MplsLabel::stringValue() const { return std::to_string(value_); }
+Poldo::String MplsLabel::stringValue() const {
+    return std::to_string(value_);
+}
 
 std::ostream& operator<<(std::ostream& os, const MplsLabel& l) {
     Kest::writeUnsigned(os, l.value());  // decimal whatever base the stream was left in

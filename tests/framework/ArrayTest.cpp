@@ -48,8 +48,10 @@ TEST(ArrayTest, EveryAccessorRefusesAnIndexPastTheEndWithTheFixedMessage) {
     Kest::Array<int, WideIndex, 8> wide;
     wide.set(WideIndex(7), 70);
     EXPECT_EQ(wide[WideIndex(7)], 70);
-    EXPECT_EQ(rangeMessage([&] { wide.set(WideIndex(8), 1); }), "cannot access index 8 of an array with size 8");
-    EXPECT_EQ(rangeMessage([&] { (void)wide[WideIndex(9)]; }), "cannot access index 9 of an array with size 8");
+    EXPECT_EQ(rangeMessage([&] { wide.set(WideIndex(8), 1); }),
+              "cannot access index 8 of an array with size 8");
+    EXPECT_EQ(rangeMessage([&] { (void)wide[WideIndex(9)]; }),
+              "cannot access index 9 of an array with size 8");
     // The failed writes changed nothing.
     for (std::size_t i = 0; i < 7; ++i) {
         EXPECT_EQ(wide.slot(i), 0) << i;

@@ -70,7 +70,9 @@ struct ExternalKeyMap {
     using Member = Map::member_type;
     static std::uint32_t key(std::uint32_t id) { return id; }
     // A long string: heap-allocated, so a lost or doubly destroyed member shows under ASan.
-    static Member make(std::uint32_t id, std::uint32_t p) { return {id, std::string(40, 'x') + std::to_string(p)}; }
+    static Member make(std::uint32_t id, std::uint32_t p) {
+        return {id, std::string(40, 'x') + std::to_string(p)};
+    }
     static std::uint32_t id(const Member& m) { return m.key; }
     static std::optional<std::uint32_t> payload(const Member& m) {
         return static_cast<std::uint32_t>(std::stoul(m.value.substr(40)));
@@ -102,14 +104,19 @@ struct CollidingMap {
 using Shapes = ::testing::Types<PlainSet, InlineSet, ExternalKeyMap, InternalKeyMap, CollidingMap>;
 
 class ShapeNames {
-  public:
+public:
     template <class T>
     static std::string GetName(int) {
-        if constexpr (std::is_same_v<T, PlainSet>) return "PlainSet";
-        if constexpr (std::is_same_v<T, InlineSet>) return "InlineSet";
-        if constexpr (std::is_same_v<T, ExternalKeyMap>) return "ExternalKeyMap";
-        if constexpr (std::is_same_v<T, InternalKeyMap>) return "InternalKeyMap";
-        if constexpr (std::is_same_v<T, CollidingMap>) return "CollidingMap";
+        if constexpr (std::is_same_v<T, PlainSet>)
+            return "PlainSet";
+        if constexpr (std::is_same_v<T, InlineSet>)
+            return "InlineSet";
+        if constexpr (std::is_same_v<T, ExternalKeyMap>)
+            return "ExternalKeyMap";
+        if constexpr (std::is_same_v<T, InternalKeyMap>)
+            return "InternalKeyMap";
+        if constexpr (std::is_same_v<T, CollidingMap>)
+            return "CollidingMap";
         return "Unknown";
     }
 };
@@ -143,9 +150,9 @@ template <class Tr>
         const std::uint32_t id = Tr::id(member);
         const std::pair<std::uint32_t, std::uint32_t> cur{Tr::Map::hashOf(Tr::key(id)), id};
         if (prev && !(*prev < cur)) {
-            return ::testing::AssertionFailure() << "member " << id << " (hash " << cur.first
-                                                 << ") follows member " << prev->second << " (hash " << prev->first
-                                                 << ")";
+            return ::testing::AssertionFailure()
+                   << "member " << id << " (hash " << cur.first << ") follows member " << prev->second
+                   << " (hash " << prev->first << ")";
         }
         prev = cur;
         ++n;
@@ -176,7 +183,7 @@ std::vector<std::uint32_t> randomIds(std::mt19937& rng, std::size_t n, std::uint
 
 template <class Tr>
 class HashMap2018Test : public ::testing::Test {
-  protected:
+protected:
     void TearDown() override { EXPECT_EQ(Entity::live, 0) << "entities leaked or destroyed twice"; }
 };
 TYPED_TEST_SUITE(HashMap2018Test, Shapes, ShapeNames);
@@ -279,8 +286,8 @@ TYPED_TEST(HashMap2018Test, RandomOperationsAgreeWithAnOrderedModel) {
 TYPED_TEST(HashMap2018Test, EqualContentsIterateAlikeWhateverTheHistory) {
     using Tr = TypeParam;
     std::mt19937 rng(77u);
-    for (const std::size_t n : {std::size_t{0}, std::size_t{1}, std::size_t{2}, std::size_t{3}, std::size_t{6},
-                                std::size_t{50}, std::size_t{700}}) {
+    for (const std::size_t n : {std::size_t{0}, std::size_t{1}, std::size_t{2}, std::size_t{3},
+                                std::size_t{6}, std::size_t{50}, std::size_t{700}}) {
         SCOPED_TRACE("size " + std::to_string(n));
         std::vector<std::uint32_t> finalIds = randomIds(rng, n, 50000);
 
@@ -454,7 +461,8 @@ TYPED_TEST(HashMap2018Test, ALargeTableStaysCorrect) {
     typename Tr::Map m;
     // A fixed permutation of 0..n-1 scaled apart, so ids are neither dense nor sorted.
     for (std::uint32_t i = 0; i < n; ++i) {
-        const auto id = static_cast<std::uint32_t>((std::uint64_t{i} * 7919u) % n * 3);  // 7919: prime, coprime to n
+        const auto id =
+            static_cast<std::uint32_t>((std::uint64_t{i} * 7919u) % n * 3);  // 7919: prime, coprime to n
         ASSERT_TRUE(m.insert(Tr::make(id, i)).second) << i;
     }
     ASSERT_EQ(m.size(), n);
@@ -535,7 +543,8 @@ TYPED_TEST(HashMap2018DeathTest, ReplacingWithAMemberOfAnotherKeyAborts) {
     using Tr = TypeParam;
     typename Tr::Map m;
     insertAll<Tr>(m, {1, 2, 3});
-    EXPECT_DEATH(m.replace(m.findIter(Tr::key(2)), Tr::make(5, 0)), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
+    EXPECT_DEATH(m.replace(m.findIter(Tr::key(2)), Tr::make(5, 0)),
+                 "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
 }
 
 // ---- collisions ---------------------------------------------------------------
@@ -546,9 +555,8 @@ TEST(HashMap2018CollisionTest, EqualHashesIterateInKeyOrder) {
     const std::vector<std::uint32_t> ids = randomIds(rng, 500, 100000);
     insertAll<CollidingMap>(m, ids);
     std::vector<std::uint32_t> expected = ids;
-    std::sort(expected.begin(), expected.end(), [](std::uint32_t a, std::uint32_t b) {
-        return std::pair(a & 3u, a) < std::pair(b & 3u, b);
-    });
+    std::sort(expected.begin(), expected.end(),
+              [](std::uint32_t a, std::uint32_t b) { return std::pair(a & 3u, a) < std::pair(b & 3u, b); });
     EXPECT_EQ(walk<CollidingMap>(m), expected);
 }
 

@@ -3,13 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <set>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -22,14 +22,25 @@ std::uint32_t referenceHalfSip(const std::vector<std::uint8_t>& msg, std::uint32
     std::uint32_t v0 = k0, v1 = k1, v2 = 0x6c796765u ^ k0, v3 = 0x74656462u ^ k1;
     const auto rotl = [](std::uint32_t x, int b) { return (x << b) | (x >> (32 - b)); };
     const auto round = [&] {
-        v0 += v1; v1 = rotl(v1, 5); v1 ^= v0; v0 = rotl(v0, 16);
-        v2 += v3; v3 = rotl(v3, 8); v3 ^= v2;
-        v0 += v3; v3 = rotl(v3, 7); v3 ^= v0;
-        v2 += v1; v1 = rotl(v1, 13); v1 ^= v2; v2 = rotl(v2, 16);
+        v0 += v1;
+        v1 = rotl(v1, 5);
+        v1 ^= v0;
+        v0 = rotl(v0, 16);
+        v2 += v3;
+        v3 = rotl(v3, 8);
+        v3 ^= v2;
+        v0 += v3;
+        v3 = rotl(v3, 7);
+        v3 ^= v0;
+        v2 += v1;
+        v1 = rotl(v1, 13);
+        v1 ^= v2;
+        v2 = rotl(v2, 16);
     };
     const auto compress = [&](std::uint32_t m) {
         v3 ^= m;
-        for (int i = 0; i < C; ++i) round();
+        for (int i = 0; i < C; ++i)
+            round();
         v0 ^= m;
     };
     const std::size_t whole = msg.size() / 4 * 4;
@@ -43,7 +54,8 @@ std::uint32_t referenceHalfSip(const std::vector<std::uint8_t>& msg, std::uint32
     }
     compress(last);
     v2 ^= 0xffu;
-    for (int i = 0; i < D; ++i) round();
+    for (int i = 0; i < D; ++i)
+        round();
     return v1 ^ v3;
 }
 
@@ -67,7 +79,8 @@ TEST(HashTest, CoreMatchesThePublishedHalfSipHash24Vectors) {
             s.append(b, 1);
         }
         EXPECT_EQ(s.result(), refVectors[n]) << "length " << n;
-        EXPECT_EQ((referenceHalfSip<2, 4>(counting(n), refK0, refK1)), refVectors[n]) << "oracle, length " << n;
+        EXPECT_EQ((referenceHalfSip<2, 4>(counting(n), refK0, refK1)), refVectors[n])
+            << "oracle, length " << n;
     }
     Kest::detail::HalfSipStream<2, 4> word(refK0, refK1);
     word.append(0x03020100u, 4);
@@ -176,13 +189,13 @@ TEST(HashTest, DifferentSeedsGiveDifferentHashes) {
 
 /// Sets an environment variable for the scope of a test.
 class ScopedEnv {
-  public:
+public:
     ScopedEnv(const char* name, const char* value) : name_(name) { ::setenv(name, value, 1); }
     ~ScopedEnv() { ::unsetenv(name_); }
     ScopedEnv(const ScopedEnv&) = delete;
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
-  private:
+private:
     const char* name_;
 };
 

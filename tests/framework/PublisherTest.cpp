@@ -29,7 +29,7 @@ struct OtherKey {
 /// An observed test entity. typeData() counts its calls so that a test can see
 /// whether a notification was built at all.
 class Router {
-  public:
+public:
     enum Attr : Kest::AttrId { metric = 130, neighbor = 131, name = 132 };
 
     static int typeDataCalls;
@@ -60,7 +60,7 @@ class Router {
     void publishUnknownAttr() { publisher_.publish<Router, void, int>(*this, 199, nullptr, nullptr); }
     std::uint32_t metricValue() const { return metric_; }
 
-  private:
+private:
     Poldo::Publisher publisher_;
     std::uint32_t metric_ = 0;
 };
@@ -76,7 +76,7 @@ struct Seen {
 
 /// Records every notification; an optional action runs after recording.
 class Recorder : public Poldo::Observer {
-  public:
+public:
     void onChange(const Poldo::Notification& n) override {
         Seen s{n.entity<Router>(), n.attr(), std::string(n.attrName()), std::nullopt, std::nullopt};
         if (const NeighborKey* k = n.key<NeighborKey>()) {

@@ -257,7 +257,8 @@ TEST(RbTreeMapTest, RandomChangesDuringWalksNeitherRepeatNorSkipSurvivors) {
         // Every key present from start to end of the walk was visited.
         for (const auto& [k, v] : model) {
             if (touched.count(k) == 0) {
-                EXPECT_TRUE(std::binary_search(visited.begin(), visited.end(), k)) << "round " << round << " key " << k;
+                EXPECT_TRUE(std::binary_search(visited.begin(), visited.end(), k))
+                    << "round " << round << " key " << k;
             }
         }
         std::vector<int> remaining;

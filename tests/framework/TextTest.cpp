@@ -69,9 +69,15 @@ struct Single {
 Sample::Sample(Kest::CharRange& r) : Sample(Kest::readValue<Sample>(r)) {}
 Outer::Outer(Kest::CharRange& r) : Outer(Kest::readValue<Outer>(r)) {}
 Single::Single(Kest::CharRange& r) : Single(Kest::readValue<Single>(r)) {}
-std::ostream& operator<<(std::ostream& os, const Sample& s) { return Kest::writeValue(os, s); }
-std::ostream& operator<<(std::ostream& os, const Outer& o) { return Kest::writeValue(os, o); }
-std::ostream& operator<<(std::ostream& os, const Single& s) { return Kest::writeValue(os, s); }
+std::ostream& operator<<(std::ostream& os, const Sample& s) {
+    return Kest::writeValue(os, s);
+}
+std::ostream& operator<<(std::ostream& os, const Outer& o) {
+    return Kest::writeValue(os, o);
+}
+std::ostream& operator<<(std::ostream& os, const Single& s) {
+    return Kest::writeValue(os, s);
+}
 
 struct Mid : Kest::BoundedIndex<Mid, 3, 5> {
     static constexpr const char kestTypeName[] = "Test::Mid";
@@ -100,7 +106,8 @@ TEST(CharRangeTest, ConsumeAndExpectAdvanceOnlyOnAMatch) {
     EXPECT_TRUE(r.consume("abc"));
     EXPECT_EQ(r.offset(), 3u);
     EXPECT_EQ(r.rest(), ":def");
-    EXPECT_EQ(messageOf<Kest::ParseException>([&] { r.expect(": "); }), "expected \": \" at offset 3 (before \":def\")");
+    EXPECT_EQ(messageOf<Kest::ParseException>([&] { r.expect(": "); }),
+              "expected \": \" at offset 3 (before \":def\")");
     EXPECT_EQ(r.offset(), 3u);
     r.expect(":");
     EXPECT_EQ(messageOf<Kest::ParseException>([&] { r.checkAllConsumed(); }),
@@ -171,9 +178,10 @@ TEST(ValueFormTest, WritesEveryAttributeInDeclarationOrder) {
     Outer o;
     o.delta = -3;
     o.inner = Sample(1, false, 2);
-    EXPECT_EQ(Kest::strep(o),
-              "Value('Test::Outer', ** {'delta': -3, 'inner': Value('Test::Sample', ** {'metric': 1, 'up': False, "
-              "'index': 2})})");
+    EXPECT_EQ(
+        Kest::strep(o),
+        "Value('Test::Outer', ** {'delta': -3, 'inner': Value('Test::Sample', ** {'metric': 1, 'up': False, "
+        "'index': 2})})");
 }
 
 TEST(ValueFormTest, ReadsBackWhatItWrote) {
@@ -210,7 +218,8 @@ TEST(ValueFormTest, StrictReaderRefusesReorderedMisnamedOrLooselySpacedText) {
         "",
     };
     for (const char* text : bad) {
-        EXPECT_THROW(Kest::strepToValue(std::string(text), static_cast<Sample*>(nullptr)), Kest::ParseException)
+        EXPECT_THROW(Kest::strepToValue(std::string(text), static_cast<Sample*>(nullptr)),
+                     Kest::ParseException)
             << text;
     }
 }
@@ -257,14 +266,17 @@ TEST(ValueFormTest, OtherParseErrorsInAnAttributePassThroughUnchanged) {
     } catch (const Kest::AttributeParseException& e) {
         ADD_FAILURE() << "a parse error was wrapped: " << e.what();
     } catch (const Kest::ParseException& e) {
-        EXPECT_EQ(std::string(e.what()), "expected True or False at offset 47 (before \"Maybe, 'index': 5})\")");
+        EXPECT_EQ(std::string(e.what()),
+                  "expected True or False at offset 47 (before \"Maybe, 'index': 5})\")");
     }
 }
 
 TEST(ValueFormTest, AValueWithOneAttributeIsWrittenAndReadBare) {
     EXPECT_EQ(Kest::strep(Single(42)), "42");
-    EXPECT_EQ(Kest::strepToValue(std::string("4294967295"), static_cast<Single*>(nullptr)).value, 4294967295u);
-    EXPECT_THROW(Kest::strepToValue(std::string("Value('Test::Single', ** {'value': 4})"), static_cast<Single*>(nullptr)),
+    EXPECT_EQ(Kest::strepToValue(std::string("4294967295"), static_cast<Single*>(nullptr)).value,
+              4294967295u);
+    EXPECT_THROW(Kest::strepToValue(std::string("Value('Test::Single', ** {'value': 4})"),
+                                    static_cast<Single*>(nullptr)),
                  Kest::ParseException);
     EXPECT_THROW(Kest::strepToValue(std::string("42 "), static_cast<Single*>(nullptr)), Kest::ParseException);
     // A bare value has no attribute to name: the range error stays a range error.
@@ -277,7 +289,8 @@ TEST(ValueFormTest, StrepToValueReadsPlainNumbersAndBooleansWhole) {
     EXPECT_EQ(Kest::strepToValue(std::string("-5"), static_cast<std::int32_t*>(nullptr)), -5);
     EXPECT_EQ(Kest::strepToValue(std::string("True"), static_cast<bool*>(nullptr)), true);
     EXPECT_THROW(Kest::strepToValue(std::string("Truex"), static_cast<bool*>(nullptr)), Kest::ParseException);
-    EXPECT_THROW(Kest::strepToValue(std::string("300"), static_cast<std::uint8_t*>(nullptr)), Kest::RangeException);
+    EXPECT_THROW(Kest::strepToValue(std::string("300"), static_cast<std::uint8_t*>(nullptr)),
+                 Kest::RangeException);
 }
 
 // ---- bounded indexes ------------------------------------------------------------------

@@ -22,7 +22,7 @@ using Drimm::AllocTracker;
 using Drimm::Slab;
 
 class SlabThing final : public Poldo::RefCounted, public Drimm::SlabAllocated<SlabThing> {
-  public:
+public:
     explicit SlabThing(std::uint64_t tag) : tag_(tag) {
         if (tag == badTag) {
             throw std::invalid_argument("bad tag");
@@ -36,7 +36,7 @@ class SlabThing final : public Poldo::RefCounted, public Drimm::SlabAllocated<Sl
 };
 
 class HeapThing final : public Poldo::RefCounted, public Drimm::HeapAllocated<HeapThing> {
-  public:
+public:
     explicit HeapThing(std::uint64_t tag) : tag_(tag) {}
     static AllocTracker& allocTracker();
 
@@ -53,7 +53,9 @@ AllocTracker& HeapThing::allocTracker() {
     return tracker;
 }
 
-constexpr std::size_t classBytes(std::size_t size) { return (std::max<std::size_t>(size, 1) + 15) / 16 * 16; }
+constexpr std::size_t classBytes(std::size_t size) {
+    return (std::max<std::size_t>(size, 1) + 15) / 16 * 16;
+}
 
 struct Counts {
     std::uint64_t allocations;
@@ -61,7 +63,9 @@ struct Counts {
     std::uint64_t live;
 };
 
-Counts countsOf(const AllocTracker& t) { return {t.allocations(), t.frees(), t.live()}; }
+Counts countsOf(const AllocTracker& t) {
+    return {t.allocations(), t.frees(), t.live()};
+}
 
 // ---- trackers -----------------------------------------------------------------
 
@@ -114,7 +118,8 @@ TEST(DrimmTracker, RegistryListsEveryTracker) {
     HeapThing::allocTracker();
     const std::vector<const AllocTracker*> all = AllocTracker::all();
     const auto named = [&all](const char* name) {
-        return std::count_if(all.begin(), all.end(), [name](const AllocTracker* t) { return t->typeName() == name; });
+        return std::count_if(all.begin(), all.end(),
+                             [name](const AllocTracker* t) { return t->typeName() == name; });
     };
     EXPECT_EQ(named("DrimmTest::SlabThing"), 1);
     EXPECT_EQ(named("DrimmTest::HeapThing"), 1);
@@ -148,7 +153,8 @@ TEST(DrimmTracker, TrackersBuiltConcurrentlyAllRegister) {
     std::vector<std::thread> threads;
     std::vector<std::unique_ptr<AllocTracker>> made(16);
     for (std::size_t i = 0; i < made.size(); ++i) {
-        threads.emplace_back([&made, i] { made[i] = std::make_unique<AllocTracker>("DrimmTest::T" + std::to_string(i)); });
+        threads.emplace_back(
+            [&made, i] { made[i] = std::make_unique<AllocTracker>("DrimmTest::T" + std::to_string(i)); });
     }
     for (std::thread& t : threads) {
         t.join();
@@ -280,7 +286,8 @@ TEST(DrimmSlab, ManyThreadsKeepCountsConsistent) {
             std::vector<std::pair<void*, std::size_t>> raw;
             std::vector<Poldo::Ptr<SlabThing>> mine;
             for (int i = 0; i < rounds; ++i) {
-                const std::uint64_t tag = (static_cast<std::uint64_t>(t) << 32) | static_cast<std::uint64_t>(i);
+                const std::uint64_t tag =
+                    (static_cast<std::uint64_t>(t) << 32) | static_cast<std::uint64_t>(i);
                 switch (rng() % 4) {
                     case 0:
                         mine.push_back(Poldo::makePtr<SlabThing>(tag));
@@ -320,7 +327,8 @@ TEST(DrimmSlab, ManyThreadsKeepCountsConsistent) {
                 }
                 if (mine.size() > 64) {
                     for (const auto& m : mine) {
-                        corrupt[static_cast<std::size_t>(t)] += (m->tag_ >> 32) != static_cast<std::uint64_t>(t);
+                        corrupt[static_cast<std::size_t>(t)] +=
+                            (m->tag_ >> 32) != static_cast<std::uint64_t>(t);
                     }
                     mine.clear();
                 }

@@ -28,7 +28,9 @@ std::string messageOf(F f) {
     return {};
 }
 
-AreaId area(std::vector<std::uint8_t> bytes) { return AreaId::fromBytes(bytes.data(), bytes.size()); }
+AreaId area(std::vector<std::uint8_t> bytes) {
+    return AreaId::fromBytes(bytes.data(), bytes.size());
+}
 
 // ---- SystemId -----------------------------------------------------------------
 
@@ -62,9 +64,9 @@ TEST(IsisSystemId, RejectsBadText) {
     EXPECT_NE(msg.find("Routing::Isis::SystemId"), std::string::npos) << msg;
     EXPECT_THROW(parse<SystemId>("19210.6800.1001"), Kest::RangeException);
     EXPECT_THROW(parse<SystemId>("192168001001"), Kest::RangeException);  // dots left out: one long group
-    for (const char* bad : {"", "192.6800.1001", "1921.680.1001", "1921.6800.100", "1921-6800-1001", "1921.6800",
-                            "1921.6800.", "g921.6800.1001", "1921.6800.1001.", " 1921.6800.1001",
-                            "1921..6800.1001"}) {
+    for (const char* bad :
+         {"", "192.6800.1001", "1921.680.1001", "1921.6800.100", "1921-6800-1001", "1921.6800", "1921.6800.",
+          "g921.6800.1001", "1921.6800.1001.", " 1921.6800.1001", "1921..6800.1001"}) {
         EXPECT_THROW(parse<SystemId>(bad), Kest::ParseException) << bad;
     }
 }
@@ -90,7 +92,8 @@ TEST(IsisAreaId, ConventionalText) {
         {{0x39, 0x08, 0x40, 0x00, 0x01}, "39.0840.0001"},
         {{0x47, 0x00, 0x05, 0x80, 0xff, 0xf8, 0x00, 0x00, 0x00, 0x01, 0x23, 0xab, 0xcd},
          "47.0005.80ff.f800.0000.0123.abcd"},
-        {{0xab, 0xcd, 0xef, 0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef, 0x01}, "ab.cdef.0123.4567.89ab.cdef.01"},
+        {{0xab, 0xcd, 0xef, 0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef, 0x01},
+         "ab.cdef.0123.4567.89ab.cdef.01"},
     };
     for (const auto& [bytes, text] : table) {
         const AreaId a = area(bytes);
@@ -120,8 +123,9 @@ TEST(IsisAreaId, LengthLimits) {
     EXPECT_THROW(AreaId::fromBytes(bytes, 14), Kest::RangeException);
     EXPECT_EQ(AreaId::fromBytes(bytes, 13).length(), 13u);
     EXPECT_EQ(parse<AreaId>("49.0001.0002.0003.0004.0005.0006").length(), 13u);
-    EXPECT_NE(messageOf<Kest::RangeException>([] { parse<AreaId>("49.0001.0002.0003.0004.0005.0006.07"); })
-                  .find("Routing::Isis::AreaId"),
+    EXPECT_NE(messageOf<Kest::RangeException>([] {
+                  parse<AreaId>("49.0001.0002.0003.0004.0005.0006.07");
+              }).find("Routing::Isis::AreaId"),
               std::string::npos);
     EXPECT_THROW(parse<AreaId>("49.0001.0002.0003.0004.0005.0006.0007"), Kest::RangeException);
 }

@@ -65,8 +65,8 @@ TEST(LumoIpAddr, RejectsBadText) {
               std::string::npos);
     EXPECT_THROW(parse<IpAddr>("1.2.3.999"), Kest::RangeException);
     EXPECT_THROW(parse<IpAddr>("1.2.3.99999999999999999999999"), Kest::RangeException);
-    for (const char* bad : {"", "10.0.0", "10..0.1", "a.b.c.d", "x10.0.0.1", "10.0.0.1 ", " 10.0.0.1", "10.0.0.1.5",
-                            "01.2.3.4", "10,0,0,1", "-1.0.0.0"}) {
+    for (const char* bad : {"", "10.0.0", "10..0.1", "a.b.c.d", "x10.0.0.1", "10.0.0.1 ", " 10.0.0.1",
+                            "10.0.0.1.5", "01.2.3.4", "10,0,0,1", "-1.0.0.0"}) {
         EXPECT_THROW(parse<IpAddr>(bad), Kest::ParseException) << bad;
     }
 }
@@ -145,8 +145,8 @@ TEST(LumoIp6Addr, CanonicalTextTable) {
 
 TEST(LumoIp6Addr, BytesAndOrder) {
     const Ip6Addr a = parse<Ip6Addr>("2001:db8::ff00:42:8329");
-    const std::array<std::uint8_t, 16> want = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0,
-                                               0, 0, 0xff, 0x00, 0x00, 0x42, 0x83, 0x29};
+    const std::array<std::uint8_t, 16> want = {0x20, 0x01, 0x0d, 0xb8, 0,    0,    0,    0,
+                                               0,    0,    0xff, 0x00, 0x00, 0x42, 0x83, 0x29};
     EXPECT_EQ(a.bytes(), want);
     EXPECT_EQ(Ip6Addr::fromBytes(want.data()), a);
     EXPECT_TRUE(Ip6Addr().isZero());
@@ -159,8 +159,11 @@ TEST(LumoIp6Addr, BytesAndOrder) {
 }
 
 TEST(LumoIp6Addr, ReaderStopsAtTheEndOfTheAddress) {
-    for (const auto& [text, rest] : std::vector<std::pair<std::string, std::string>>{
-             {"2001:db8::/32", "/32"}, {"::/0", "/0"}, {"::ffff:1.2.3.4/96", "/96"}, {"1:2:3:4:5:6:7:8 x", " x"}}) {
+    for (const auto& [text, rest] :
+         std::vector<std::pair<std::string, std::string>>{{"2001:db8::/32", "/32"},
+                                                          {"::/0", "/0"},
+                                                          {"::ffff:1.2.3.4/96", "/96"},
+                                                          {"1:2:3:4:5:6:7:8 x", " x"}}) {
         Kest::CharRange r(text);
         (void)Ip6Addr(r);
         EXPECT_EQ(r.rest(), rest) << text;
@@ -168,14 +171,33 @@ TEST(LumoIp6Addr, ReaderStopsAtTheEndOfTheAddress) {
 }
 
 TEST(LumoIp6Addr, RejectsBadText) {
-    EXPECT_NE(messageOf<Kest::RangeException>([] { parse<Ip6Addr>("2001:db8::12345"); }).find("Lumo::Ip6Addr"),
-              std::string::npos);
+    EXPECT_NE(
+        messageOf<Kest::RangeException>([] { parse<Ip6Addr>("2001:db8::12345"); }).find("Lumo::Ip6Addr"),
+        std::string::npos);
     EXPECT_THROW(parse<Ip6Addr>("00001::"), Kest::RangeException);
     EXPECT_THROW(parse<Ip6Addr>("::ffff:1.2.3.256"), Kest::RangeException);
-    for (const char* bad : {"", ":", ":::", "1::2::3", "::1::", "1:2:3:4:5:6:7:8:9", "1:2:3:4:5:6:7",
-                            "1:2:3:4:5:6:7:8::", "::1:2:3:4:5:6:7:8", ":1::", "1:", "1::2:", "g::1", "2001:db8:: 1",
-                            " ::1", "::ffff:1.2.3", "::ffff:1.2.3.4.5", "1:2:3:4:5:6:7:1.2.3.4", "::1.2.3.4:5",
-                            "::ab.1.2.3", "2001:db8::1:", "[::1]"}) {
+    for (const char* bad : {"",
+                            ":",
+                            ":::",
+                            "1::2::3",
+                            "::1::",
+                            "1:2:3:4:5:6:7:8:9",
+                            "1:2:3:4:5:6:7",
+                            "1:2:3:4:5:6:7:8::",
+                            "::1:2:3:4:5:6:7:8",
+                            ":1::",
+                            "1:",
+                            "1::2:",
+                            "g::1",
+                            "2001:db8:: 1",
+                            " ::1",
+                            "::ffff:1.2.3",
+                            "::ffff:1.2.3.4.5",
+                            "1:2:3:4:5:6:7:1.2.3.4",
+                            "::1.2.3.4:5",
+                            "::ab.1.2.3",
+                            "2001:db8::1:",
+                            "[::1]"}) {
         EXPECT_THROW(parse<Ip6Addr>(bad), Kest::ParseException) << bad;
     }
 }
@@ -309,7 +331,8 @@ TEST(LumoIpGenPrefix, HostBitsAreKeptUntilMasked) {
     EXPECT_EQ(parse<IpGenPrefix>("10.1.2.3/32").masked().stringValue(), "10.1.2.3/32");
     EXPECT_EQ(parse<IpGenPrefix>("10.1.255.3/20").masked().stringValue(), "10.1.240.0/20");
     EXPECT_EQ(parse<IpGenPrefix>("2001:db8:abcd:1234::1/36").masked().stringValue(), "2001:db8:a000::/36");
-    EXPECT_EQ(parse<IpGenPrefix>("2001:db8:abcd:1234::1/64").masked().stringValue(), "2001:db8:abcd:1234::/64");
+    EXPECT_EQ(parse<IpGenPrefix>("2001:db8:abcd:1234::1/64").masked().stringValue(),
+              "2001:db8:abcd:1234::/64");
     EXPECT_EQ(parse<IpGenPrefix>("ffff::ffff/0").masked().stringValue(), "::/0");
     EXPECT_EQ(parse<IpGenPrefix>("ffff::ffff/128").masked().stringValue(), "ffff::ffff/128");
     EXPECT_EQ(parse<IpGenPrefix>("fe80::1/127").masked().stringValue(), "fe80::/127");
@@ -355,10 +378,18 @@ TEST(LumoMplsLabel, RangeIsChecked) {
 
 TEST(LumoMplsLabel, TextAndPrettyString) {
     const std::vector<std::pair<std::uint32_t, std::string>> pretty = {
-        {0, "0 (ipv4-explicit-null)"}, {1, "1 (router-alert)"},       {2, "2 (ipv6-explicit-null)"},
-        {3, "3 (implicit-null)"},      {4, "4"},                      {7, "7 (entropy-label-indicator)"},
-        {13, "13 (gal)"},              {14, "14 (oam-alert)"},        {15, "15 (extension)"},
-        {16, "16"},                    {1048575, "1048575"},          {8388608, "8388608 (withdraw)"},
+        {0, "0 (ipv4-explicit-null)"},
+        {1, "1 (router-alert)"},
+        {2, "2 (ipv6-explicit-null)"},
+        {3, "3 (implicit-null)"},
+        {4, "4"},
+        {7, "7 (entropy-label-indicator)"},
+        {13, "13 (gal)"},
+        {14, "14 (oam-alert)"},
+        {15, "15 (extension)"},
+        {16, "16"},
+        {1048575, "1048575"},
+        {8388608, "8388608 (withdraw)"},
     };
     for (const auto& [value, text] : pretty) {
         const MplsLabel l(value);

@@ -12,11 +12,11 @@ std::uint64_t allocationCount() noexcept;
 
 /// Allocations made while it was alive.
 class AllocationScope {
-  public:
+public:
     AllocationScope() noexcept : start_(allocationCount()) {}
     std::uint64_t count() const noexcept { return allocationCount() - start_; }
 
-  private:
+private:
     std::uint64_t start_;
 };
 

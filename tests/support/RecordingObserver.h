@@ -65,7 +65,7 @@ struct Record {
 
 template <class... Types>
 class RecordingObserver final : public Poldo::Observer {
-  public:
+public:
     using Callback = std::function<void(const Poldo::Notification&, Record&)>;
 
     RecordingObserver() = default;
@@ -120,7 +120,7 @@ class RecordingObserver final : public Poldo::Observer {
         return ids;
     }
 
-  private:
+private:
     template <class T>
     static void copyAs(const Poldo::Notification& n, Record& r) {
         if (const T* k = n.key<T>()) {

@@ -47,22 +47,22 @@ struct DecodedLsp {
 
 struct DecodeError {
     enum class Reason : std::uint8_t {
-        truncatedHeader,     // fewer octets than the fixed header
-        badHeader,           // discriminator, header length, versions, ID length or PDU type
-        badPduLength,        // PDU length field below the header length
-        truncatedPdu,        // PDU length field beyond the octets received
+        truncatedHeader,  // fewer octets than the fixed header
+        badHeader,        // discriminator, header length, versions, ID length or PDU type
+        badPduLength,     // PDU length field below the header length
+        truncatedPdu,     // PDU length field beyond the octets received
         badChecksum,
-        tlvOverrun,          // a TLV's length runs past the end of the PDU
-        subTlvOverrun,       // a sub-TLV's (or sub-TLV block's) length runs past its parent
-        truncatedEntry,      // an entry inside a TLV runs past the TLV's end
-        badLength,           // a fixed-size value, or a list of fixed-size items, of the wrong length
-        badPrefixLength,     // prefix length beyond the address family's
-        badSidLength,        // SID/label length not 3 or 4, or not matching the V/L flags
+        tlvOverrun,       // a TLV's length runs past the end of the PDU
+        subTlvOverrun,    // a sub-TLV's (or sub-TLV block's) length runs past its parent
+        truncatedEntry,   // an entry inside a TLV runs past the TLV's end
+        badLength,        // a fixed-size value, or a list of fixed-size items, of the wrong length
+        badPrefixLength,  // prefix length beyond the address family's
+        badSidLength,     // SID/label length not 3 or 4, or not matching the V/L flags
     };
 
     Reason reason = Reason::truncatedHeader;
-    std::uint8_t tlv = 0;     // the TLV being decoded, 0 for the header
-    std::size_t offset = 0;   // octet offset in the PDU of the faulty element
+    std::uint8_t tlv = 0;    // the TLV being decoded, 0 for the header
+    std::size_t offset = 0;  // octet offset in the PDU of the faulty element
     std::string detail;
 
     std::string message() const;
@@ -72,7 +72,7 @@ const char* reasonName(DecodeError::Reason r) noexcept;
 
 /// Either a decoded LSP or the reason it was rejected.
 class DecodeResult {
-  public:
+public:
     DecodeResult(DecodedLsp lsp) : v_(std::move(lsp)) {}
     DecodeResult(DecodeError err) : v_(std::move(err)) {}
 
@@ -83,7 +83,7 @@ class DecodeResult {
     /// Only when !ok().
     const DecodeError& error() const { return std::get<DecodeError>(v_); }
 
-  private:
+private:
     std::variant<DecodedLsp, DecodeError> v_;
 };
 

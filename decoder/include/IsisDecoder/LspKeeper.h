@@ -12,11 +12,11 @@
 namespace Routing::IsisDecoder {
 
 class LspKeeper {
-  public:
+public:
     enum class Outcome : std::uint8_t {
-        installed,   // newer than what was held; the node's entry was merged
-        purged,      // lifetime 0: the fragment is gone (and the entry, with its last fragment)
-        ignored,     // not newer than what is held, or another level's LSP
+        installed,  // newer than what was held; the node's entry was merged
+        purged,     // lifetime 0: the fragment is gone (and the entry, with its last fragment)
+        ignored,    // not newer than what is held, or another level's LSP
     };
 
     explicit LspKeeper(Routing::IgpCommon::IgpLevel level);
@@ -29,7 +29,7 @@ class LspKeeper {
     /// Fragments currently held (purged ones excluded).
     std::size_t fragmentCount() const noexcept;
 
-  private:
+private:
     struct Fragment {
         std::uint32_t seq = 0;
         // Null once purged: the sequence number stays to refuse older copies.
