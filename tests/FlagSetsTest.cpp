@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TextHelpers.h"
+
 #include <sstream>
 #include <string>
 
@@ -14,16 +16,8 @@ using Routing::IgpCommon::detail::NeighborAttrsPresent;
 using Routing::IgpCommon::detail::SidLabelBindingFlags;
 namespace d = Routing::IgpCommon::detail;
 
-template <class T>
-std::string text(const T& v) {
-    std::ostringstream os;
-    os << v;
-    return os.str();
-}
-template <class T>
-T parse(const std::string& s) {
-    return Kest::strepToValue(s, static_cast<T*>(nullptr));
-}
+using testsupport::parse;
+using testsupport::text;
 
 // ---- every flag set alike -------------------------------------------------------------------------
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TextHelpers.h"
+
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -11,15 +13,7 @@ namespace {
 
 using namespace Routing::IgpCommon;
 
-template <class Exc, class F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const Exc& e) {
-        return e.what();
-    }
-    return "nothing thrown";
-}
+using testsupport::messageOf;
 
 TEST(IgpMultiTopologyIdTest, ReadsWritesAndRoundTripsTheBareNumber) {
     const auto read = [](const char* text) {

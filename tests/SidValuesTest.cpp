@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TextHelpers.h"
+
 #include <array>
 #include <sstream>
 #include <string>
@@ -19,16 +21,8 @@ using Routing::IgpCommon::PrefixSid;
 using Routing::IgpCommon::SrSid;
 using Routing::Isis::SystemId;
 
-template <class T>
-std::string text(const T& v) {
-    std::ostringstream os;
-    os << v;
-    return os.str();
-}
-template <class T>
-T parse(const std::string& s) {
-    return Kest::strepToValue(s, static_cast<T*>(nullptr));
-}
+using testsupport::parse;
+using testsupport::text;
 SystemId sys(std::array<std::uint8_t, 6> b) {
     return SystemId(b);
 }

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/TextHelpers.h"
+
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -86,15 +88,7 @@ struct Mid : Kest::BoundedIndex<Mid, 3, 5> {
 
 const std::string sampleText = "Value('Test::Sample', ** {'metric': 300, 'up': True, 'index': 5})";
 
-template <class Exc, class F>
-std::string messageOf(F&& f) {
-    try {
-        f();
-    } catch (const Exc& e) {
-        return e.what();
-    }
-    return "nothing thrown";
-}
+using testsupport::messageOf;
 
 // ---- pieces --------------------------------------------------------------------------
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/TextHelpers.h"
+
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -12,21 +14,9 @@ namespace {
 using Routing::Isis::AreaId;
 using Routing::Isis::SystemId;
 
-template <class T>
-T parse(const std::string& text) {
-    return Kest::strepToValue(text, static_cast<T*>(nullptr));
-}
+using testsupport::parse;
 
-template <class E, class F>
-std::string messageOf(F f) {
-    try {
-        f();
-    } catch (const E& e) {
-        return e.what();
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {};
-}
+using testsupport::messageOf;
 
 AreaId area(std::vector<std::uint8_t> bytes) {
     return AreaId::fromBytes(bytes.data(), bytes.size());

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/TextHelpers.h"
+
 #include <set>
 #include <sstream>
 #include <string>
@@ -17,22 +19,10 @@ using Lumo::IpGenAddr;
 using Lumo::IpGenPrefix;
 using Lumo::MplsLabel;
 
-template <class T>
-T parse(const std::string& text) {
-    return Kest::strepToValue(text, static_cast<T*>(nullptr));
-}
+using testsupport::parse;
 
 /// The message of the E that `f` throws; a test failure when it throws none.
-template <class E, class F>
-std::string messageOf(F f) {
-    try {
-        f();
-    } catch (const E& e) {
-        return e.what();
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {};
-}
+using testsupport::messageOf;
 
 // ---- IpAddr -------------------------------------------------------------------
 
