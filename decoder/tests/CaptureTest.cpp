@@ -3,14 +3,19 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "IsisDecoder/Decoder.h"
+#include "IsisDecoder/LspKeeper.h"
+#include "ModelText.h"
 #include "TestSupport.h"
 
 namespace {
@@ -19,17 +24,6 @@ using namespace DecoderTest;
 using namespace Routing::IsisDecoder;
 namespace IC = Routing::IgpCommon;
 using Reason = DecodeError::Reason;
-
-std::string dataPath(const char* name) {
-    return std::string(IGPDECODER_TESTDATA) + "/" + name;
-}
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 // frames.tsv rows by frame number, columns by header name.
 std::map<unsigned, std::map<std::string, std::string>> readTsv(const char* name) {
@@ -339,3 +333,109 @@ TEST(DecoderCapture, EveryCraftedInvalidLspIsRejectedForItsDefect) {
 }
 
 }  // namespace
+
+// The two synthetic 1,000-node databases of lspgen (BNG Blaster). Every LSP
+// decodes, and the keeper ends with the topology the generator describes.
+TEST(DecoderCapture, LspgenDatabasesDecodeWhole) {
+    struct Sample {
+        unsigned frame;
+        const char* host;
+        std::size_t neighbors, v4, v6;  // of that frame, as tshark counts them
+    };
+    const struct {
+        const char* file;
+        std::size_t lsps, twoFragmentNodes, externals;
+        std::vector<Sample> samples;
+    } files[] = {
+        {"lspgen/isis-1k.pcap",
+         1000,
+         0,
+         0,
+         {{1, "node432", 4, 5, 5}, {2, "node185", 1, 2, 2}, {3, "node13", 2, 3, 3}}},
+        {"lspgen/isis-1k-dense.pcap",
+         1922,
+         922,
+         40,
+         {{1, "node432", 4, 45, 41}, {2, "", 0, 0, 4}, {3, "node185", 1, 42, 42}}},
+    };
+    for (const auto& file : files) {
+        SCOPED_TRACE(file.file);
+        LspKeeper keeper(IC::igpLevelIsisLevel2);
+        std::map<std::string, unsigned> fragments;  // per system ID
+        std::size_t lsps = 0, sampled = 0;
+        for (const auto& f : readPcap(dataPath(file.file))) {
+            ASSERT_TRUE(isLspFrame(f)) << f.number;
+            const auto r = decodeLsp(f.pdu);
+            ASSERT_TRUE(r.ok()) << "frame " << f.number << ": " << r.error().message();
+            const auto& h = r.lsp().header;
+            EXPECT_EQ(h.level, 2);  // from the PDU type, although sent to the level-1 address
+            EXPECT_EQ(h.sequenceNumber, 1u);
+            EXPECT_EQ(h.remainingLifetime, 65535);
+            ++fragments[h.lspIdText().substr(0, 14)];
+            ++lsps;
+            for (const auto& s : file.samples) {
+                if (s.frame == f.number) {
+                    ++sampled;
+                    const auto& c = *r.lsp().content;
+                    std::size_t v4 = 0;
+                    for (const auto& p : c.prefix()) {
+                        v4 += p->prefixKey().prefix().isIpv4();
+                    }
+                    EXPECT_EQ(c.node()->hostName(), s.host);
+                    EXPECT_EQ(c.neighbor().size(), s.neighbors);
+                    EXPECT_EQ(v4, s.v4);
+                    EXPECT_EQ(c.prefix().size() - v4, s.v6);
+                }
+            }
+            EXPECT_EQ(keeper.receive(r.lsp()), LspKeeper::Outcome::installed);
+        }
+        EXPECT_EQ(lsps, file.lsps);
+        EXPECT_EQ(sampled, file.samples.size());
+        EXPECT_EQ(keeper.fragmentCount(), file.lsps);
+        EXPECT_EQ(
+            std::count_if(fragments.begin(), fragments.end(), [](const auto& n) { return n.second == 2; }),
+            static_cast<long>(file.twoFragmentNodes));
+
+        const auto& db = *keeper.database();
+        ASSERT_EQ(db.lspCount(), 1000u);
+        std::set<std::string> hosts;
+        std::set<std::pair<std::string, std::string>> links;  // each link seen from both ends
+        for (const auto& e : db.lsp()) {
+            const auto& n = *e->node();
+            SCOPED_TRACE(n.hostName());
+            EXPECT_FALSE(e->nodeId().isPnodeId());
+            hosts.insert(n.hostName());
+            // nodeN is 192.168.0.0 + N - 1, written as twelve decimal digits.
+            const unsigned ip = 0xC0A80000u + std::stoul(n.hostName().substr(4)) - 1;
+            char sys[16];
+            std::snprintf(sys, sizeof sys, "%03u%03u%03u%03u", ip >> 24, (ip >> 16) & 255, (ip >> 8) & 255,
+                          ip & 255);
+            EXPECT_EQ(nodeIdText(e->nodeId()), std::string(sys, 4) + "." + std::string(sys + 4, 4) + "." +
+                                                   std::string(sys + 8, 4) + ".00");
+            ASSERT_TRUE(n.srCapabilities());
+            EXPECT_EQ(n.srCapabilities()->sidLabelRange(IC::SrSidRangeIndex(0)).startingSid().value(),
+                      10000u);
+            EXPECT_FALSE(n.srlb() || n.msdCol());
+            // A /31 and a /127 per link, a loopback of each family with its SID, the externals.
+            std::size_t v4 = 0, sids = 0;
+            for (const auto& p : e->prefix()) {
+                v4 += p.value->prefixKey().prefix().isIpv4();
+                sids += p.value->prefixSid().isValid();
+            }
+            const std::size_t degree = e->neighbor().size();
+            EXPECT_EQ(v4, degree + 1 + file.externals);
+            EXPECT_EQ(e->prefix().size() - v4, degree + 1 + file.externals);
+            EXPECT_EQ(sids, 2u);
+            for (const auto& nb : e->neighbor()) {
+                links.emplace(nodeIdText(e->nodeId()), nodeIdText(nb.value->key().nodeId()));
+                EXPECT_TRUE(nb.value->key().addressesEmpty());
+                EXPECT_EQ(nb.value->attrsPresent().value(), 0u);
+            }
+        }
+        EXPECT_EQ(hosts.size(), 1000u);
+        EXPECT_EQ(links.size(), 4000u);  // average degree 4
+        for (const auto& [a, b] : links) {
+            EXPECT_TRUE(links.count({b, a})) << a << " lists " << b << ", not the reverse";
+        }
+    }
+}

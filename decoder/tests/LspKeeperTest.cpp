@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-#include <string>
 
 #include "IsisDecoder/LspKeeper.h"
 #include "TestSupport.h"
@@ -101,34 +99,6 @@ TEST(LspKeeper, PurgesRemoveFragmentsThenTheEntryAndBlockOlderCopies) {
     EXPECT_EQ(k.database()->lspCount(), 0u);
     EXPECT_EQ(k.receive(lsp(0, 5, Enc().tlv(135, prefix(1, 5)))), Outcome::installed);
     EXPECT_EQ(k.database()->lspCount(), 1u);
-}
-
-TEST(LspKeeper, LabCaptureConvergesToOneEntryPerNode) {
-    LspKeeper l1(IC::igpLevelIsisLevel1);
-    LspKeeper l2(IC::igpLevelIsisLevel2);
-    std::set<std::string> nodes1, nodes2;
-    for (const auto& f : readPcap(std::string(IGPDECODER_TESTDATA) + "/frr-initial.pcap")) {
-        if (!isLspFrame(f)) {
-            continue;
-        }
-        const auto r = decodeLsp(f.pdu);
-        ASSERT_TRUE(r.ok());
-        const std::string id = r.lsp().header.lspIdText().substr(0, 17);
-        (r.lsp().header.level == 1 ? nodes1 : nodes2).insert(id);
-        l1.receive(r.lsp());
-        l2.receive(r.lsp());
-    }
-    EXPECT_EQ(l1.database()->lspCount(), nodes1.size());
-    EXPECT_EQ(l2.database()->lspCount(), nodes2.size());
-    // Every LSP went to both keepers and was copied on several links.
-    EXPECT_GT(l1.ignoredCount() + l2.ignoredCount(), 133u);
-
-    // r6 spreads 40 + 16 redistributed routes and its loopbacks over three fragments.
-    const std::uint8_t r6[7] = {0, 0, 0, 0, 0, 6, 0};
-    const auto entry = l2.database()->lsp(IC::IgpNodeId::fromBytes(r6));
-    ASSERT_TRUE(entry);
-    EXPECT_GE(entry->prefix().size(), 58u);
-    EXPECT_EQ(entry->node()->hostName(), "r6");
 }
 
 }  // namespace

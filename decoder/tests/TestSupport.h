@@ -6,6 +6,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,6 +14,21 @@
 namespace DecoderTest {
 
 using Bytes = std::vector<std::uint8_t>;
+
+/// A file of the tests' data folder.
+inline std::string dataPath(const std::string& name) {
+    return std::string(IGPDECODER_TESTDATA) + "/" + name;
+}
+
+inline std::string readText(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) {
+        throw std::runtime_error("cannot open " + path);
+    }
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
 
 // Appends big-endian fields; chainable so a TLV reads like its layout.
 class Enc {
