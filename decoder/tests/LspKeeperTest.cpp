@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "IsisDecoder/LspKeeper.h"
 #include "TestSupport.h"
 
