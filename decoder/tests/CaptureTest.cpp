@@ -251,6 +251,14 @@ TEST(DecoderCapture, CraftedLspsMatchTheManifest) {
 // addresses is a link of its own, and narrow entries fold into wide ones of
 // the same key.
 TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
+    const std::string toCraftB =
+        std::string(
+            "nbr 1921.6800.1002.00 mt0 m10 adj=12/0x0c/w7 adj=24001/0x30/w0 adj=24002/0xf0/w0 ag=0x5 ") +
+        "bw=1.25e+09 eag=0x5,0x0,0x80000000 l4=10.10.12.1 l6=2001:db8:12::1 r4=10.10.12.2 " +
+        "r6=2001:db8:12::2 rsv=1e+09 te=1000 unrsv=1e+09,9e+08,8e+08,7e+08,6e+08,5e+08,4e+08,3e+08";
+    const std::string toCraftC =
+        std::string("nbr 1921.6800.1003.05 mt0 m20 ag=0x2 l4=10.10.100.1 lan=24010/0x30/w0/1921.6800.1003 ") +
+        "lan=24011/0xb0/w0/1921.6800.1004 lan=24012/0x70/w10/1921.6800.1004 lan=77/0x0c/w0/1921.6800.1004";
     const struct {
         const char* file;
         unsigned frame;
@@ -266,12 +274,7 @@ TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
           "te-id 192.0.2.1", "te-id6 2001:db8:ffff::1"}},
         {"crafted-sr-te.pcap",
          2,
-         {"flags ol=0 att=0", "nbr 1921.6800.1002.00 mt0 m10",
-          "nbr 1921.6800.1002.00 mt0 m10 adj=12/0x0c/w7 adj=24001/0x30/w0 adj=24002/0xf0/w0 ag=0x5 "
-          "bw=1.25e+09 eag=0x5,0x0,0x80000000 l4=10.10.12.1 l6=2001:db8:12::1 r4=10.10.12.2 "
-          "r6=2001:db8:12::2 rsv=1e+09 te=1000 unrsv=1e+09,9e+08,8e+08,7e+08,6e+08,5e+08,4e+08,3e+08",
-          "nbr 1921.6800.1003.05 mt0 m20 ag=0x2 l4=10.10.100.1 lan=24010/0x30/w0/1921.6800.1003 "
-          "lan=24011/0xb0/w0/1921.6800.1004 lan=24012/0x70/w10/1921.6800.1004 lan=77/0x0c/w0/1921.6800.1004",
+         {"flags ol=0 att=0", "nbr 1921.6800.1002.00 mt0 m10", toCraftB, toCraftC,
           "nbr 1921.6800.1004.00 mt0 m16777214", "srlg 10.10.12.1 100,200,300", "srlg 2001:db8:100::1 600",
           "srlg 2001:db8:12::1 100,500", "srlg none 400"}},
         {"crafted-sr-te.pcap",

@@ -83,11 +83,13 @@ inline void fillChecksum(Bytes& pdu) {
     const int len = static_cast<int>(pdu.size() - 12);
     const int pos = 13;  // 1-based position of the first checksum octet in the summed range
     int x = ((len - pos) * c0 - c1) % 255;
-    if (x <= 0)
+    if (x <= 0) {
         x += 255;
+    }
     int y = (c1 - (len - pos + 1) * c0) % 255;
-    if (y <= 0)
+    if (y <= 0) {
         y += 255;
+    }
     pdu[24] = static_cast<std::uint8_t>(x);
     pdu[25] = static_cast<std::uint8_t>(y);
 }
