@@ -594,7 +594,8 @@ private:
         }
     }
 
-    // ---- SID/label binding, RFC 8667 2.4 (TLV 149); TLV 150 adds an MT ID ----
+    // ---- SID/label binding, RFC 8667 2.4 (TLV 149) and 2.5 (TLV 150: the
+    // same after an MT ID, binding the prefix of that topology) ----
 
     void binding(Item& it, IC::IgpMultiTopologyId mt) {
         Cursor& v = it.value;

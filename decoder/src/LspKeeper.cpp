@@ -85,15 +85,90 @@ void uniteNode(IC::Node& into, const IC::Node& from, std::uint8_t fragment) {
     if (!into.msdCol()) {
         into.msdColIs(from.msdCol());
     }
+    // A definition that several fragments carry is put together: its numbers
+    // from the lowest fragment, its constraints by combineSubTlvs. The union
+    // gets constraint objects of its own, so that the fragments' decoded
+    // definitions stay as they were received.
     if (const auto& fads = from.fadCol()) {
         if (!into.fadCol()) {
             into.fadColIs(IC::igpFlexAlgoDefinitionColFactory());
         }
         for (auto it = fads->fad().begin(); it != fads->fad().end(); ++it) {
-            if (into.fadCol()->fad().find(it->first) == nullptr) {
-                into.fadCol()->fadIs(it->first, it->second);
+            if (into.fadCol()->fad().find(it->first) != nullptr) {
+                into.fadCol()->fad(it->first).combineSubTlvs(it->second);
+                continue;
             }
+            IC::IgpFlexAlgoDefinition own;
+            own.flexAlgoIs(it->second.flexAlgo());
+            own.metricTypeIs(it->second.metricType());
+            own.calcTypeIs(it->second.calcType());
+            own.priorityIs(it->second.priority());
+            own.lspFragmentIdIs(it->second.lspFragmentId());
+            own.combineSubTlvs(it->second);  // into empty lists: a copy
+            into.fadCol()->fadIs(it->first, own);
         }
+    }
+}
+
+// A link that a later fragment describes again under the same key: each TE
+// attribute comes from the first fragment that carries it, the metric from
+// the first fragment, and the adjacency SIDs of all are kept.
+void uniteNeighbor(IC::Neighbor& into, const IC::Neighbor& from) {
+    const auto have = into.attrsPresent();
+    const auto add = from.attrsPresent();
+    if (add.adminGroup() && !have.adminGroup()) {
+        into.adminGroupIs(from.adminGroup());
+    }
+    if (add.maxLinkBw() && !have.maxLinkBw()) {
+        into.maxLinkBwIs(from.maxLinkBw());
+    }
+    if (add.maxReserveLinkBw() && !have.maxReserveLinkBw()) {
+        into.maxReserveLinkBwIs(from.maxReserveLinkBw());
+    }
+    if (add.unreservedBw() && !have.unreservedBw()) {
+        for (unsigned p = 0; p < 8; ++p) {
+            into.unreservedBwIs(IC::BwIndex(p), from.unreservedBw(IC::BwIndex(p)));
+        }
+    }
+    if (add.extAdminGroup() && !have.extAdminGroup()) {
+        for (const auto& w : from.extAdminGroup()) {
+            into.extAdminGroupIs(w.key, w.value);
+        }
+    }
+    if (add.teDefMetric() && !have.teDefMetric()) {
+        into.teDefMetricIs(from.teDefMetric());
+    }
+    into.attrsPresentIs(IC::Neighbor::NeighborAttrsPresent(have.value() | add.value()));
+    for (const auto& sid : from.adjSid()) {
+        into.adjSidIs(sid);
+    }
+    for (const auto& sid : from.lanAdjSid()) {
+        into.lanAdjSidIs(sid);
+    }
+}
+
+// A prefix that a later fragment carries again (a narrow copy beside a wide
+// one, a binding apart from the reachability): reachability, metric and
+// flags, the SID, each algorithm's metric and the binding each come from the
+// first fragment that has them.
+void unitePrefix(IC::Prefix& into, const IC::Prefix& from) {
+    if (from.hasValidReachability() && !into.hasValidReachability()) {
+        into.hasValidReachabilityIs(true);
+        into.flagsIs(from.flags());
+        into.metricIs(from.metric());
+    }
+    if (from.prefixSid().isValid() && !into.prefixSid().isValid()) {
+        into.prefixSidIs(from.prefixSid());
+    }
+    for (auto it = from.prefixMetric()->metric().begin(); it != from.prefixMetric()->metric().end(); ++it) {
+        if (into.prefixMetric()->metric().find(it->first) == nullptr) {
+            into.prefixMetric()->metricIs(it->first, it->second);
+        }
+    }
+    if (from.sidLabelBinding() && !into.sidLabelBinding()) {
+        const auto b = IC::sidLabelBindingFactory();
+        b->updateAttr(from.sidLabelBinding());
+        into.sidLabelBindingIs(b);
     }
 }
 
@@ -120,11 +195,19 @@ void LspKeeper::rebuild(const IC::IgpNodeId& id, const Fragments& frags) {
             all->parsedSrlbFragIdIs(c.parsedSrlbFragId());
             srlbSeen = true;
         }
-        for (auto it = c.neighbor().begin(); it != c.neighbor().end(); ++it) {
-            all->neighborIs((*it)->key())->updateAttr(*it);
+        for (const auto& n : c.neighbor()) {
+            if (const auto held = all->neighbor(n->key())) {
+                uniteNeighbor(*held, *n);
+            } else {
+                all->neighborIs(n->key())->updateAttr(n);
+            }
         }
-        for (auto it = c.prefix().begin(); it != c.prefix().end(); ++it) {
-            all->prefixIs((*it)->prefixKey())->updateAttr(*it);
+        for (const auto& p : c.prefix()) {
+            if (const auto held = all->prefix(p->prefixKey())) {
+                unitePrefix(*held, *p);
+            } else {
+                all->prefixIs(p->prefixKey())->updateAttr(p);
+            }
         }
         for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
             const auto rec = all->parsedSrLgIs((*it)->localAddr());

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,6 +14,21 @@
 namespace DecoderTest {
 
 using Bytes = std::vector<std::uint8_t>;
+
+/// A file of the tests' data folder.
+inline std::string dataPath(const std::string& name) {
+    return std::string(IGPDECODER_TESTDATA) + "/" + name;
+}
+
+inline std::string readText(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) {
+        throw std::runtime_error("cannot open " + path);
+    }
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
 
 // Appends big-endian fields; chainable so a TLV reads like its layout.
 class Enc {
@@ -67,11 +83,13 @@ inline void fillChecksum(Bytes& pdu) {
     const int len = static_cast<int>(pdu.size() - 12);
     const int pos = 13;  // 1-based position of the first checksum octet in the summed range
     int x = ((len - pos) * c0 - c1) % 255;
-    if (x <= 0)
+    if (x <= 0) {
         x += 255;
+    }
     int y = (c1 - (len - pos + 1) * c0) % 255;
-    if (y <= 0)
+    if (y <= 0) {
         y += 255;
+    }
     pdu[24] = static_cast<std::uint8_t>(x);
     pdu[25] = static_cast<std::uint8_t>(y);
 }
