@@ -36,7 +36,7 @@ constexpr const char* seedNote =
     "whose seed the library reads from IGPCOMMON_HASH_SEED when it loads. When that variable is\n"
     "unset, igp-lsdb sets it to 1 and runs itself again, so the same captures always give the same\n"
     "output; set the variable to choose another seed, or pass --random-seed to keep a random one.\n"
-    "JSON output is sorted and does not depend on the seed.\n\n"
+    "JSON dumps and statistics are sorted and do not depend on the seed.\n\n"
     "Exit status: 0 when every capture was read (malformed PDUs are reported on stderr and change\n"
     "nothing), 2 when a capture is missing, unreadable or not a capture, or the command line is wrong.";
 
