@@ -16,6 +16,8 @@ Every output carries the lab's own LSP bytes; only the link-layer wrapping chang
   tests/data/frr-purges.pcap        the 133 LSP frames, then purges (header-only LSPs, lifetime 0,
                                     a newer sequence number) of r4's level-1 LSP and of fragment 2
                                     of r6's level-2 LSP: a node that goes away and one that shrinks
+  tests/data/sr-te-fapm.pcap        crafted-sr-te.pcap with fragment 2 sent again (sequence number 2)
+                                    with the flex-algo 128 prefix metric of 192.0.2.1/32 at 600, not 500
 """
 import os
 import struct
@@ -24,6 +26,7 @@ import sys
 EARLY_FRAMES = 250
 ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", ".."))
 SOURCE = os.path.join(ROOT, "decoder", "tests", "data", "frr-initial.pcap")
+SR_TE = os.path.join(ROOT, "decoder", "tests", "data", "crafted-sr-te.pcap")
 TOOL = os.path.join(ROOT, "tools", "igp-lsdb")
 
 
@@ -101,6 +104,32 @@ def purge(level, lsp_id, seq):
     return dst + bytes.fromhex("020000000004") + struct.pack(">H", 3 + len(pdu)) + b"\xfe\xfe\x03" + pdu
 
 
+def with_checksum(pdu):
+    """Fills the ISO 10589 7.3.11 checksum (octets 24-25), summed from the LSP ID to the end."""
+    pdu = bytearray(pdu)
+    pdu[24:26] = b"\0\0"
+    c0 = c1 = 0
+    for b in pdu[12:]:
+        c0 = (c0 + b) % 255
+        c1 = (c1 + c0) % 255
+    length, pos = len(pdu) - 12, 13
+    x = ((length - pos) * c0 - c1) % 255 or 255
+    y = (c1 - (length - pos + 1) * c0) % 255 or 255
+    pdu[24], pdu[25] = x, y
+    return bytes(pdu)
+
+
+def fapm_changed(frame):
+    """Fragment 2 of craft-a again, one sequence number later, its flex-algo prefix metric at 600."""
+    sub_tlv = bytes.fromhex("060580000001f4")  # flex-algo prefix metric: algorithm 128, metric 500
+    at = frame.index(sub_tlv)
+    pdu = bytearray(frame[17:])
+    at -= 17
+    pdu[at + 3:at + 7] = struct.pack(">I", 600)
+    pdu[20:24] = struct.pack(">I", struct.unpack(">I", pdu[20:24])[0] + 1)
+    return frame[:17] + with_checksum(pdu)
+
+
 def main():
     endian, header, frames = read_pcap(SOURCE)
     lsps = [(n, s, f, fr, lsp_level(fr)) for n, s, f, fr in frames if lsp_level(fr)]
@@ -121,6 +150,9 @@ def main():
                 (lsps[-1][1] + 2, 0, purge(2, bytes.fromhex("0000000000060002"), 2)),
             ]),
     }
+    endian2, header2, sr_te = read_pcap(SR_TE)
+    outputs[os.path.join(TOOL, "tests", "data", "sr-te-fapm.pcap")] = pcap_bytes(
+        endian2, header2, 1, [(s, f, fapm_changed(fr) if n == 3 else fr) for n, s, f, fr in sr_te])
     for path, data in outputs.items():
         with open(path, "wb") as f:
             f.write(data)
