@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,7 +51,7 @@ struct FrameCounters {
     std::size_t notIsis = 0;
 };
 
-/// Calls `update` while reading, at most a few times a second.
+/// Told how far reading has come, at most five times a second.
 using ProgressFn = std::function<void(const Capture&, unsigned frames)>;
 
 class Lsdb {

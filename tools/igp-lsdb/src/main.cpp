@@ -276,7 +276,7 @@ int main(int argc, char** argv) {
     auto* dump = app.add_subcommand("dump",
                                     "Print each level's database, level by level (with no capture:\n"
                                     "the built-in capture of a six-router lab)");
-    dump->add_option("captures", opt.captures, "Captures, read in order")->check(CLI::Validator());
+    dump->add_option("captures", opt.captures, "Captures, read in order");
     addCommonOptions(*dump, opt);
 
     auto* events = app.add_subcommand("events",

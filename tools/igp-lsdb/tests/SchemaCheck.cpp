@@ -66,9 +66,10 @@ private:
         return root_.at(Json::json_pointer(ref.substr(1)));
     }
 
-    void check(const Json& schema, const Json& v, const std::string& at, std::vector<std::string>& out) const {
-        static const std::set<std::string> annotations = {"$schema", "$id", "title", "description", "$comment",
-                                                          "$defs"};
+    void check(const Json& schema, const Json& v, const std::string& at,
+               std::vector<std::string>& out) const {
+        static const std::set<std::string> annotations = {"$schema",     "$id",      "title",
+                                                          "description", "$comment", "$defs"};
         const auto fail = [&](const std::string& why) { out.push_back(at + ": " + why); };
         for (const auto& [keyword, s] : schema.items()) {
             if (annotations.contains(keyword)) {
@@ -102,7 +103,8 @@ private:
                 if (!v.is_object()) {
                     continue;
                 }
-                const Json& declared = schema.contains("properties") ? schema.at("properties") : Json::object();
+                const Json& declared =
+                    schema.contains("properties") ? schema.at("properties") : Json::object();
                 for (const auto& [name, value] : v.items()) {
                     if (declared.contains(name)) {
                         continue;
@@ -123,7 +125,8 @@ private:
                 }
             } else if (keyword == "minItems" || keyword == "maxItems") {
                 const bool min = keyword == "minItems";
-                if (v.is_array() && (min ? v.size() < s.get<std::size_t>() : v.size() > s.get<std::size_t>())) {
+                if (v.is_array() &&
+                    (min ? v.size() < s.get<std::size_t>() : v.size() > s.get<std::size_t>())) {
                     fail("has " + std::to_string(v.size()) + " items, " + keyword + " " + s.dump());
                 }
             } else if (keyword == "enum") {
@@ -136,11 +139,13 @@ private:
                 }
             } else if (keyword == "minimum" || keyword == "maximum") {
                 const bool min = keyword == "minimum";
-                if (v.is_number() && (min ? v.get<double>() < s.get<double>() : v.get<double>() > s.get<double>())) {
+                if (v.is_number() &&
+                    (min ? v.get<double>() < s.get<double>() : v.get<double>() > s.get<double>())) {
                     fail(v.dump() + " is beyond " + keyword + " " + s.dump());
                 }
             } else if (keyword == "pattern") {
-                if (v.is_string() && !std::regex_search(v.get<std::string>(), std::regex(s.get<std::string>()))) {
+                if (v.is_string() &&
+                    !std::regex_search(v.get<std::string>(), std::regex(s.get<std::string>()))) {
                     fail(v.dump() + " does not match " + s.get<std::string>());
                 }
             } else if (keyword == "oneOf") {
@@ -183,7 +188,8 @@ int main(int argc, char** argv) {
         const Validator validator(schema);
         std::size_t bad = 0;
         for (std::size_t i = 0; i < docs.size(); ++i) {
-            for (const std::string& e : validator.errors(schema, docs[i], "document " + std::to_string(i + 1))) {
+            for (const std::string& e :
+                 validator.errors(schema, docs[i], "document " + std::to_string(i + 1))) {
                 std::cerr << e << '\n';
                 ++bad;
             }
