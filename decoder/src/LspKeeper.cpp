@@ -16,6 +16,18 @@ std::size_t LspKeeper::fragmentCount() const noexcept {
     return n;
 }
 
+std::size_t LspKeeper::fragmentCount(const IC::IgpNodeId& id) const noexcept {
+    const auto it = nodes_.find(id);
+    if (it == nodes_.end()) {
+        return 0;
+    }
+    std::size_t n = 0;
+    for (const auto& [num, f] : it->second) {
+        n += f.content ? 1 : 0;
+    }
+    return n;
+}
+
 LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
     const LspHeader& h = lsp.header;
     if (h.level != static_cast<unsigned>(level_) || !lsp.content) {

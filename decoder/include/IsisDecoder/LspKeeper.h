@@ -28,6 +28,8 @@ public:
     std::size_t ignoredCount() const noexcept { return ignored_; }
     /// Fragments currently held (purged ones excluded).
     std::size_t fragmentCount() const noexcept;
+    /// Fragments currently held of one node (purged ones excluded).
+    std::size_t fragmentCount(const Routing::IgpCommon::IgpNodeId& id) const noexcept;
 
 private:
     struct Fragment {

@@ -1,0 +1,284 @@
+#include "Changes.h"
+
+namespace IgpLsdb {
+
+namespace {
+
+// Notifications hand out const entities; the pending change keeps its own
+// counted reference so the entity is still there when the merge is over.
+template <class E>
+Poldo::Ptr<E> hold(const E& e) {
+    return Poldo::Ptr<E>(const_cast<E*>(&e));
+}
+
+template <class V>
+Text oldText(const Poldo::Notification& n) {
+    const V* v = n.oldValue<V>();
+    return v ? text(*v) : std::nullopt;
+}
+
+template <class K>
+Text keyText(const Poldo::Notification& n) {
+    const K* k = n.key<K>();
+    return k ? text(*k) : std::nullopt;
+}
+
+// The new value of a plain attribute, read back with `get` once the merge is over.
+template <class E, class Get>
+void readBack(const E& e, std::function<Text()>& newValue, Get get) {
+    newValue = [e = hold(e), get] { return text(get(*e)); };
+}
+
+}  // namespace
+
+void ChangeFeed::watch(const IC::IgpLspDatabase& db) {
+    db.publisher().observerIs(*this);
+    for (const auto& entry : db.lsp()) {
+        watchEntry(*entry);
+    }
+}
+
+void ChangeFeed::watchEntry(const IC::IgpLsp& entry) {
+    entry.publisher().observerIs(*this);
+    if (entry.node()) {
+        entry.node()->publisher().observerIs(*this);
+    }
+    for (const auto& m : entry.neighbor()) {
+        m.value->publisher().observerIs(*this);
+    }
+    for (const auto& m : entry.prefix()) {
+        m.value->publisher().observerIs(*this);
+    }
+}
+
+void ChangeFeed::begin(const FrameRef& where, unsigned level, const IC::IgpNodeId& node) {
+    context_ = Change{where, level, node, {}, {}, {}, {}, {}, {}};
+    pending_.clear();
+}
+
+void ChangeFeed::end() {
+    // The sink may start another merge; work on a list of our own.
+    std::vector<Pending> done;
+    done.swap(pending_);
+    for (Pending& p : done) {
+        p.change.newValue = p.newValue();
+        if (p.change.oldValue != p.change.newValue) {
+            sink_(p.change);
+        }
+    }
+}
+
+void ChangeFeed::onChange(const Poldo::Notification& n) {
+    Pending p{context_, {}};
+    p.change.attr = std::string(n.attrName());
+    if (const auto* db = n.entity<IC::IgpLspDatabase>()) {
+        onDatabase(*db, n, p);
+    } else if (const auto* entry = n.entity<IC::IgpLsp>()) {
+        onEntry(*entry, n, p);
+    } else if (const auto* node = n.entity<IC::Node>()) {
+        onNode(*node, n, p);
+    } else if (const auto* nbr = n.entity<IC::Neighbor>()) {
+        onNeighbor(*nbr, n, p);
+    } else if (const auto* pfx = n.entity<IC::Prefix>()) {
+        onPrefix(*pfx, n, p);
+    } else {
+        return;  // attribute objects are watched through their owners
+    }
+    pending_.push_back(std::move(p));
+}
+
+void ChangeFeed::onDatabase(const IC::IgpLspDatabase& db, const Poldo::Notification& n, Pending& p) {
+    p.change.entity = "lsdb";
+    const IC::IgpNodeId* key = n.key<IC::IgpNodeId>();
+    if (key == nullptr) {
+        p.newValue = [] { return Text(); };
+        return;
+    }
+    p.change.key = text(*key);
+    p.change.oldValue = oldText<Poldo::Ptr<IC::IgpLsp>>(n);
+    if (const auto entry = db.lsp(*key)) {
+        watchEntry(*entry);
+    }
+    p.newValue = [db = hold(db), id = *key] { return text(db->lsp(id)); };
+}
+
+void ChangeFeed::onEntry(const IC::IgpLsp& entry, const Poldo::Notification& n, Pending& p) {
+    p.change.entity = "lsp";
+    const auto e = hold(entry);
+    switch (n.attr()) {
+        case IC::IgpLsp::Attr::node:
+            p.change.oldValue = oldText<Poldo::Ptr<IC::Node>>(n);
+            if (entry.node()) {
+                entry.node()->publisher().observerIs(*this);
+            }
+            p.newValue = [e] { return text(e->node()); };
+            return;
+        case IC::IgpLsp::Attr::neighbor: {
+            const IC::NeighborKey key = *n.key<IC::NeighborKey>();
+            p.change.key = text(key);
+            p.change.oldValue = oldText<Poldo::Ptr<IC::Neighbor>>(n);
+            if (const auto nbr = entry.neighbor(key)) {
+                nbr->publisher().observerIs(*this);
+            }
+            p.newValue = [e, key] { return text(e->neighbor(key)); };
+            return;
+        }
+        case IC::IgpLsp::Attr::prefix: {
+            const IC::PrefixKey key = *n.key<IC::PrefixKey>();
+            p.change.key = text(key);
+            p.change.oldValue = oldText<Poldo::Ptr<IC::Prefix>>(n);
+            if (const auto pfx = entry.prefix(key)) {
+                pfx->publisher().observerIs(*this);
+            }
+            p.newValue = [e, key] { return text(e->prefix(key)); };
+            return;
+        }
+        default:
+            p.newValue = [] { return Text(); };
+    }
+}
+
+void ChangeFeed::onNode(const IC::Node& node, const Poldo::Notification& n, Pending& p) {
+    using A = IC::Node::Attr;
+    using N = IC::Node;
+    p.change.entity = "node";
+    auto& nv = p.newValue;
+    Text& old = p.change.oldValue;
+    switch (n.attr()) {
+        case A::flags:
+            old = oldText<IC::NodeFlags>(n);
+            return readBack(node, nv, [](const N& x) { return x.flags(); });
+        case A::hostName:
+            old = oldText<Poldo::String>(n);
+            return readBack(node, nv, [](const N& x) { return x.hostName(); });
+        case A::isisAreaIdCol:
+            old = oldText<Poldo::Ptr<IC::IsisAreaIdCol>>(n);
+            return readBack(node, nv, [](const N& x) { return x.isisAreaIdCol(); });
+        case A::ipv4RouterId:
+            old = oldText<Lumo::IpAddr>(n);
+            return readBack(node, nv, [](const N& x) { return x.ipv4RouterId(); });
+        case A::ipv6RouterId:
+            old = oldText<Lumo::Ip6Addr>(n);
+            return readBack(node, nv, [](const N& x) { return x.ipv6RouterId(); });
+        case A::srCapabilities:
+            old = oldText<Poldo::Ptr<IC::SrCapabilities>>(n);
+            return readBack(node, nv, [](const N& x) { return x.srCapabilities(); });
+        case A::srlb:
+            old = oldText<Poldo::Ptr<IC::SrCapabilities>>(n);
+            return readBack(node, nv, [](const N& x) { return x.srlb(); });
+        case A::msdCol:
+            old = oldText<Poldo::Ptr<IC::IgpMsdCol>>(n);
+            return readBack(node, nv, [](const N& x) { return x.msdCol(); });
+        case A::fadCol:
+            old = oldText<Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol>>(n);
+            return readBack(node, nv, [](const N& x) { return x.fadCol(); });
+        case A::mtIdCol:
+            old = oldText<Poldo::Ptr<IC::IgpMultiTopologyIdCol>>(n);
+            return readBack(node, nv, [](const N& x) { return x.mtIdCol(); });
+        default:
+            nv = [] { return Text(); };
+    }
+}
+
+void ChangeFeed::onNeighbor(const IC::Neighbor& nbr, const Poldo::Notification& n, Pending& p) {
+    using A = IC::Neighbor::Attr;
+    using N = IC::Neighbor;
+    p.change.entity = "neighbor";
+    p.change.entityKey = *text(nbr.key());
+    auto& nv = p.newValue;
+    Text& old = p.change.oldValue;
+    const auto e = hold(nbr);
+    switch (n.attr()) {
+        case A::attrsPresent:
+            old = oldText<N::NeighborAttrsPresent>(n);
+            return readBack(nbr, nv, [](const N& x) { return x.attrsPresent(); });
+        case A::adminGroup:
+            old = oldText<std::uint32_t>(n);
+            return readBack(nbr, nv, [](const N& x) { return x.adminGroup(); });
+        case A::maxLinkBw:
+            old = oldText<float>(n);
+            return readBack(nbr, nv, [](const N& x) { return x.maxLinkBw(); });
+        case A::maxReserveLinkBw:
+            old = oldText<float>(n);
+            return readBack(nbr, nv, [](const N& x) { return x.maxReserveLinkBw(); });
+        case A::teDefMetric:
+            old = oldText<std::uint32_t>(n);
+            return readBack(nbr, nv, [](const N& x) { return x.teDefMetric(); });
+        case A::igpMetric:
+            old = oldText<std::uint32_t>(n);
+            return readBack(nbr, nv, [](const N& x) { return x.igpMetric(); });
+        case A::unreservedBw: {
+            const IC::BwIndex i = *n.key<IC::BwIndex>();
+            p.change.key = text(i);
+            old = oldText<float>(n);
+            nv = [e, i] { return text(e->unreservedBw(i)); };
+            return;
+        }
+        case A::extAdminGroup: {
+            const IC::AdminGroupIndex i = *n.key<IC::AdminGroupIndex>();
+            p.change.key = text(i);
+            old = oldText<std::uint32_t>(n);
+            nv = [e, i] {
+                const auto* word = e->extAdminGroup().find(i);
+                return word ? text(word->value) : std::nullopt;
+            };
+            return;
+        }
+        case A::srlgValues: {
+            const std::uint32_t v = *n.key<std::uint32_t>();
+            p.change.key = text(v);
+            old = oldText<std::uint32_t>(n);
+            nv = [e, v] { return e->srlgValuesHas(v) ? text(v) : std::nullopt; };
+            return;
+        }
+        case A::adjSid: {
+            const IC::AdjacencySid sid = *n.key<IC::AdjacencySid>();
+            p.change.key = text(sid);
+            old = oldText<IC::AdjacencySid>(n);
+            nv = [e, sid] { return e->adjSidHas(sid) ? text(sid) : std::nullopt; };
+            return;
+        }
+        case A::lanAdjSid: {
+            const IC::LanAdjacencySid sid = *n.key<IC::LanAdjacencySid>();
+            p.change.key = text(sid);
+            old = oldText<IC::LanAdjacencySid>(n);
+            nv = [e, sid] { return e->lanAdjSidHas(sid) ? text(sid) : std::nullopt; };
+            return;
+        }
+        default:
+            nv = [] { return Text(); };
+    }
+}
+
+void ChangeFeed::onPrefix(const IC::Prefix& pfx, const Poldo::Notification& n, Pending& p) {
+    using A = IC::Prefix::Attr;
+    using P = IC::Prefix;
+    p.change.entity = "prefix";
+    p.change.entityKey = *text(pfx.prefixKey());
+    auto& nv = p.newValue;
+    Text& old = p.change.oldValue;
+    switch (n.attr()) {
+        case A::flags:
+            old = oldText<IC::PrefixFlags>(n);
+            return readBack(pfx, nv, [](const P& x) { return x.flags(); });
+        case A::metric:
+            old = oldText<std::uint32_t>(n);
+            return readBack(pfx, nv, [](const P& x) { return x.metric(); });
+        case A::prefixSid:
+            old = oldText<IC::PrefixSid>(n);
+            return readBack(pfx, nv, [](const P& x) { return x.prefixSid(); });
+        case A::prefixMetric:
+            old = oldText<Poldo::Ptr<IC::IgpFlexAlgoPrefixMetric>>(n);
+            return readBack(pfx, nv, [](const P& x) { return x.prefixMetric(); });
+        case A::hasValidReachability:
+            old = oldText<bool>(n);
+            return readBack(pfx, nv, [](const P& x) { return x.hasValidReachability(); });
+        case A::sidLabelBinding:
+            old = oldText<Poldo::Ptr<IC::SidLabelBinding>>(n);
+            return readBack(pfx, nv, [](const P& x) { return x.sidLabelBinding(); });
+        default:
+            nv = [] { return Text(); };
+    }
+}
+
+}  // namespace IgpLsdb

@@ -1,0 +1,329 @@
+#include "Json.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "Render.h"
+#include "Report.h"
+
+namespace IgpLsdb {
+
+namespace {
+
+Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoEag>& words);
+Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoSrlg>& srlgs);
+
+template <class T>
+concept FlagSet = requires(const T& v) {
+    T::kestFlagNames;
+    { v.value() } -> std::same_as<std::uint8_t>;
+};
+
+// Value types turn into JSON through their reflected attributes: numbers and
+// booleans as such, flag sets as an object of their named flags, value types
+// with attributes (SIDs, ranges) as objects of them, anything else as its
+// canonical text.
+template <class T>
+Json valueJson(const T& v) {
+    if constexpr (std::is_same_v<T, bool> || std::is_arithmetic_v<T>) {
+        return v;
+    } else if constexpr (FlagSet<T>) {
+        Json o = Json::object();
+        unsigned bit = 0;
+        for (const std::string_view name : T::kestFlagNames) {
+            o[std::string(name)] = ((v.value() >> bit++) & 1u) != 0;
+        }
+        return o;
+    } else if constexpr (std::is_same_v<T, Lumo::MplsLabel>) {
+        return v.value();
+    } else if constexpr (std::is_same_v<T, IC::IgpMultiTopologyId>) {
+        return v.value();
+    } else if constexpr (Kest::ValueForm<T>) {
+        Json o = Json::object();
+        std::apply([&](const auto&... attr) { ((o[std::string(attr.name)] = valueJson(attr.get(v))), ...); },
+                   T::kestAttrs());
+        return o;
+    } else {
+        return *text(v);
+    }
+}
+
+Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoEag>& words) {
+    return words ? Json(words->values()) : Json();
+}
+
+Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoSrlg>& srlgs) {
+    if (!srlgs) {
+        return Json();
+    }
+    std::vector<std::uint32_t> v(srlgs->value().begin(), srlgs->value().end());
+    std::sort(v.begin(), v.end());
+    return v;
+}
+
+// The members of a set or list, each through `each`, in ascending order of their JSON.
+template <class Range, class Fn>
+Json sortedArray(const Range& range, Fn&& each) {
+    std::vector<Json> items;
+    for (const auto& member : range) {
+        items.push_back(each(member));
+    }
+    std::sort(items.begin(), items.end());
+    return Json(std::move(items));
+}
+
+template <class Set>
+Json sortedValues(const Set& set) {
+    return sortedArray(set, [](const auto& v) { return valueJson(v); });
+}
+
+// Addresses sort as numbers, not as text: collect them first.
+template <class Set>
+Json sortedAddresses(const Set& set) {
+    using Addr = std::decay_t<decltype(*set.begin())>;
+    std::vector<Addr> v(set.begin(), set.end());
+    std::sort(v.begin(), v.end());
+    Json out = Json::array();
+    for (const Addr& a : v) {
+        out.push_back(*text(a));
+    }
+    return out;
+}
+
+Json optionalText(const Text& t) {
+    return t ? Json(*t) : Json();
+}
+
+Json srBlockJson(const Poldo::Ptr<IC::SrCapabilities>& caps) {
+    if (!caps) {
+        return Json();
+    }
+    Json ranges = Json::array();
+    for (unsigned i = 0; i < caps->numRanges() && i < 8; ++i) {
+        ranges.push_back(valueJson(caps->sidLabelRange(IC::SrSidRangeIndex(static_cast<std::uint8_t>(i)))));
+    }
+    return Json{{"flags", valueJson(caps->srCapFlag())}, {"ranges", std::move(ranges)}};
+}
+
+Json neighborJson(const IC::Neighbor& n) {
+    const IC::NeighborKey& k = n.key();
+    Json bw = Json::array();
+    for (std::uint8_t p = 0; p < 8; ++p) {
+        bw.push_back(n.unreservedBw(IC::BwIndex(p)));
+    }
+    Json extAdminGroup = sortedArray(n.extAdminGroup(), [](const auto& m) {
+        return Json{{"index", m.key.value()}, {"word", m.value}};
+    });
+    return Json{
+        {"neighbor", *text(k.nodeId())},
+        {"mtId", k.mtId().value()},
+        {"localIpv4", sortedAddresses(k.localIpv4Addr())},
+        {"remoteIpv4", sortedAddresses(k.remoteIpv4Addr())},
+        {"localIpv6", sortedAddresses(k.localIpv6Addr())},
+        {"remoteIpv6", sortedAddresses(k.remoteIpv6Addr())},
+        {"igpMetric", n.igpMetric()},
+        {"teDefMetric", n.teDefMetric()},
+        {"attrsPresent", valueJson(n.attrsPresent())},
+        {"adminGroup", n.adminGroup()},
+        {"extAdminGroup", std::move(extAdminGroup)},
+        {"maxLinkBw", n.maxLinkBw()},
+        {"maxReserveLinkBw", n.maxReserveLinkBw()},
+        {"unreservedBw", std::move(bw)},
+        {"srlgs", sortedValues(n.srlgValues())},
+        {"adjSids", sortedValues(n.adjSid())},
+        {"lanAdjSids", sortedValues(n.lanAdjSid())},
+    };
+}
+
+Json prefixJson(const IC::Prefix& p) {
+    Json metrics = Json::array();
+    for (const auto& [algo, metric] : p.prefixMetric()->metric()) {
+        metrics.push_back(Json{{"algorithm", algo}, {"metric", metric}});
+    }
+    Json binding;
+    if (const auto& b = p.sidLabelBinding()) {
+        binding = Json{{"flags", valueJson(b->flags())},
+                       {"range", b->range()},
+                       {"baseLabelSid", valueJson(b->baseLabelSid())},
+                       {"basePrefixSid", valueJson(b->basePrefixSid())},
+                       {"lspFragmentId", b->lspFragmentId()}};
+    }
+    return Json{
+        {"prefix", *text(p.prefixKey().prefix())},
+        {"mtId", p.prefixKey().mtId().value()},
+        {"reachable", p.hasValidReachability()},
+        {"flags", valueJson(p.flags())},
+        {"metric", p.metric()},
+        {"prefixSid", valueJson(p.prefixSid())},
+        {"flexAlgoMetrics", std::move(metrics)},
+        {"binding", std::move(binding)},
+    };
+}
+
+Json malformedJson(const Malformed& m) {
+    return Json{{"capture", m.captureName}, {"captureIndex", m.where.capture},
+                {"frame", m.where.frame},   {"level", m.level},
+                {"reason", m.reason},       {"message", m.message}};
+}
+
+Json malformedList(const Lsdb& lsdb) {
+    Json out = Json::array();
+    for (const Malformed& m : lsdb.malformed()) {
+        out.push_back(malformedJson(m));
+    }
+    return out;
+}
+
+Json counts(const std::map<std::string, std::size_t>& byReason) {
+    Json out = Json::object();
+    for (const auto& [reason, n] : byReason) {
+        out[reason] = n;
+    }
+    return out;
+}
+
+}  // namespace
+
+Json nodeJson(unsigned level, const IC::IgpLsp& entry, std::size_t fragments, const HostNames& names) {
+    const IC::Node& node = *entry.node();
+    Json areas;
+    if (const auto& col = node.isisAreaIdCol()) {
+        areas = Json::array();
+        for (const auto& [area, flag] : col->areaId()) {
+            areas.push_back(*text(area));
+        }
+    }
+    Json msd;
+    if (const auto& col = node.msdCol()) {
+        msd = Json::array();
+        for (std::uint32_t p = col->lowerBound(); p < col->upperBound(); ++p) {
+            msd.push_back(valueJson(col->msd(p)));
+        }
+    }
+    Json fads;
+    if (const auto& col = node.fadCol()) {
+        fads = Json::array();
+        for (const auto& [algo, def] : col->fad()) {
+            fads.push_back(valueJson(def));
+        }
+    }
+    Json topologies;
+    if (const auto& col = node.mtIdCol()) {
+        topologies = sortedValues(col->mtIdValue());
+    }
+    std::vector<Poldo::Ptr<IC::Neighbor>> nbrs;
+    for (const auto& m : entry.neighbor()) {
+        nbrs.push_back(m.value);
+    }
+    std::sort(nbrs.begin(), nbrs.end(), [](const auto& x, const auto& y) { return x->key() < y->key(); });
+    std::vector<Poldo::Ptr<IC::Prefix>> pfxs;
+    for (const auto& m : entry.prefix()) {
+        pfxs.push_back(m.value);
+    }
+    std::sort(pfxs.begin(), pfxs.end(),
+              [](const auto& x, const auto& y) { return x->prefixKey() < y->prefixKey(); });
+    Json neighbors = Json::array();
+    for (const auto& n : nbrs) {
+        neighbors.push_back(neighborJson(*n));
+    }
+    Json prefixes = Json::array();
+    for (const auto& p : pfxs) {
+        prefixes.push_back(prefixJson(*p));
+    }
+    const auto hostName = names.of(entry.nodeId());
+    return Json{
+        {"level", level},
+        {"nodeId", *text(entry.nodeId())},
+        {"pseudonode", entry.nodeId().isPnodeId()},
+        {"hostname", entry.nodeId().isPnodeId() || !hostName ? Json() : Json(printable(*hostName))},
+        {"fragments", fragments},
+        {"flags", valueJson(node.flags())},
+        {"areas", std::move(areas)},
+        {"ipv4RouterId", node.ipv4RouterId().isZero() ? Json() : Json(*text(node.ipv4RouterId()))},
+        {"ipv6RouterId", node.ipv6RouterId().isZero() ? Json() : Json(*text(node.ipv6RouterId()))},
+        {"srgb", srBlockJson(node.srCapabilities())},
+        {"srlb", srBlockJson(node.srlb())},
+        {"msd", std::move(msd)},
+        {"flexAlgoDefinitions", std::move(fads)},
+        {"topologies", std::move(topologies)},
+        {"neighbors", std::move(neighbors)},
+        {"prefixes", std::move(prefixes)},
+    };
+}
+
+Json dumpJson(const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names) {
+    Json levels = Json::array();
+    for (const unsigned level : lsdb.levels()) {
+        auto entries = selectedEntries(*lsdb.keeper(level).database(), filter, names);
+        std::sort(entries.begin(), entries.end(),
+                  [](const auto& x, const auto& y) { return x->nodeId() < y->nodeId(); });
+        Json nodes = Json::array();
+        for (const auto& entry : entries) {
+            nodes.push_back(
+                nodeJson(level, *entry, lsdb.keeper(level).fragmentCount(entry->nodeId()), names));
+        }
+        levels.push_back(Json{{"level", level}, {"nodes", std::move(nodes)}});
+    }
+    return Json{{"kind", "dump"},
+                {"version", jsonVersion},
+                {"levels", std::move(levels)},
+                {"malformed", malformedList(lsdb)}};
+}
+
+Json changeJson(const Change& c, const HostNames& names) {
+    const auto hostName = names.of(c.node);
+    return Json{
+        {"kind", "change"},
+        {"capture", c.where.capture == 0 ? Json() : Json(c.where.capture)},
+        {"frame", c.where.capture == 0 ? Json() : Json(c.where.frame)},
+        {"level", c.level},
+        {"node", *text(c.node)},
+        {"hostname", hostName ? Json(printable(*hostName)) : Json()},
+        {"entity", c.entity},
+        {"entityKey", c.entityKey.empty() ? Json() : Json(c.entityKey)},
+        {"attr", c.attr},
+        {"key", optionalText(c.key)},
+        {"old", optionalText(c.oldValue)},
+        {"new", optionalText(c.newValue)},
+    };
+}
+
+Json statsJson(const Lsdb& lsdb, const std::vector<std::string>& captures, const NodeFilter& filter,
+               const HostNames& names) {
+    Json levels = Json::array();
+    for (const LevelStats& s : levelStats(lsdb, filter, names)) {
+        levels.push_back(Json{
+            {"level", s.level},
+            {"nodes", s.nodes},
+            {"pseudonodes", s.pseudonodes},
+            {"neighbors", s.neighbors},
+            {"prefixes", s.prefixes},
+            {"fragments", s.fragments},
+            {"lspsReceived", s.lsps.received},
+            {"installed", s.lsps.installed},
+            {"purges", s.lsps.purges},
+            {"ignoredAsOld", s.lsps.ignoredAsOld},
+            {"malformed", counts(s.malformed)},
+        });
+    }
+    const FrameCounters& f = lsdb.frameCounters();
+    return Json{
+        {"kind", "stats"},
+        {"version", jsonVersion},
+        {"captures", captures},
+        {"frames", Json{{"read", f.frames},
+                        {"lsps", f.lsps},
+                        {"otherIsis", f.otherIsis},
+                        {"notIsis", f.notIsis},
+                        {"malformed", counts(malformedFrames(lsdb))}}},
+        {"levels", std::move(levels)},
+        {"malformed", malformedList(lsdb)},
+    };
+}
+
+std::string jsonText(const Json& j, bool compact) {
+    // Every string was made printable ASCII, but a wrong octet must not abort an export.
+    return j.dump(compact ? -1 : 2, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace IgpLsdb

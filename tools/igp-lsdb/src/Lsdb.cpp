@@ -1,0 +1,96 @@
+#include "Lsdb.h"
+
+#include <chrono>
+
+#include "IsisDecoder/Decoder.h"
+#include "IsisDecoder/Frame.h"
+
+namespace IgpLsdb {
+
+LspCounters& LspCounters::operator+=(const LspCounters& o) noexcept {
+    received += o.received;
+    installed += o.installed;
+    purges += o.purges;
+    ignoredAsOld += o.ignoredAsOld;
+    return *this;
+}
+
+Lsdb::Lsdb(unsigned level) {
+    for (unsigned l : {1u, 2u}) {
+        if (level == 0 || level == l) {
+            levels_.push_back(l);
+            keepers_[l] =
+                std::make_unique<ID::LspKeeper>(l == 1 ? IC::igpLevelIsisLevel1 : IC::igpLevelIsisLevel2);
+            lspCounters_[l];
+        }
+    }
+}
+
+bool Lsdb::read(Capture& capture, std::size_t index, const ProgressFn& progress) {
+    using Clock = std::chrono::steady_clock;
+    auto nextReport = Clock::now();
+    CapturedFrame frame;
+    while (capture.next(frame)) {
+        ++frames_.frames;
+        if (progress && Clock::now() >= nextReport) {
+            progress(capture, frame.number);
+            nextReport = Clock::now() + std::chrono::milliseconds(200);
+        }
+        const FrameRef where{index, frame.number};
+        const ID::FrameResult r = ID::isisPduOfFrame(capture.linkType(), frame.bytes);
+        switch (r.status) {
+            case ID::FrameResult::Status::isis:
+                break;
+            case ID::FrameResult::Status::notIsis:
+                ++frames_.notIsis;
+                continue;
+            default:
+                malformed_.push_back({where, capture.name(), 0, ID::frameStatusName(r.status),
+                                      std::string("link-layer frame: ") + ID::frameStatusName(r.status)});
+                continue;
+        }
+        if (ID::pduKind(r.pdu) != ID::PduKind::lsp) {
+            ++frames_.otherIsis;
+            continue;
+        }
+        ++frames_.lsps;
+        lsp(where, capture, r.pdu);
+    }
+    return capture.error().empty();
+}
+
+void Lsdb::lsp(const FrameRef& where, const Capture& capture, std::span<const std::uint8_t> pdu) {
+    const unsigned level = ID::lspLevel(pdu);
+    if (!keepers_.contains(level)) {
+        return;
+    }
+    const ID::DecodeResult d = ID::decodeLsp(pdu);
+    if (!d.ok()) {
+        const ID::DecodeError& e = d.error();
+        malformed_.push_back({where, capture.name(), level, ID::reasonName(e.reason), e.message()});
+        return;
+    }
+    const ID::LspHeader& h = d.lsp().header;
+    LspCounters& c = lspCounters_[level][h.nodeId()];
+    ++c.received;
+    if (beforeMerge) {
+        beforeMerge(where, level, h.nodeId());
+    }
+    const ID::LspKeeper::Outcome outcome = keepers_[level]->receive(d.lsp());
+    if (afterMerge) {
+        afterMerge();
+    }
+    switch (outcome) {
+        case ID::LspKeeper::Outcome::installed:
+            ++c.installed;
+            break;
+        case ID::LspKeeper::Outcome::purged:
+            ++c.purges;
+            break;
+        case ID::LspKeeper::Outcome::ignored:
+            ++c.ignoredAsOld;
+            break;
+    }
+}
+
+}  // namespace IgpLsdb

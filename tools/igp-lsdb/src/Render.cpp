@@ -1,0 +1,170 @@
+#include "Render.h"
+
+#include <cstdio>
+#include <sstream>
+
+// GCC 12 follows the flag sets' accessor member pointers (Kest::strep of a
+// flag set) into the one-octet object and reports reads past it that the
+// non-virtual pointers never make.
+#pragma GCC diagnostic ignored "-Warray-bounds"
+
+namespace IgpLsdb {
+
+namespace {
+
+// A dump text on one line: runs of blanks and line breaks become one blank.
+template <class E>
+std::string oneLine(const E& entity) {
+    std::ostringstream os;
+    entity.formatContent(os);
+    std::string out;
+    bool blank = false;
+    for (const char c : os.str()) {
+        if (c == ' ' || c == '\n' || c == '\t') {
+            blank = !out.empty();
+            continue;
+        }
+        if (blank) {
+            out += ' ';
+            blank = false;
+        }
+        out += c;
+    }
+    return printable(out);
+}
+
+template <class Range, class Fn>
+std::string list(const Range& range, Fn&& each) {
+    std::string out = "[";
+    for (const auto& member : range) {
+        out += out.size() > 1 ? ", " : "";
+        out += each(member);
+    }
+    return out + "]";
+}
+
+}  // namespace
+
+std::string printable(std::string_view s, bool keepNewlines) {
+    std::string out;
+    out.reserve(s.size());
+    for (const char c : s) {
+        const auto u = static_cast<unsigned char>(c);
+        if ((u >= 0x20 && u < 0x7f) || (keepNewlines && c == '\n')) {
+            out += c;
+        } else {
+            char esc[5];
+            std::snprintf(esc, sizeof esc, "\\x%02x", u);
+            out += esc;
+        }
+    }
+    return out;
+}
+
+Text text(const IC::IgpNodeId& id) {
+    return std::string(id.toStrep());
+}
+
+Text text(const IC::NeighborKey& key) {
+    return printable(std::string_view(key.toStrep()));
+}
+
+Text text(const IC::PrefixKey& key) {
+    std::string out = *text(key.prefix());
+    if (key.mtId().value() != 0) {
+        out += ";mtId " + std::to_string(key.mtId().value());  // as NeighborKey::toStrep writes it
+    }
+    return out;
+}
+
+Text text(const Poldo::Ptr<IC::IgpLsp>& entry) {
+    if (!entry) {
+        return std::nullopt;
+    }
+    std::string out;
+    if (entry->node() && !entry->node()->hostName().empty()) {
+        out = "hostname=" + printable(std::string_view(entry->node()->hostName())) + ", ";
+    }
+    return out + "neighbors=" + std::to_string(entry->neighbor().size()) +
+           ", prefixes=" + std::to_string(entry->prefix().size());
+}
+
+Text text(const Poldo::Ptr<IC::Node>& node) {
+    return node ? Text(oneLine(*node)) : std::nullopt;
+}
+
+Text text(const Poldo::Ptr<IC::Neighbor>& nbr) {
+    return nbr ? Text(oneLine(*nbr)) : std::nullopt;
+}
+
+Text text(const Poldo::Ptr<IC::Prefix>& pfx) {
+    return pfx ? Text(oneLine(*pfx)) : std::nullopt;
+}
+
+Text text(const Poldo::Ptr<IC::IsisAreaIdCol>& areas) {
+    if (!areas) {
+        return std::nullopt;
+    }
+    return list(areas->areaId(), [](const auto& member) { return *text(member.first); });
+}
+
+Text text(const Poldo::Ptr<IC::SrCapabilities>& caps) {
+    if (!caps) {
+        return std::nullopt;
+    }
+    std::string ranges = "[";
+    for (unsigned i = 0; i < caps->numRanges() && i < 8; ++i) {
+        ranges +=
+            (i ? ", " : "") + *text(caps->sidLabelRange(IC::SrSidRangeIndex(static_cast<std::uint8_t>(i))));
+    }
+    const IC::SrCapabilityFlags flags = caps->srCapFlag();
+    return "{'srCapFlag': " + *text(flags) + ", 'numRanges': " + std::to_string(caps->numRanges()) +
+           ", 'sidLabelRange': " + ranges + "]}";
+}
+
+Text text(const Poldo::Ptr<IC::IgpMsdCol>& msds) {
+    if (!msds) {
+        return std::nullopt;
+    }
+    std::string out = "[";
+    for (std::uint32_t p = msds->lowerBound(); p < msds->upperBound(); ++p) {
+        out += (p != msds->lowerBound() ? ", " : "") + *text(msds->msd(p));
+    }
+    return out + "]";
+}
+
+Text text(const Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol>& fads) {
+    if (!fads) {
+        return std::nullopt;
+    }
+    return list(fads->fad(), [](const auto& member) { return *text(member.second); });
+}
+
+Text text(const Poldo::Ptr<IC::IgpMultiTopologyIdCol>& mts) {
+    return mts ? Text(std::string(mts->toStrep())) : std::nullopt;
+}
+
+Text text(const Poldo::Ptr<IC::IgpFlexAlgoPrefixMetric>& metrics) {
+    if (!metrics) {
+        return std::nullopt;
+    }
+    std::string out = "{";
+    for (const auto& [algo, metric] : metrics->metric()) {
+        out += (out.size() > 1 ? ", " : "") + std::to_string(algo) + ": " + std::to_string(metric);
+    }
+    return out + "}";
+}
+
+Text text(const Poldo::Ptr<IC::SidLabelBinding>& binding) {
+    return binding ? Text(printable(std::string_view(binding->toStrep()))) : std::nullopt;
+}
+
+std::string nodeLabel(const IC::IgpNodeId& id, const std::optional<std::string>& hostName) {
+    std::string out(id.toStrep());
+    if (hostName) {
+        out += " (" + printable(*hostName) + ")";
+    }
+    return out;
+}
+
+}  // namespace IgpLsdb

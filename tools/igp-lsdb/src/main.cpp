@@ -1,0 +1,325 @@
+// igp-lsdb: IS-IS link-state databases from packet captures.
+//
+//   igp-lsdb dump [CAPTURE...]     each level's database (the built-in capture when none is given)
+//   igp-lsdb events CAPTURE...     one line per change while the LSPs are merged
+//   igp-lsdb diff A B              the changes that turn A's databases into B's
+//   igp-lsdb stats CAPTURE...      counts per level, and what was skipped or malformed
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Capture.h"
+#include "Changes.h"
+#include "Diff.h"
+#include "IsisDecoder/Frame.h"
+#include "Json.h"
+#include "Lsdb.h"
+#include "NodeFilter.h"
+#include "Report.h"
+
+namespace {
+
+using namespace IgpLsdb;
+
+constexpr int exitBadInput = 2;
+constexpr const char* seedVariable = "IGPCOMMON_HASH_SEED";
+constexpr const char* fixedSeed = "1";
+
+constexpr const char* seedNote =
+    "Reproducible output: the order of dump lines and of changes follows the library's hash tables,\n"
+    "whose seed the library reads from IGPCOMMON_HASH_SEED when it loads. When that variable is\n"
+    "unset, igp-lsdb sets it to 1 and runs itself again, so the same captures always give the same\n"
+    "output; set the variable to choose another seed, or pass --random-seed to keep a random one.\n"
+    "JSON dumps and statistics are sorted and do not depend on the seed.\n\n"
+    "Exit status: 0 when every capture was read (malformed PDUs are reported on stderr and change\n"
+    "nothing), 2 when a capture is missing, unreadable or not a capture, or the command line is wrong.";
+
+struct Options {
+    std::vector<std::string> captures;
+    bool json = false;
+    unsigned level = 0;
+    std::string node;
+    bool randomSeed = false;
+};
+
+// Keeps the library's seed fixed across runs; see seedNote.
+void fixHashSeed(char** argv) {
+    if (std::getenv(seedVariable) != nullptr) {
+        return;
+    }
+    ::setenv(seedVariable, fixedSeed, 1);
+    ::execv("/proc/self/exe", argv);
+    std::cerr << "igp-lsdb: could not run itself again with " << seedVariable
+              << " set; the hash seed is random\n";
+}
+
+class Run {
+public:
+    explicit Run(Options o)
+        : opt_(std::move(o)), filter_(opt_.node), progress_(::isatty(STDERR_FILENO) == 1) {}
+
+    int dump() {
+        Lsdb lsdb(opt_.level);
+        if (!build(lsdb, opt_.captures, true)) {
+            return exitBadInput;
+        }
+        learnNames(lsdb);
+        if (opt_.json) {
+            std::cout << jsonText(dumpJson(lsdb, filter_, names_), false) << '\n';
+        } else {
+            printDump(std::cout, lsdb, filter_, names_);
+        }
+        return finish({&lsdb});
+    }
+
+    int stats() {
+        Lsdb lsdb(opt_.level);
+        if (!build(lsdb, opt_.captures, false)) {
+            return exitBadInput;
+        }
+        learnNames(lsdb);
+        if (opt_.json) {
+            std::cout << jsonText(statsJson(lsdb, opt_.captures, filter_, names_), false) << '\n';
+        } else {
+            printStats(std::cout, lsdb, filter_, names_);
+        }
+        return finish({&lsdb});
+    }
+
+    int events() {
+        Lsdb* current = nullptr;
+        ChangeFeed feed([&](const Change& c) {
+            // The node's entry carries its host name once it is in the database.
+            if (const auto entry = current->keeper(c.level).database()->lsp(c.node)) {
+                names_.note(*entry);
+            }
+            emit(c, opt_.captures.size() > 1);
+        });
+        Lsdb lsdb(opt_.level);
+        current = &lsdb;
+        for (const unsigned level : lsdb.levels()) {
+            feed.watch(*lsdb.keeper(level).database());
+        }
+        lsdb.beforeMerge = [&](const FrameRef& where, unsigned level, const IC::IgpNodeId& id) {
+            feed.begin(where, level, id);
+        };
+        lsdb.afterMerge = [&] { feed.end(); };
+        if (!build(lsdb, opt_.captures, false)) {
+            return exitBadInput;
+        }
+        return finish({&lsdb});
+    }
+
+    int diff() {
+        ChangeFeed feed([&](const Change& c) { emit(c, false); });
+        Lsdb a(opt_.level);
+        Lsdb b(opt_.level);
+        if (!build(a, {opt_.captures.at(0)}, false) || !build(b, {opt_.captures.at(1)}, false)) {
+            return exitBadInput;
+        }
+        learnNames(a);
+        learnNames(b);
+        for (const unsigned level : a.levels()) {
+            feed.watch(*a.keeper(level).database());
+        }
+        applyDiff(a, b, feed, [&](const IC::IgpNodeId& id) { return wanted(id); });
+        checkDiff(a, b);
+        return finish({&a, &b});
+    }
+
+private:
+    bool wanted(const IC::IgpNodeId& id) {
+        const bool match = filter_.matches(id, names_);
+        matched_ = matched_ || match;
+        return match;
+    }
+
+    void emit(const Change& c, bool severalCaptures) {
+        if (!wanted(c.node)) {
+            return;
+        }
+        if (opt_.json) {
+            std::cout << jsonText(changeJson(c, names_), true) << '\n';
+        } else {
+            std::cout << changeLine(c, severalCaptures, names_) << '\n';
+        }
+    }
+
+    void learnNames(const Lsdb& lsdb) {
+        for (const unsigned level : lsdb.levels()) {
+            names_.noteAll(*lsdb.keeper(level).database());
+        }
+    }
+
+    // Opens every capture before reading any, so that a bad name stops the run
+    // before anything is printed.
+    bool build(Lsdb& lsdb, const std::vector<std::string>& paths, bool builtInWhenNone) {
+        std::vector<std::unique_ptr<Capture>> captures;
+        std::string error;
+        if (paths.empty() && builtInWhenNone) {
+            captures.push_back(Capture::openBuiltIn(error));
+            if (!captures.back()) {
+                return fail(Capture::builtInName, error);
+            }
+        }
+        for (const std::string& path : paths) {
+            captures.push_back(Capture::open(path, error));
+            if (!captures.back()) {
+                return fail(path, error);
+            }
+            if (!Routing::IsisDecoder::linkTypeSupported(captures.back()->linkType())) {
+                return fail(path, "link type " + std::to_string(captures.back()->linkType()) +
+                                      " is not supported (Ethernet, Linux cooked SLL and SLL2 are)");
+            }
+        }
+        for (std::size_t i = 0; i < captures.size(); ++i) {
+            Capture& c = *captures[i];
+            const bool ok = lsdb.read(c, i + 1, progress_ ? ProgressFn(showProgress) : ProgressFn());
+            if (progress_) {
+                std::cerr << "\r\033[K" << std::flush;
+            }
+            if (!ok) {
+                return fail(c.name(), c.error());
+            }
+        }
+        return true;
+    }
+
+    static void showProgress(const Capture& c, unsigned frames) {
+        std::cerr << "\r\033[Kigp-lsdb: reading " << c.name() << ": ";
+        if (const double p = c.progress(); p >= 0) {
+            std::cerr << static_cast<int>(p * 100) << "%, ";
+        }
+        std::cerr << frames << " frames" << std::flush;
+    }
+
+    static bool fail(const std::string& name, const std::string& why) {
+        std::cerr << "igp-lsdb: " << name << ": " << why << '\n';
+        return false;
+    }
+
+    // The library's merges are trusted to turn a into b; say so loudly if a node still differs.
+    void checkDiff(const Lsdb& a, const Lsdb& b) {
+        for (const unsigned level : a.levels()) {
+            for (const auto& entry : selectedEntries(*b.keeper(level).database(), filter_, names_)) {
+                const auto ours = a.keeper(level).database()->lsp(entry->nodeId());
+                if (!ours || nodeJson(level, *ours, 0, names_) != nodeJson(level, *entry, 0, names_)) {
+                    std::cerr << "igp-lsdb: after the changes, level-" << level << " node "
+                              << entry->nodeId().toStrep() << " still differs from the second capture's\n";
+                }
+            }
+        }
+    }
+
+    int finish(std::initializer_list<const Lsdb*> built) {
+        std::cout.flush();
+        for (const Lsdb* lsdb : built) {
+            printMalformed(std::cerr, lsdb->malformed());
+        }
+        if (!filter_.any() && !matched_ && !anyMatch(built)) {
+            std::cerr << "igp-lsdb: no node matches '" << filter_.spec() << "'\n";
+        }
+        return 0;
+    }
+
+    bool anyMatch(std::initializer_list<const Lsdb*> built) {
+        for (const Lsdb* lsdb : built) {
+            for (const unsigned level : lsdb->levels()) {
+                if (!selectedEntries(*lsdb->keeper(level).database(), filter_, names_).empty()) {
+                    return true;
+                }
+                for (const auto& [id, counters] : lsdb->lspCounters(level)) {
+                    if (filter_.matches(id, names_)) {
+                        return true;
+                    }
+                }
+            }
+        }
+        return false;
+    }
+
+    Options opt_;
+    NodeFilter filter_;
+    HostNames names_;
+    bool progress_;
+    bool matched_ = false;
+};
+
+void addCommonOptions(CLI::App& cmd, Options& opt, bool withJson = true) {
+    if (withJson) {
+        cmd.add_flag("--json", opt.json, "Write JSON (see docs/igp-lsdb-json.md)");
+    }
+    cmd.add_option("--level", opt.level, "Only this IS-IS level")->check(CLI::IsMember({1u, 2u}));
+    cmd.add_option("--node", opt.node,
+                   "Only this node: a system ID (0000.0000.0001, with its pseudonodes), a node ID\n"
+                   "(0000.0000.0001.02) or a host name");
+    cmd.add_flag("--random-seed", opt.randomSeed, "Keep the hash seed random (see below)");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app(
+        "IS-IS link-state databases from packet captures (pcap or pcapng; Ethernet with 802.3\n"
+        "LLC and 802.1Q tags, Linux cooked SLL and SLL2).",
+        "igp-lsdb");
+    app.footer(seedNote);
+    app.require_subcommand(1);
+    Options opt;
+
+    auto* dump = app.add_subcommand("dump",
+                                    "Print each level's database, level by level (with no capture:\n"
+                                    "the built-in capture of a six-router lab)");
+    dump->add_option("captures", opt.captures, "Captures, read in order");
+    addCommonOptions(*dump, opt);
+
+    auto* events = app.add_subcommand("events",
+                                      "One line per change while the LSPs are merged:\n"
+                                      "frame, level, node, entity, attribute, key, old value, new value");
+    events->add_option("captures", opt.captures, "Captures, read in order")->required();
+    addCommonOptions(*events, opt);
+
+    auto* diff = app.add_subcommand("diff",
+                                    "The changes that turn the databases of capture A into those of\n"
+                                    "capture B, in the events line format");
+    diff->add_option("captures", opt.captures, "Captures A and B")->required()->expected(2);
+    addCommonOptions(*diff, opt);
+
+    auto* stats = app.add_subcommand("stats",
+                                     "Per level: nodes, pseudonodes, neighbors, prefixes, fragments,\n"
+                                     "purges, LSPs ignored as old, malformed PDUs by reason");
+    stats->add_option("captures", opt.captures, "Captures, read in order")->required();
+    addCommonOptions(*stats, opt);
+
+    for (auto* cmd : {dump, events, diff, stats}) {
+        cmd->footer(seedNote);
+    }
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int rc = app.exit(e);
+        return rc == 0 ? 0 : exitBadInput;
+    }
+    if (!opt.randomSeed) {
+        fixHashSeed(argv);
+    }
+
+    Run run(std::move(opt));
+    if (dump->parsed()) {
+        return run.dump();
+    }
+    if (events->parsed()) {
+        return run.events();
+    }
+    if (diff->parsed()) {
+        return run.diff();
+    }
+    return run.stats();
+}
