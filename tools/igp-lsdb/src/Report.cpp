@@ -132,7 +132,8 @@ void printStats(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, c
         }
         return n;
     });
-    for (const auto& [reason, unused] : reasons) {
+    for (const auto& byReason : reasons) {
+        const std::string& reason = byReason.first;  // clang 14 cannot capture a structured binding
         row("  " + reason, [&reason](const LevelStats& s) {
             const auto it = s.malformed.find(reason);
             return it == s.malformed.end() ? std::size_t{0} : it->second;
