@@ -4,8 +4,9 @@
 //
 // Input: one mode byte, then records of a 2-byte big-endian length and that many bytes. Each record
 // is copied into a buffer of its own exact size, so that a read past its end is a sanitizer report
-// rather than a read of the next record. Mode bit 0 recomputes each PDU's checksum before decoding,
-// so that mutations reach the TLVs instead of dying at the checksum check.
+// rather than a read of the next record. Each PDU's checksum is recomputed before decoding, so that
+// mutations reach the TLVs instead of dying at the checksum check, unless mode bit 0 keeps the
+// checksums as received.
 //
 // Checks: no crash, leak or read outside the buffer; a rejected PDU leaves both databases exactly as
 // they were (their dumps before and after are equal) and leaves no object alive; whatever is in a
@@ -133,7 +134,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const IgpFuzz::Census before = IgpFuzz::Census::now();
     {
-        const bool fixSum = (data[0] & 1) != 0;
+        const bool fixSum = (data[0] & 1) == 0;
         D::LspKeeper l1(IC::igpLevelIsisLevel1);
         D::LspKeeper l2(IC::igpLevelIsisLevel2);
         std::span<const std::uint8_t> rest(data + 1, size - 1);

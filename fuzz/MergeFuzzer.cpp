@@ -71,6 +71,11 @@ const std::array<float, 9> floatPool{0.0f,
                                      std::numeric_limits<float>::denorm_min(),
                                      -1.0f};
 
+// A NaN never equals itself, so every merge that carries one publishes a change.
+bool nanDrawn = false;
+
+float pickFloat(FuzzedDataProvider& in);
+
 IpGenPrefix prefixOf(unsigned i) {
     switch (i % 8) {
         case 0:
@@ -114,6 +119,12 @@ const T& pick(FuzzedDataProvider& in, const std::array<T, N>& pool) {
     return pool[in.ConsumeIntegralInRange<std::size_t>(0, N - 1)];
 }
 
+float pickFloat(FuzzedDataProvider& in) {
+    const float f = pick(in, floatPool);
+    nanDrawn = nanDrawn || std::isnan(f);
+    return f;
+}
+
 NeighborKey neighborKey(FuzzedDataProvider& in) {
     NeighborKey k(pick(in, neighborIds), IgpMultiTopologyId(pick(in, mtPool)));
     const auto sets = in.ConsumeIntegral<std::uint16_t>();
@@ -139,10 +150,10 @@ NeighborKey neighborKey(FuzzedDataProvider& in) {
 void fillNeighbor(FuzzedDataProvider& in, Neighbor& n) {
     n.attrsPresentIs(Neighbor::NeighborAttrsPresent(in.ConsumeIntegral<std::uint8_t>() & 0x7f));
     n.adminGroupIs(in.ConsumeIntegral<std::uint32_t>());
-    n.maxLinkBwIs(pick(in, floatPool));
-    n.maxReserveLinkBwIs(pick(in, floatPool));
+    n.maxLinkBwIs(pickFloat(in));
+    n.maxReserveLinkBwIs(pickFloat(in));
     for (auto mask = in.ConsumeIntegral<std::uint8_t>(); mask != 0; mask &= mask - 1) {
-        n.unreservedBwIs(BwIndex(static_cast<std::uint8_t>(__builtin_ctz(mask))), pick(in, floatPool));
+        n.unreservedBwIs(BwIndex(static_cast<std::uint8_t>(__builtin_ctz(mask))), pickFloat(in));
     }
     for (unsigned e = in.ConsumeIntegralInRange(0u, 3u); e > 0; --e) {
         n.extAdminGroupIs(AdminGroupIndex(in.ConsumeIntegralInRange<std::uint8_t>(0, 63)),
@@ -171,13 +182,22 @@ PrefixSid prefixSid(FuzzedDataProvider& in) {
 }
 
 void fillPrefix(FuzzedDataProvider& in, Prefix& p) {
-    p.hasValidReachabilityIs(in.ConsumeBool());
+    const bool reachable = in.ConsumeBool();
+    p.hasValidReachabilityIs(reachable);
     p.flagsIs(PrefixFlags(in.ConsumeIntegral<std::uint8_t>() & 1));
-    p.metricIs(in.ConsumeIntegral<std::uint32_t>());
-    p.prefixSidIs(prefixSid(in));
-    for (unsigned m = in.ConsumeIntegralInRange(0u, 3u); m > 0; --m) {
-        p.prefixMetric()->metricIs(in.ConsumeIntegralInRange<std::uint8_t>(127, 130),
-                                   in.ConsumeIntegral<std::uint32_t>());
+    if (reachable) {
+        p.metricIs(in.ConsumeIntegral<std::uint32_t>());
+        p.prefixSidIs(prefixSid(in));
+        for (unsigned m = in.ConsumeIntegralInRange(0u, 3u); m > 0; --m) {
+            p.prefixMetric()->metricIs(in.ConsumeIntegralInRange<std::uint8_t>(127, 130),
+                                       in.ConsumeIntegral<std::uint32_t>());
+        }
+    } else {
+        // A producer gives an unreachable prefix no metric, SID or flex-algo metrics (a key drawn
+        // twice may have had them from its first fill).
+        p.metricIs(0);
+        p.prefixSidIs(PrefixSid());
+        p.prefixMetric()->metricDelAll();
     }
     if (in.ConsumeBool()) {
         auto b = sidLabelBindingFactory();
@@ -343,6 +363,7 @@ public:
     NodeMirror& operator=(const NodeMirror&) = delete;
 
     void onChange(const Poldo::Notification& n) override {
+        ++notifications_;
         const NodeState now = NodeState::of(*node_);
         using A = Node::Attr;
         switch (n.attr()) {
@@ -381,10 +402,12 @@ public:
         }
     }
     bool matches() const { return state_ == NodeState::of(*node_); }
+    unsigned notifications() const { return notifications_; }
 
 private:
     Poldo::Ptr<Node> node_;
     NodeState state_;
+    unsigned notifications_ = 0;
 };
 
 // ---- the world --------------------------------------------------------------------------------
@@ -455,25 +478,51 @@ private:
             db_->lspIs(entry);
         }
         const auto recipe = in.ConsumeBytes<std::uint8_t>(in.ConsumeIntegralInRange<std::size_t>(0, 400));
-        mergeInto(*entry, recipe);
-        if (in.ConsumeBool()) {
-            // The same LSP flooded again: every key is held, so every object keeps its identity.
-            mergeInto(*entry, recipe);
+        nanDrawn = false;
+        const auto content = mergeInto(*entry, build(id, recipe));
+        switch (in.ConsumeIntegralInRange(0, 2)) {
+            case 1: {
+                // The same LSP flooded again: every key is held, so every object keeps its identity,
+                // and nothing changes but the bindings, which a merge always replaces.
+                const Watched& w = watched_.at(id);
+                const unsigned heard = w.entry->notifications() - w.entry->bindingNotifications();
+                const unsigned nodeHeard = w.node->notifications();
+                mergeInto(*entry, build(id, recipe));
+                if (!nanDrawn) {
+                    IgpFuzz::check(w.entry->notifications() - w.entry->bindingNotifications() == heard,
+                                   "merging an unchanged LSP again published a change");
+                    IgpFuzz::check(w.node->notifications() == nodeHeard,
+                                   "merging an unchanged LSP again published a node change");
+                }
+                break;
+            }
+            case 2:
+                // The very content merged again: each member merges from itself.
+                mergeInto(*entry, content);
+                break;
+            default:
+                break;
         }
+    }
+
+    static Poldo::Ptr<IsisLspParsedContent> build(const IgpNodeId& id,
+                                                  const std::vector<std::uint8_t>& recipe) {
+        FuzzedDataProvider in(recipe.data(), recipe.size());
+        return parsedContent(in, id);
     }
 
     void replace(FuzzedDataProvider& in, const IgpNodeId& id) {
         watched_.erase(id);
         auto entry = newEntry(id);
-        mergeInto(*entry, in.ConsumeBytes<std::uint8_t>(in.ConsumeIntegralInRange<std::size_t>(0, 400)));
+        mergeInto(*entry,
+                  build(id, in.ConsumeBytes<std::uint8_t>(in.ConsumeIntegralInRange<std::size_t>(0, 400))));
         db_->lspIs(entry);
         IgpFuzz::check(db_->lsp(id) == entry, "lspIs did not replace the entry");
     }
 
-    void mergeInto(IgpLsp& entry, const std::vector<std::uint8_t>& recipe) {
-        FuzzedDataProvider in(recipe.data(), recipe.size());
-        const auto parsed = parsedContent(in, entry.nodeId());
-
+    /// Merges `parsed` into `entry` as an agent does and checks the outcome; returns `parsed`.
+    Poldo::Ptr<IsisLspParsedContent> mergeInto(IgpLsp& entry,
+                                               const Poldo::Ptr<IsisLspParsedContent>& parsed) {
         std::map<NeighborKey, const Neighbor*> neighborsBefore;
         for (auto it = entry.neighbor().begin(); it != entry.neighbor().end(); ++it) {
             neighborsBefore[it->key] = it->value.get();
@@ -513,6 +562,7 @@ private:
         IgpFuzz::check(formatted(*entry.node()) == formatted(*parsed->node()),
                        "the merged node differs from the parsed one",
                        formatted(*entry.node()) + formatted(*parsed->node()));
+        return parsed;
     }
 
     void checkDatabase() {

@@ -28,7 +28,8 @@ using Routing::IgpCommon::detail::SidLabelBindingFlags;
 using Routing::IgpCommon::detail::SidLabelBindingFlagsBitsMask;
 
 // Every type that Kest::strepToValue reads. The seed writer and the fuzzer index this one list,
-// so a type added here gets its seed and its share of the inputs.
+// so a type added here gets its seed and its share of the inputs. IgpNodeId and NeighborKey hold
+// collections and have no reader: asking for one stops the process, as their headers say.
 using Readable =
     std::tuple<bool, std::uint8_t, std::int32_t, std::uint64_t, Lumo::IpAddr, Lumo::Ip6Addr, Lumo::IpGenAddr,
                Lumo::IpGenPrefix, Lumo::MplsLabel, Routing::Isis::SystemId, Routing::Isis::AreaId,

@@ -4,11 +4,13 @@
 Reads classic libpcap files (linktype 1: 802.3 length, LLC FE FE 03, then the IS-IS PDU), keeps the
 LSPs (PDU types 18 and 20, and PDUs whose header is too broken to tell) and writes, in the fuzzer's
 input format (a mode byte, then records of a 2-byte big-endian length and the PDU):
-  - each distinct LSP on its own, mode 0 (checksum as captured);
+  - each distinct LSP on its own;
   - per capture, the first LSPs in capture order as one input (so the keeper sees newer copies,
-    other fragments and purges), mode 0;
-  - a few LSPs with one octet changed, mode 1 (the fuzzer recomputes the checksum), so that the
-    corpus starts with PDUs that pass the checksum and break a TLV.
+    other fragments and purges);
+  - a few LSPs with one octet changed, so that the corpus starts with PDUs that pass the
+    (recomputed) checksum and break a TLV.
+The mode byte is 0 (the fuzzer recomputes every checksum), or with --keep-checksums 1 (the fuzzer
+decodes the checksums as captured: for captures whose defects include bad checksums).
 Files are named after a hash of their contents; --limit bounds the LSPs taken per capture.
 """
 import argparse
@@ -61,6 +63,7 @@ def main():
     ap.add_argument("pcaps", nargs="+")
     ap.add_argument("--limit", type=int, default=40, help="distinct LSPs taken per capture")
     ap.add_argument("--sequence", type=int, default=12, help="LSPs in each capture's sequence input")
+    ap.add_argument("--keep-checksums", action="store_true", help="mode 1: decode checksums as captured")
     args = ap.parse_args()
 
     out = pathlib.Path(args.out)
@@ -73,17 +76,18 @@ def main():
             (out / name).write_bytes(content)
             written.add(name)
 
+    mode = b"\x01" if args.keep_checksums else b"\x00"
     for path in args.pcaps:
         pdus = list(lsp_pdus(path))
         distinct = list(dict.fromkeys(pdus))[: args.limit]
         for pdu in distinct:
-            write(b"\x00" + record(pdu))
-        write(b"\x00" + b"".join(record(p) for p in pdus[: args.sequence]))
+            write(mode + record(pdu))
+        write(mode + b"".join(record(p) for p in pdus[: args.sequence]))
         for i, pdu in enumerate(distinct[:4]):
             changed = bytearray(pdu)
             at = 27 + (7 * i + 1) % max(1, len(pdu) - 27)
             changed[min(at, len(changed) - 1)] ^= 0x40
-            write(b"\x01" + record(bytes(changed)))
+            write(mode + record(bytes(changed)))
     print(f"{len(written)} inputs in {out}")
 
 

@@ -151,8 +151,17 @@ public:
     unsigned unexpected() const { return unexpected_; }
     /// Notifications from objects that are no longer the entry's (nothing should change them).
     unsigned fromDetached() const { return fromDetached_; }
+    /// Notifications heard, and those among them about SID/label bindings (which every merge of a
+    /// prefix that carries one replaces, changed or not).
+    unsigned notifications() const { return notifications_; }
+    unsigned bindingNotifications() const { return bindingNotifications_; }
 
     void onChange(const Poldo::Notification& n) override {
+        ++notifications_;
+        if (n.entity<SidLabelBinding>() != nullptr ||
+            (n.entity<Prefix>() != nullptr && n.attr() == Prefix::Attr::sidLabelBinding)) {
+            ++bindingNotifications_;
+        }
         if (n.entity<IgpLsp>() != nullptr) {
             onEntry(n);
         } else if (const Neighbor* nbr = n.entity<Neighbor>()) {
@@ -348,6 +357,8 @@ private:
     std::vector<Poldo::Ptr<SidLabelBinding>> watchedBindings_;
     unsigned unexpected_ = 0;
     unsigned fromDetached_ = 0;
+    unsigned notifications_ = 0;
+    unsigned bindingNotifications_ = 0;
 };
 
 }  // namespace IgpTest
