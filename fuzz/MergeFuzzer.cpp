@@ -5,7 +5,8 @@
 // object, insert the very object held, or delete them all. After every step:
 //   - every entry sits under its own node id, and a database observer's mirror equals the database;
 //   - a merged entry holds exactly the parsed keys, each member under its own key; members whose key
-//     was there before are the same objects, new ones are the parsed objects themselves;
+//     was there before are the same objects, now with the parsed attributes, new ones are the
+//     parsed objects themselves;
 //   - the entry's node prints like the parsed node;
 //   - observers that rebuild each entry and node from notifications alone equal them.
 // After teardown no tracked object of any type is alive.
@@ -412,6 +413,23 @@ private:
 
 // ---- the world --------------------------------------------------------------------------------
 
+// Bandwidths compare with the ordinary `!=`, so a zero of the other sign is no change and is not
+// written: compare neighbor attributes with both zeros as one.
+std::string attributesOf(const Neighbor& n) {
+    IgpTest::NeighborState s = IgpTest::snap(n);
+    const auto unsign = [](float& f) {
+        if (f == 0.0f) {
+            f = 0.0f;
+        }
+    };
+    unsign(s.maxLinkBw);
+    unsign(s.maxReserveLinkBw);
+    for (float& f : s.unreservedBw) {
+        unsign(f);
+    }
+    return IgpTest::text(s);
+}
+
 std::string formatted(const Node& n) {
     std::ostringstream os;
     n.formatContent(os);
@@ -548,6 +566,10 @@ private:
             const Neighbor* expected = before != neighborsBefore.end() ? before->second : theirs.get();
             IgpFuzz::check(it->value.get() == expected, "a neighbor did not keep its identity",
                            it->key.toStrep());
+            IgpFuzz::check(
+                attributesOf(*it->value) == attributesOf(*theirs),
+                "a kept neighbor did not take the parsed attributes",
+                it->key.toStrep() + ": " + attributesOf(*it->value) + " vs parsed " + attributesOf(*theirs));
         }
         IgpFuzz::check(entry.prefix().size() == parsed->prefix().size(),
                        "the entry's prefixes are not the parsed ones");
@@ -558,6 +580,11 @@ private:
             const auto before = prefixesBefore.find(it->key);
             const Prefix* expected = before != prefixesBefore.end() ? before->second : theirs.get();
             IgpFuzz::check(it->value.get() == expected, "a prefix did not keep its identity");
+            // Flex-algo metrics aside (a reachable prefix keeps those the new one lacks).
+            IgpFuzz::check(IgpTest::text(IgpTest::snap(*it->value)) == IgpTest::text(IgpTest::snap(*theirs)),
+                           "a kept prefix did not take the parsed attributes",
+                           IgpTest::text(IgpTest::snap(*it->value)) + " vs parsed " +
+                               IgpTest::text(IgpTest::snap(*theirs)));
         }
         IgpFuzz::check(formatted(*entry.node()) == formatted(*parsed->node()),
                        "the merged node differs from the parsed one",
