@@ -1,0 +1,151 @@
+// The LSP decoder and the per-level keepers against arbitrary PDUs, as an agent uses them: decode
+// each received PDU and hand what decodes to the keeper of both levels (one takes it, the other
+// must ignore it).
+//
+// Input: one mode byte, then records of a 2-byte big-endian length and that many bytes. Each record
+// is copied into a buffer of its own exact size, so that a read past its end is a sanitizer report
+// rather than a read of the next record. Each PDU's checksum is recomputed before decoding, so that
+// mutations reach the TLVs instead of dying at the checksum check, unless mode bit 0 keeps the
+// checksums as received.
+//
+// Checks: no crash, leak or read outside the buffer; a rejected PDU leaves both databases exactly as
+// they were (their dumps before and after are equal) and leaves no object alive; whatever is in a
+// database sits under its own node id and dumps; after teardown no tracked object is alive.
+//
+// A record is one PDU today. To fuzz link-layer frames, let `pduOf` parse the record as a frame.
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "FuzzSupport.h"
+#include "IgpCommon/IgpLsp.h"
+#include "IsisDecoder/Decoder.h"
+#include "IsisDecoder/LspKeeper.h"
+
+namespace {
+
+namespace IC = Routing::IgpCommon;
+namespace D = Routing::IsisDecoder;
+
+/// The PDU a record carries, or nothing when the record is no PDU at all.
+std::optional<std::span<const std::uint8_t>> pduOf(std::span<const std::uint8_t> record) {
+    return record;
+}
+
+/// Sets the ISO 10589 7.3.11 checksum so that the sum over LSP ID .. PDU length adds up.
+void fixChecksum(std::vector<std::uint8_t>& pdu) {
+    constexpr std::size_t headerLength = 27;
+    if (pdu.size() < headerLength) {
+        return;
+    }
+    const std::size_t declared = (std::size_t{pdu[8]} << 8) | pdu[9];
+    const std::size_t end = std::min(declared, pdu.size());
+    if (end < headerLength) {
+        return;
+    }
+    pdu[24] = pdu[25] = 0;
+    int c0 = 0;
+    int c1 = 0;
+    for (std::size_t i = 12; i < end; ++i) {
+        c0 = (c0 + pdu[i]) % 255;
+        c1 = (c1 + c0) % 255;
+    }
+    const int len = static_cast<int>(end - 12);
+    int x = ((len - 13) * c0 - c1) % 255;
+    if (x <= 0) {
+        x += 255;
+    }
+    int y = (c1 - (len - 12) * c0) % 255;
+    if (y <= 0) {
+        y += 255;
+    }
+    pdu[24] = static_cast<std::uint8_t>(x);
+    pdu[25] = static_cast<std::uint8_t>(y);
+}
+
+std::string dump(const D::LspKeeper& keeper) {
+    auto ctx = Umbo::DumpContext::dumpContextIs();
+    keeper.database()->dumpState(ctx, 0);
+    return ctx->text();
+}
+
+void checkDatabase(const D::LspKeeper& keeper) {
+    const IC::IgpLspDatabase& db = *keeper.database();
+    std::size_t entries = 0;
+    for (auto it = db.lsp().begin(); it != db.lsp().end(); ++it) {
+        const IC::IgpLsp& entry = **it;
+        IgpFuzz::check(db.lsp(entry.nodeId()).get() == &entry, "an entry is not found under its own node id");
+        IgpFuzz::check(entry.node() != nullptr && entry.node()->nodeId() == entry.nodeId(),
+                       "an entry without its own node");
+        ++entries;
+    }
+    IgpFuzz::check(entries == db.lspCount(), "the database counts another number of entries");
+}
+
+void receive(std::span<const std::uint8_t> record, bool fixSum, D::LspKeeper& l1, D::LspKeeper& l2) {
+    const auto pdu = pduOf(record);
+    if (!pdu) {
+        return;
+    }
+    // A buffer of its own exact size: reading past the PDU reads past the allocation.
+    std::vector<std::uint8_t> buf(pdu->begin(), pdu->end());
+    if (fixSum) {
+        fixChecksum(buf);
+    }
+    const std::string before1 = dump(l1);
+    const std::string before2 = dump(l2);
+    const IgpFuzz::Census census = IgpFuzz::Census::now();
+
+    const D::DecodeResult result = D::decodeLsp(buf);
+    if (!result.ok()) {
+        const std::string message = result.error().message();
+        IgpFuzz::check(!message.empty(), "a rejection without a message");
+        IgpFuzz::check(dump(l1) == before1 && dump(l2) == before2, "a rejected PDU changed a database");
+        const std::string leftAlive = IgpFuzz::Census::now().differenceFrom(census);
+        IgpFuzz::check(leftAlive.empty(), "a rejected PDU left objects alive", leftAlive);
+        return;
+    }
+    const D::DecodedLsp& lsp = result.lsp();
+    IgpFuzz::check(lsp.header.level == 1 || lsp.header.level == 2, "a decoded LSP of no level");
+    IgpFuzz::check(lsp.content != nullptr, "a decoded LSP without content");
+    IgpFuzz::check(lsp.content->node() != nullptr && lsp.content->node()->nodeId() == lsp.header.nodeId(),
+                   "decoded content without the originator's node");
+    (void)lsp.header.lspIdText();
+
+    D::LspKeeper& mine = lsp.header.level == 1 ? l1 : l2;
+    D::LspKeeper& other = lsp.header.level == 1 ? l2 : l1;
+    const std::string otherBefore = lsp.header.level == 1 ? before2 : before1;
+    IgpFuzz::check(other.receive(lsp) == D::LspKeeper::Outcome::ignored,
+                   "a keeper took the other level's LSP");
+    IgpFuzz::check(dump(other) == otherBefore, "an ignored LSP changed the other level's database");
+    (void)mine.receive(lsp);
+    checkDatabase(mine);
+    (void)dump(mine);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    const IgpFuzz::Census before = IgpFuzz::Census::now();
+    {
+        const bool fixSum = (data[0] & 1) == 0;
+        D::LspKeeper l1(IC::igpLevelIsisLevel1);
+        D::LspKeeper l2(IC::igpLevelIsisLevel2);
+        std::span<const std::uint8_t> rest(data + 1, size - 1);
+        while (rest.size() >= 2) {
+            const std::size_t length =
+                std::min<std::size_t>((std::size_t{rest[0]} << 8) | rest[1], rest.size() - 2);
+            receive(rest.subspan(2, length), fixSum, l1, l2);
+            rest = rest.subspan(2 + length);
+        }
+    }
+    const std::string leftAlive = IgpFuzz::Census::now().differenceFrom(before);
+    IgpFuzz::check(leftAlive.empty(), "objects alive after teardown", leftAlive);
+    return 0;
+}

@@ -1,0 +1,190 @@
+// Every text reader against arbitrary text. The first input byte picks the type, the rest is the
+// text. A reader either returns a value or throws the parse or the range exception; anything else
+// (another exception, a crash, a sanitizer report) is a finding. What reads must print to a text
+// that reads back to the same text (and, for types compared by value, to an equal value), and a
+// read that fails must leave no object alive: a reader that creates entities builds them into the
+// value it returns, never into something the caller keeps.
+//
+// IGPCOMMON_FUZZ_WRITE_SEEDS=DIR writes the seed corpus (one canonical text per type) to DIR and exits.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+#include "FuzzSupport.h"
+#include "IgpCommon/IgpLsp.h"
+
+namespace {
+
+using namespace Routing::IgpCommon;
+using Routing::IgpCommon::detail::NeighborAttrsPresent;
+using Routing::IgpCommon::detail::SidLabelBindingFlags;
+using Routing::IgpCommon::detail::SidLabelBindingFlagsBitsMask;
+
+// Every type that Kest::strepToValue reads. The seed writer and the fuzzer index this one list,
+// so a type added here gets its seed and its share of the inputs. IgpNodeId and NeighborKey hold
+// collections and have no reader: asking for one stops the process, as their headers say.
+using Readable =
+    std::tuple<bool, std::uint8_t, std::int32_t, std::uint64_t, Lumo::IpAddr, Lumo::Ip6Addr, Lumo::IpGenAddr,
+               Lumo::IpGenPrefix, Lumo::MplsLabel, Routing::Isis::SystemId, Routing::Isis::AreaId,
+               IgpMultiTopologyId, IgpLevel, IgpProto, SidLabelBindingFlagsBitsMask, IgpNodeIdIndex,
+               SrSidRangeIndex, AreaIdIndex, BwIndex, AdminGroupIndex, NodeFlags, SrCapabilityFlags,
+               PrefixFlags, SidLabelBindingFlags, NeighborAttrsPresent, SrSid, AdjacencySid, LanAdjacencySid,
+               PrefixSid, LabelSid, SrSidRange, IgpMsd, PrefixKey, Poldo::Ptr<IgpFlexAlgoEag>,
+               Poldo::Ptr<IgpFlexAlgoSrlg>, IgpFlexAlgoDefinition>;
+constexpr std::size_t readableCount = std::tuple_size_v<Readable>;
+
+// Definitions and constraint references compare the identity of entities, which a read never
+// reproduces; for them the printed text is the whole comparison.
+template <class T>
+constexpr bool comparedByValue =
+    !std::is_same_v<T, IgpFlexAlgoDefinition> && !std::is_same_v<T, Poldo::Ptr<IgpFlexAlgoEag>> &&
+    !std::is_same_v<T, Poldo::Ptr<IgpFlexAlgoSrlg>>;
+
+template <class T>
+T read(const std::string& text) {
+    return Kest::strepToValue(text, static_cast<T*>(nullptr));
+}
+
+template <class T>
+std::string print(const T& v) {
+    return Kest::strep(v);
+}
+
+// Enumerations also store through the reader's pointer; a failed read must leave it alone.
+template <class T>
+void checkOutParameterUntouched(const std::string& text) {
+    if constexpr (std::is_enum_v<T>) {
+        T out = static_cast<T>(0x5A5A5A5Au & 0x7F);
+        const T before = out;
+        Kest::CharRange r(text);
+        try {
+            (void)sequenceToValue(r, &out);
+        } catch (const Kest::ParseException&) {
+            IgpFuzz::check(out == before, "a failed enumeration read wrote its out parameter", text);
+        } catch (const Kest::RangeException&) {
+            IgpFuzz::check(out == before, "a failed enumeration read wrote its out parameter", text);
+        }
+    }
+}
+
+template <class T>
+void fuzzReader(const std::string& text) {
+    const IgpFuzz::Census before = IgpFuzz::Census::now();
+    {
+        bool readOk = false;
+        std::string printed;
+        try {
+            const T value = read<T>(text);
+            readOk = true;
+            printed = print(value);
+            // Reading the printed form may not fail: catch nothing here on purpose.
+            const T back = read<T>(printed);
+            IgpFuzz::check(print(back) == printed, "a printed value reads back to another text",
+                           text + " -> " + printed + " -> " + print(back));
+            if constexpr (comparedByValue<T>) {
+                IgpFuzz::check(back == value, "a printed value reads back to an unequal value",
+                               text + " -> " + printed);
+            }
+        } catch (const Kest::ParseException&) {
+            IgpFuzz::check(!readOk, "the printed form does not read", text + " -> " + printed);
+        } catch (const Kest::RangeException&) {
+            IgpFuzz::check(!readOk, "the printed form is out of range", text + " -> " + printed);
+        }
+        checkOutParameterUntouched<T>(text);
+    }
+    const std::string leftAlive = IgpFuzz::Census::now().differenceFrom(before);
+    IgpFuzz::check(leftAlive.empty(), "a read left objects alive", leftAlive);
+}
+
+template <std::size_t I = 0>
+void dispatch(std::size_t index, const std::string& text) {
+    if constexpr (I < readableCount) {
+        if (index == I) {
+            fuzzReader<std::tuple_element_t<I, Readable>>(text);
+        } else {
+            dispatch<I + 1>(index, text);
+        }
+    }
+}
+
+// A value of each type with every attribute set away from its default where that is easy, so
+// that each seed shows the whole shape of its form.
+template <class T>
+T sample() {
+    if constexpr (std::is_same_v<T, bool>) {
+        return true;
+    } else if constexpr (std::is_integral_v<T>) {
+        return static_cast<T>(100);
+    } else if constexpr (std::is_same_v<T, IgpLevel>) {
+        return igpLevelIsisLevel2;
+    } else if constexpr (std::is_same_v<T, IgpProto>) {
+        return igpProtoIsis;
+    } else if constexpr (std::is_same_v<T, SidLabelBindingFlagsBitsMask>) {
+        return detail::floodBitMask;
+    } else if constexpr (std::is_same_v<T, Lumo::IpAddr>) {
+        return Lumo::IpAddr(0x0a010203u);
+    } else if constexpr (std::is_same_v<T, Lumo::Ip6Addr>) {
+        return read<T>("2001:db8::1:0:0:1");
+    } else if constexpr (std::is_same_v<T, Lumo::IpGenAddr>) {
+        return read<T>("fe80::1");
+    } else if constexpr (std::is_same_v<T, Lumo::IpGenPrefix>) {
+        return read<T>("10.1.0.0/16");
+    } else if constexpr (std::is_same_v<T, Lumo::MplsLabel>) {
+        return Lumo::MplsLabel(16001);
+    } else if constexpr (std::is_same_v<T, Routing::Isis::SystemId>) {
+        return Routing::Isis::SystemId({0x19, 0x21, 0x68, 0x00, 0x10, 0x01});
+    } else if constexpr (std::is_same_v<T, Routing::Isis::AreaId>) {
+        return read<T>("49.0001");
+    } else if constexpr (std::is_same_v<T, IgpMultiTopologyId>) {
+        return IgpMultiTopologyId(2);
+    } else if constexpr (std::is_same_v<T, Poldo::Ptr<IgpFlexAlgoEag>>) {
+        return read<T>("[1, 4294967295]");
+    } else if constexpr (std::is_same_v<T, Poldo::Ptr<IgpFlexAlgoSrlg>>) {
+        return read<T>("[7, 9]");
+    } else if constexpr (requires { T::checked(std::uint64_t{T::max}); }) {
+        return T::checked(T::max);
+    } else {
+        return T();
+    }
+}
+
+void writeSeeds(const std::filesystem::path& dir) {
+    std::filesystem::create_directories(dir);
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+        (
+            [&] {
+                const std::string text = print(sample<std::tuple_element_t<I, Readable>>());
+                std::ofstream out(dir / ("type" + std::to_string(I)), std::ios::binary);
+                out.put(static_cast<char>(I));
+                out << text;
+            }(),
+            ...);
+    }
+    (std::make_index_sequence<readableCount>{});
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    if (const char* dir = std::getenv("IGPCOMMON_FUZZ_WRITE_SEEDS")) {
+        writeSeeds(dir);
+        std::exit(0);
+    }
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
+    dispatch(data[0] % readableCount, text);
+    return 0;
+}
