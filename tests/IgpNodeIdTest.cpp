@@ -49,9 +49,10 @@ TEST(IgpNodeIdTest, TextAndNumericFormPutTheSystemIdFirstAndThePseudonodeLast) {
 TEST(IgpNodeIdTest, ByteAccessorsRefuseIndexSevenAndChangeNothing) {
     IgpNodeId id = idOf({1, 2, 3, 4, 5, 6, 7});
     const IgpNodeId before = id;
-    EXPECT_EQ(messageOf<Kest::RangeException>([&] { id.byteIs(IgpNodeIdIndex(7), 9); }), rangeText);
-    EXPECT_EQ(messageOf<Kest::RangeException>([&] { id.byteDel(IgpNodeIdIndex(7)); }), rangeText);
-    EXPECT_EQ(messageOf<Kest::RangeException>([&] { (void)id.byte(IgpNodeIdIndex(7)); }), rangeText);
+    const IgpNodeIdIndex past(IgpNodeId::byteCount());
+    EXPECT_EQ(messageOf<Kest::RangeException>([&] { id.byteIs(past, 9); }), rangeText);
+    EXPECT_EQ(messageOf<Kest::RangeException>([&] { id.byteDel(past); }), rangeText);
+    EXPECT_EQ(messageOf<Kest::RangeException>([&] { (void)id.byte(past); }), rangeText);
     EXPECT_EQ(id, before);
     EXPECT_FALSE(IgpNodeId::byteHas(IgpNodeIdIndex(7)));
     EXPECT_TRUE(IgpNodeId::byteHas(IgpNodeIdIndex(6)));
@@ -99,6 +100,7 @@ TEST(IgpNodeIdTest, OrderAgreesWithToU64OverManyRandomIds) {
     std::sort(byU64.begin(), byU64.end(),
               [](const IgpNodeId& x, const IgpNodeId& y) { return x.toU64() < y.toU64(); });
     EXPECT_TRUE(byOrder == byU64);
+    EXPECT_EQ(ids[0] <=> ids[0], std::strong_ordering::equal);  // the same object
 }
 
 TEST(IgpNodeIdTest, HashMixesOnlyTheNonZeroBytes) {

@@ -186,6 +186,7 @@ TEST(IgpMultiTopologyIdCol, APresentIdIsNoChangeTextIsSortedAndCompareIsSetEqual
     ASSERT_EQ(rec.size(), 3u);
     EXPECT_EQ(*rec[1].keyAs<IgpMultiTopologyId>(), IgpMultiTopologyId(0));
     EXPECT_EQ(a->toStrep(), "[0, 2, 7]");
+    EXPECT_EQ(a->mtIdValue().size(), 3u);
 
     auto b = igpMultiTopologyIdColFactory();
     b->mtIdValueIs(IgpMultiTopologyId(7));

@@ -154,6 +154,7 @@ TEST(PublisherTest, InitialStateBuildsNoNotificationAndEndsForGoodAtTheFirstRegi
     Router::typeDataCalls = 0;
     r.publisher().observerDel(rec);  // unknown observer: ignored, still initial
     EXPECT_TRUE(r.publisher().initialState());
+    EXPECT_EQ(r.publisher().observerCount(), 0u);
     r.metricIs(1);
     r.neighborIs(NeighborKey{1, 0}, nullptr);
     EXPECT_EQ(Router::typeDataCalls, 0) << "publishing in the initial state built a notification";
