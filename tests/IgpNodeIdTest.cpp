@@ -49,7 +49,8 @@ TEST(IgpNodeIdTest, TextAndNumericFormPutTheSystemIdFirstAndThePseudonodeLast) {
 TEST(IgpNodeIdTest, ByteAccessorsRefuseIndexSevenAndChangeNothing) {
     IgpNodeId id = idOf({1, 2, 3, 4, 5, 6, 7});
     const IgpNodeId before = id;
-    const IgpNodeIdIndex past(IgpNodeId::byteCount());
+    EXPECT_EQ(IgpNodeId::byteCount(), IgpNodeId::Bytes::size());
+    const IgpNodeIdIndex past(7);
     EXPECT_EQ(messageOf<Kest::RangeException>([&] { id.byteIs(past, 9); }), rangeText);
     EXPECT_EQ(messageOf<Kest::RangeException>([&] { id.byteDel(past); }), rangeText);
     EXPECT_EQ(messageOf<Kest::RangeException>([&] { (void)id.byte(past); }), rangeText);
