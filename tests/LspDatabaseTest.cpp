@@ -6,33 +6,20 @@
 
 #include <algorithm>
 #include <any>
-#include <array>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "IgpCommon/ParsedContent.h"
 #include "IgpCommon/framework/Exceptions.h"
-#include "support/RecordingObserver.h"
+#include "tests/support/Builders.h"
+#include "tests/support/RecordingObserver.h"
 
 namespace {
 
 using namespace Routing::IgpCommon;
-using Lumo::IpAddr;
-
-IgpNodeId nodeId(std::uint8_t last, std::uint8_t pseudonode = 0) {
-    const std::array<std::uint8_t, 7> b{0x19, 0x21, 0x68, 0x00, 0x10, last, pseudonode};
-    return IgpNodeId::fromBytes(b.data());
-}
-
-NeighborKey nbrKey(std::uint8_t node, std::uint32_t localV4) {
-    NeighborKey k(nodeId(node), IgpMultiTopologyId(0));
-    k.localIpv4AddrIs(IpAddr(localV4));
-    return k;
-}
-
-PrefixKey pfxKey(std::uint32_t addr, std::uint8_t len) {
-    return PrefixKey(Lumo::IpGenPrefix(IpAddr(addr), len), IgpMultiTopologyId(0));
-}
+using testsupport::nbrKey;
+using testsupport::nodeId;
 
 // Records the key and, as a raw pointer, the old value: a copied Ptr would hold a count and
 // disturb the use counts the tests look at.
@@ -47,8 +34,7 @@ public:
     }
     std::size_t size() const { return rec_.size(); }
     Poldo::AttrId attr(std::size_t i) const { return rec_[i].attr; }
-    const K* key(std::size_t i) const { return rec_[i].template keyAs<K>(); }
-    bool hasOld(std::size_t i) const { return rec_[i].hasOldValue; }
+    const K& key(std::size_t i) const { return *rec_[i].template keyAs<K>(); }
     const void* old(std::size_t i) const { return std::any_cast<const void*>(rec_[i].extra); }
 
 private:
@@ -61,302 +47,194 @@ Poldo::Ptr<IgpLsp> entryWithNode(const IgpNodeId& id) {
     return e;
 }
 
-// ---- database -----------------------------------------------------------------------------
-
-TEST(IgpLspDatabase, StoringTheStoredEntryAgainPublishesNothingAndKeepsCounts) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    auto e = entryWithNode(nodeId(1));
-    db->lspIs(e);
-    RawRecorder<IgpNodeId, Poldo::Ptr<IgpLsp>> rec(db->publisher());
-    const std::uint32_t before = e->useCount();
-
-    db->lspIs(e);
-
-    EXPECT_EQ(rec.size(), 0u);
-    EXPECT_EQ(e->useCount(), before);
-    EXPECT_EQ(db->lspCount(), 1u);
-}
-
-TEST(IgpLspDatabase, AnotherObjectWithTheSameNodeIdReplacesTheFirstWhichSurvivesUnchanged) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    auto first = entryWithNode(nodeId(1));
-    const Node* firstNode = first->nodeRawPtr();
-    first->neighborIs(nbrKey(2, 0x0a000001), neighborFactory(nbrKey(2, 0x0a000001)));
-    db->lspIs(first);
-    RawRecorder<IgpNodeId, Poldo::Ptr<IgpLsp>> rec(db->publisher());
-    auto second = entryWithNode(nodeId(1));
-
-    db->lspIs(second);
-
-    ASSERT_EQ(rec.size(), 1u);
-    EXPECT_EQ(rec.attr(0), IgpLspDatabase::Attr::lsp);
-    ASSERT_NE(rec.key(0), nullptr);
-    EXPECT_EQ(*rec.key(0), nodeId(1));
-    ASSERT_TRUE(rec.hasOld(0));
-    EXPECT_EQ(rec.old(0), first.get());
-    EXPECT_EQ(db->lsp(nodeId(1)), second);
-    EXPECT_EQ(db->lspCount(), 1u);
-    // The database let go of the first; only this test holds it, and it is as it was.
-    EXPECT_EQ(first->useCount(), 1u);
-    EXPECT_EQ(first->nodeRawPtr(), firstNode);
-    EXPECT_EQ(first->neighbor().size(), 1u);
-    EXPECT_NE(first->neighbor(nbrKey(2, 0x0a000001)), nullptr);
-}
-
-TEST(IgpLspDatabase, NullEntryThrowsAndChangesNothing) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel1);
-    auto e = entryWithNode(nodeId(1));
-    db->lspIs(e);
-    RawRecorder<IgpNodeId, Poldo::Ptr<IgpLsp>> rec(db->publisher());
-
-    EXPECT_THROW(db->lspIs(nullptr), Kest::MutatorNullPointerException);
-
-    EXPECT_EQ(rec.size(), 0u);
-    EXPECT_EQ(db->lspCount(), 1u);
-    EXPECT_EQ(db->lsp(nodeId(1)), e);
-    EXPECT_EQ(db->level(), igpLevelIsisLevel1);
-}
-
-TEST(IgpLspDatabase, DeletingAnUnknownNodeReturnsNullAndPublishesNothing) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    db->lspIs(entryWithNode(nodeId(1)));
-    RawRecorder<IgpNodeId, Poldo::Ptr<IgpLsp>> rec(db->publisher());
-
-    EXPECT_EQ(db->lspDel(nodeId(2)), nullptr);
-    EXPECT_EQ(db->lspDel(nodeId(1, 1)), nullptr);
-
-    EXPECT_EQ(rec.size(), 0u);
-    EXPECT_EQ(db->lspCount(), 1u);
-}
-
-TEST(IgpLspDatabase, DeleteHandsBackTheEntryWithTheCollectionsReference) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    auto e = entryWithNode(nodeId(1));
-    IgpLsp* raw = e.get();
-    db->lspIs(e);
-    e.reset();
-    ASSERT_EQ(raw->useCount(), 1u);
-    RawRecorder<IgpNodeId, Poldo::Ptr<IgpLsp>> rec(db->publisher());
-
-    const Poldo::Ptr<IgpLsp> removed = db->lspDel(nodeId(1));
-
-    ASSERT_EQ(removed.get(), raw);
-    EXPECT_EQ(removed->useCount(), 1u);
-    EXPECT_EQ(db->lspCount(), 0u);
-    EXPECT_EQ(db->lsp(nodeId(1)), nullptr);
-    ASSERT_EQ(rec.size(), 1u);
-    EXPECT_EQ(*rec.key(0), nodeId(1));
-    EXPECT_EQ(rec.old(0), raw);
-}
-
-TEST(IgpLspDatabase, PseudonodeByteAloneMakesADifferentKey) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    auto router = entryWithNode(nodeId(1));
-    auto lan = entryWithNode(nodeId(1, 3));
-    db->lspIs(router);
-    db->lspIs(lan);
-
-    EXPECT_EQ(db->lspCount(), 2u);
-    EXPECT_EQ(db->lsp(nodeId(1)), router);
-    EXPECT_EQ(db->lsp(nodeId(1, 3)), lan);
-    EXPECT_EQ(db->lspDel(nodeId(1, 3)), lan);
-    EXPECT_EQ(db->lsp(nodeId(1)), router);
-}
-
-TEST(IgpLspDatabase, DeleteAllPublishesOneRemovalPerEntryWhenObserved) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    std::vector<Poldo::Ptr<IgpLsp>> held;
-    for (std::uint8_t i = 1; i <= 5; ++i) {
-        held.push_back(entryWithNode(nodeId(i)));
-        db->lspIs(held.back());
-    }
-    RawRecorder<IgpNodeId, Poldo::Ptr<IgpLsp>> rec(db->publisher());
-
-    db->lspDelAll();
-
-    EXPECT_EQ(db->lspCount(), 0u);
-    ASSERT_EQ(rec.size(), held.size());
-    std::vector<bool> seen(held.size(), false);
-    for (std::size_t i = 0; i < rec.size(); ++i) {
-        EXPECT_EQ(rec.attr(i), IgpLspDatabase::Attr::lsp);
-        ASSERT_NE(rec.key(i), nullptr);
-        const std::size_t at = rec.key(i)->byte(Routing::IgpCommon::IgpNodeIdIndex(5)) - 1u;
-        ASSERT_LT(at, held.size());
-        EXPECT_FALSE(seen[at]) << "entry " << at << " removed twice";
-        seen[at] = true;
-        EXPECT_EQ(rec.old(i), held[at].get());
-    }
-    for (const auto& e : held) {
-        EXPECT_EQ(e->useCount(), 1u);
-    }
-}
-
-TEST(IgpLspDatabase, DeleteAllEmptiesTheDatabaseWhetherOrNotItWasEverObserved) {
-    for (const bool observedOnce : {false, true}) {
-        SCOPED_TRACE(observedOnce ? "observed once, then not" : "never observed");
-        auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-        std::vector<Poldo::Ptr<IgpLsp>> held;
-        for (std::uint8_t i = 1; i <= 4; ++i) {
-            held.push_back(entryWithNode(nodeId(i)));
-            db->lspIs(held.back());
-        }
-        if (observedOnce) {
-            IgpTest::RecordingObserver<> gone(db->publisher());
-        }
-        EXPECT_EQ(db->publisher().initialState(), !observedOnce);
-
-        db->lspDelAll();
-
-        EXPECT_EQ(db->lspCount(), 0u);
-        for (const auto& e : held) {
-            EXPECT_EQ(e->useCount(), 1u);
-            EXPECT_EQ(db->lsp(e->nodeId()), nullptr);
-        }
-    }
-}
-
-// ---- entry ---------------------------------------------------------------------------------
-
-TEST(IgpLsp, NodeIsSamePointerIsANoOpAndAnotherPublishesThePrevious) {
-    auto e = igpLspFactory(nodeId(1));
-    auto n1 = nodeFactory(nodeId(1));
-    e->nodeIs(n1);
-    RawRecorder<int, Poldo::Ptr<Node>> rec(e->publisher());
-
-    e->nodeIs(n1);
-    EXPECT_EQ(rec.size(), 0u);
-
-    auto n2 = nodeFactory(nodeId(1));
-    e->nodeIs(n2);
-    ASSERT_EQ(rec.size(), 1u);
-    EXPECT_EQ(rec.attr(0), IgpLsp::Attr::node);
-    EXPECT_EQ(rec.old(0), n1.get());
-    EXPECT_EQ(e->node(), n2);
-    EXPECT_EQ(n1->useCount(), 1u);
-}
-
-// The neighbor and prefix collections share one contract; each test runs it on both.
+// The database's entries and an entry's neighbors and prefixes share one contract.
+struct DatabaseSide {
+    using Container = IgpLspDatabase;
+    using Key = IgpNodeId;
+    using Value = IgpLsp;
+    static constexpr Kest::AttrId attr = IgpLspDatabase::Attr::lsp;
+    static Poldo::Ptr<Container> container() { return igpLspDatabaseFactory(igpLevelIsisLevel2); }
+    static Key key(int i) { return nodeId(static_cast<std::uint8_t>(i)); }
+    static Poldo::Ptr<Value> make(const Key& k) { return entryWithNode(k); }
+    static void put(Container& c, const Key&, const Poldo::Ptr<Value>& v) { c.lspIs(v); }
+    static Poldo::Ptr<Value> get(const Container& c, const Key& k) { return c.lsp(k); }
+    static Poldo::Ptr<Value> del(Container& c, const Key& k) { return c.lspDel(k); }
+    static void delAll(Container& c) { c.lspDelAll(); }
+    static std::uint32_t size(const Container& c) { return c.lspCount(); }
+    static Key keyOf(const Value& v) { return v.nodeId(); }
+    static constexpr bool nullRemoves = false;  // a null entry throws instead
+};
 struct NeighborSide {
+    using Container = IgpLsp;
     using Key = NeighborKey;
     using Value = Neighbor;
     static constexpr Kest::AttrId attr = IgpLsp::Attr::neighbor;
-    static Key key(int i) {
-        return nbrKey(static_cast<std::uint8_t>(i), 0x0a000000u + static_cast<unsigned>(i));
-    }
+    static Poldo::Ptr<Container> container() { return igpLspFactory(nodeId(1)); }
+    static Key key(int i) { return nbrKey(static_cast<std::uint8_t>(i), {"10.0.0.1"}); }
     static Poldo::Ptr<Value> make(const Key& k) { return neighborFactory(k); }
-    static void put(IgpLsp& e, const Key& k, const Poldo::Ptr<Value>& v) { e.neighborIs(k, v); }
-    static Poldo::Ptr<Value> get(const IgpLsp& e, const Key& k) { return e.neighbor(k); }
-    static Poldo::Ptr<Value> del(IgpLsp& e, const Key& k) { return e.neighborDel(k); }
-    static void delAll(IgpLsp& e) { e.neighborDelAll(); }
-    static std::uint32_t size(const IgpLsp& e) { return e.neighbor().size(); }
+    static void put(Container& e, const Key& k, const Poldo::Ptr<Value>& v) { e.neighborIs(k, v); }
+    static Poldo::Ptr<Value> get(const Container& e, const Key& k) { return e.neighbor(k); }
+    static Poldo::Ptr<Value> del(Container& e, const Key& k) { return e.neighborDel(k); }
+    static void delAll(Container& e) { e.neighborDelAll(); }
+    static std::uint32_t size(const Container& e) { return e.neighbor().size(); }
+    static Key keyOf(const Value& v) { return v.key(); }
+    static constexpr bool nullRemoves = true;
 };
 struct PrefixSide {
+    using Container = IgpLsp;
     using Key = PrefixKey;
     using Value = Prefix;
     static constexpr Kest::AttrId attr = IgpLsp::Attr::prefix;
-    static Key key(int i) { return pfxKey(0x0a000000u + (static_cast<unsigned>(i) << 8), 24); }
+    static Poldo::Ptr<Container> container() { return igpLspFactory(nodeId(1)); }
+    static Key key(int i) {
+        return PrefixKey(Lumo::IpGenPrefix(Lumo::IpAddr(0x0a000000u + (i << 8)), 24), {});
+    }
     static Poldo::Ptr<Value> make(const Key& k) { return prefixFactory(k); }
-    static void put(IgpLsp& e, const Key& k, const Poldo::Ptr<Value>& v) { e.prefixIs(k, v); }
-    static Poldo::Ptr<Value> get(const IgpLsp& e, const Key& k) { return e.prefix(k); }
-    static Poldo::Ptr<Value> del(IgpLsp& e, const Key& k) { return e.prefixDel(k); }
-    static void delAll(IgpLsp& e) { e.prefixDelAll(); }
-    static std::uint32_t size(const IgpLsp& e) { return e.prefix().size(); }
+    static void put(Container& e, const Key& k, const Poldo::Ptr<Value>& v) { e.prefixIs(k, v); }
+    static Poldo::Ptr<Value> get(const Container& e, const Key& k) { return e.prefix(k); }
+    static Poldo::Ptr<Value> del(Container& e, const Key& k) { return e.prefixDel(k); }
+    static void delAll(Container& e) { e.prefixDelAll(); }
+    static std::uint32_t size(const Container& e) { return e.prefix().size(); }
+    static Key keyOf(const Value& v) { return v.prefixKey(); }
+    static constexpr bool nullRemoves = true;
 };
 
 template <class Side>
-class IgpLspMembers : public ::testing::Test {};
-using Sides = ::testing::Types<NeighborSide, PrefixSide>;
-TYPED_TEST_SUITE(IgpLspMembers, Sides);
+class KeyedMembers : public ::testing::Test {};
+using Sides = ::testing::Types<DatabaseSide, NeighborSide, PrefixSide>;
+TYPED_TEST_SUITE(KeyedMembers, Sides);
 
-TYPED_TEST(IgpLspMembers, PutSameIsNoOpReplacePublishesPreviousNullRemoves) {
+TYPED_TEST(KeyedMembers, PutTheSameObjectIsNoOpAnotherReplacesAndPublishesThePrevious) {
     using S = TypeParam;
-    auto e = igpLspFactory(nodeId(1));
+    auto c = S::container();
     const auto k = S::key(1);
     auto a = S::make(k);
-    S::put(*e, k, a);
-    RawRecorder<typename S::Key, Poldo::Ptr<typename S::Value>> rec(e->publisher());
-
-    S::put(*e, k, a);
+    S::put(*c, k, a);
+    RawRecorder<typename S::Key, Poldo::Ptr<typename S::Value>> rec(c->publisher());
+    S::put(*c, k, a);
     EXPECT_EQ(rec.size(), 0u);
     EXPECT_EQ(a->useCount(), 2u);
 
     auto b = S::make(k);
-    S::put(*e, k, b);
+    S::put(*c, k, b);
     ASSERT_EQ(rec.size(), 1u);
     EXPECT_EQ(rec.attr(0), S::attr);
-    EXPECT_EQ(*rec.key(0), k);
+    EXPECT_EQ(rec.key(0), k);
     EXPECT_EQ(rec.old(0), a.get());
-    EXPECT_EQ(S::get(*e, k), b);
-    EXPECT_EQ(a->useCount(), 1u);
+    EXPECT_EQ(S::get(*c, k), b);
+    EXPECT_EQ(S::size(*c), 1u);
+    EXPECT_EQ(a->useCount(), 1u) << "the container let go of the previous one";
 
-    S::put(*e, k, nullptr);
-    ASSERT_EQ(rec.size(), 2u);
-    EXPECT_EQ(*rec.key(1), k);
-    EXPECT_EQ(rec.old(1), b.get());
-    EXPECT_EQ(S::size(*e), 0u);
-    EXPECT_EQ(b->useCount(), 1u);
-
-    S::put(*e, S::key(2), nullptr);  // absent and null: nothing at all
-    EXPECT_EQ(rec.size(), 2u);
-    EXPECT_EQ(S::size(*e), 0u);
+    if constexpr (S::nullRemoves) {
+        S::put(*c, k, nullptr);
+        ASSERT_EQ(rec.size(), 2u);
+        EXPECT_EQ(rec.old(1), b.get());
+        EXPECT_EQ(S::size(*c), 0u);
+        S::put(*c, k, nullptr);  // absent and null: nothing at all
+    } else {
+        EXPECT_THROW(S::put(*c, k, nullptr), Kest::MutatorNullPointerException);
+        EXPECT_EQ(S::get(*c, k), b);
+    }
+    EXPECT_EQ(rec.size(), S::nullRemoves ? 2u : 1u);
+    EXPECT_EQ(b->useCount(), S::nullRemoves ? 1u : 2u);
 }
 
-TYPED_TEST(IgpLspMembers, DeleteHandsBackTheMemberAndUnknownKeyGivesNull) {
+TYPED_TEST(KeyedMembers, DeleteHandsBackTheMemberWithTheContainersReferenceAndUnknownKeysGiveNull) {
     using S = TypeParam;
-    auto e = igpLspFactory(nodeId(1));
+    auto c = S::container();
     const auto k = S::key(1);
-    S::put(*e, k, S::make(k));
-    const auto* raw = S::get(*e, k).get();
-    RawRecorder<typename S::Key, Poldo::Ptr<typename S::Value>> rec(e->publisher());
-
-    EXPECT_EQ(S::del(*e, S::key(2)), nullptr);
+    S::put(*c, k, S::make(k));
+    const auto* raw = S::get(*c, k).get();
+    RawRecorder<typename S::Key, Poldo::Ptr<typename S::Value>> rec(c->publisher());
+    EXPECT_EQ(S::del(*c, S::key(2)), nullptr);
     EXPECT_EQ(rec.size(), 0u);
 
-    const auto removed = S::del(*e, k);
+    const auto removed = S::del(*c, k);
     ASSERT_EQ(removed.get(), raw);
     EXPECT_EQ(removed->useCount(), 1u);
-    EXPECT_EQ(S::size(*e), 0u);
+    EXPECT_EQ(S::size(*c), 0u);
+    EXPECT_EQ(S::get(*c, k), nullptr);
     ASSERT_EQ(rec.size(), 1u);
-    EXPECT_EQ(*rec.key(0), k);
+    EXPECT_EQ(rec.key(0), k);
     EXPECT_EQ(rec.old(0), raw);
 }
 
-TYPED_TEST(IgpLspMembers, DeleteAllPublishesOneRemovalEachWhenObservedAndEmptiesEitherWay) {
+TYPED_TEST(KeyedMembers, DeleteAllPublishesOneRemovalEachWhenObservedAndEmptiesEitherWay) {
     using S = TypeParam;
-    for (const bool observed : {false, true}) {
-        SCOPED_TRACE(observed ? "observed" : "never observed");
-        auto e = igpLspFactory(nodeId(1));
+    for (const int observers : {0, 1, 2}) {  // 1: registered once and gone again
+        SCOPED_TRACE(observers);
+        auto c = S::container();
         std::vector<Poldo::Ptr<typename S::Value>> held;
         for (int i = 1; i <= 6; ++i) {
             held.push_back(S::make(S::key(i)));
-            S::put(*e, S::key(i), held.back());
+            S::put(*c, S::key(i), held.back());
         }
-        IgpTest::RecordingObserver<typename S::Key> rec;
-        if (observed) {
-            rec.attach(e->publisher());
+        RawRecorder<typename S::Key, Poldo::Ptr<typename S::Value>>* rec = nullptr;
+        std::optional<RawRecorder<typename S::Key, Poldo::Ptr<typename S::Value>>> recorder;
+        if (observers > 0) {
+            rec = &recorder.emplace(c->publisher());
         }
+        if (observers == 1) {
+            recorder.reset();
+            rec = nullptr;
+        }
+        EXPECT_EQ(c->publisher().initialState(), observers == 0);
 
-        S::delAll(*e);
+        S::delAll(*c);
 
-        EXPECT_EQ(S::size(*e), 0u);
+        EXPECT_EQ(S::size(*c), 0u);
         for (const auto& v : held) {
             EXPECT_EQ(v->useCount(), 1u);
         }
-        if (observed) {
-            ASSERT_EQ(rec.size(), held.size());
-            std::vector<typename S::Key> keys;
-            for (const auto& r : rec.records()) {
-                EXPECT_EQ(r.attr, S::attr);
-                EXPECT_TRUE(r.hasOldValue);
-                keys.push_back(*r.template keyAs<typename S::Key>());
+        if (rec != nullptr) {
+            ASSERT_EQ(rec->size(), held.size());
+            std::vector<const void*> olds;
+            for (std::size_t i = 0; i < rec->size(); ++i) {
+                EXPECT_EQ(rec->attr(i), S::attr);
+                olds.push_back(rec->old(i));
+                EXPECT_EQ(rec->key(i), S::keyOf(*static_cast<const typename S::Value*>(olds.back())));
             }
-            std::sort(keys.begin(), keys.end());
-            for (int i = 1; i <= 6; ++i) {
-                EXPECT_TRUE(std::binary_search(keys.begin(), keys.end(), S::key(i)))
-                    << "no removal of member " << i;
+            for (const auto& v : held) {
+                EXPECT_EQ(std::count(olds.begin(), olds.end(), v.get()), 1) << "one removal per member";
             }
         }
     }
+}
+
+// ---- what differs between the database and an entry ---------------------------------------
+
+TEST(IgpLspDatabase, AReplacedEntrySurvivesUnchangedAndThePseudonodeByteAloneMakesADifferentKey) {
+    auto db = igpLspDatabaseFactory(igpLevelIsisLevel1);
+    auto first = entryWithNode(nodeId(1));
+    first->neighborIs(nbrKey(2, {"10.0.0.1"}), neighborFactory(nbrKey(2, {"10.0.0.1"})));
+    const Node* firstNode = first->nodeRawPtr();
+    db->lspIs(first);
+    db->lspIs(entryWithNode(nodeId(1)));
+    EXPECT_EQ(first->useCount(), 1u);
+    EXPECT_EQ(first->nodeRawPtr(), firstNode);
+    EXPECT_NE(first->neighbor(nbrKey(2, {"10.0.0.1"})), nullptr);
+    EXPECT_EQ(db->level(), igpLevelIsisLevel1);
+
+    auto lan = entryWithNode(nodeId(1, 3));
+    db->lspIs(lan);
+    EXPECT_EQ(db->lspCount(), 2u);
+    EXPECT_EQ(db->lspDel(nodeId(1, 1)), nullptr);
+    EXPECT_EQ(db->lspDel(nodeId(1, 3)), lan);
+    EXPECT_NE(db->lsp(nodeId(1)), nullptr);
+}
+
+TEST(IgpLsp, TheSameNodeIsNoChangeAnotherPublishesThePrevious) {
+    auto e = igpLspFactory(nodeId(1));
+    auto n1 = nodeFactory(nodeId(1));
+    e->nodeIs(n1);
+    RawRecorder<int, Poldo::Ptr<Node>> rec(e->publisher());
+    e->nodeIs(n1);
+    EXPECT_EQ(rec.size(), 0u);
+    e->nodeIs(nodeFactory(nodeId(1)));
+    ASSERT_EQ(rec.size(), 1u);
+    EXPECT_EQ(rec.attr(0), IgpLsp::Attr::node);
+    EXPECT_EQ(rec.old(0), n1.get());
+    EXPECT_EQ(n1->useCount(), 1u);
 }
 
 // ---- nothing left behind --------------------------------------------------------------------
@@ -382,9 +260,9 @@ TEST(IgpLspDatabaseLifetime, DroppingTheDatabaseAndEveryEntryPointerLeavesNoObje
         for (std::uint8_t n = 1; n <= 3; ++n) {
             auto parsed = isisLspParsedContentFactory();
             parsed->nodeIs(nodeFactory(nodeId(n)));
-            auto nbr = parsed->neighborIs(nbrKey(static_cast<std::uint8_t>(n + 1), 0x0a000001u + n));
-            parsed->parsedSrLgIs(Lumo::IpGenAddr(IpAddr(0x0a000001u + n)))->srlgValueIs(7);
-            auto pfx = parsed->prefixIs(pfxKey(0x0a010000u + n, 32));
+            parsed->neighborIs(nbrKey(static_cast<std::uint8_t>(n + 1), {"10.0.0.1"}));
+            parsed->parsedSrLgIs(Lumo::IpGenAddr(testsupport::v4("10.0.0.1")))->srlgValueIs(7);
+            auto pfx = parsed->prefixIs(PrefixSide::key(n));
             pfx->hasValidReachabilityIs(true);
             pfx->prefixMetric()->metricIs(128, 5);
             pfx->sidLabelBindingIs(sidLabelBindingFactory());

@@ -39,116 +39,72 @@ static_assert(std::is_convertible_v<Ptr<Derived>, Ptr<const Base>>);
 static_assert(std::is_constructible_v<Ptr<Derived>, Derived*>);
 static_assert(std::is_nothrow_move_constructible_v<Ptr<Derived>>);
 
-TEST(PtrTest, MakePtrAdoptsTheCreatorsCountAndTheLastUserDestroysOnce) {
+TEST(PtrTest, CreatorAdoptAndDetachHandOverTheCountAndTheLastUserDestroysOnce) {
     int destroyed = 0;
     {
         Ptr<Derived> p = Poldo::makePtr<Derived>(&destroyed, 7);
-        ASSERT_TRUE(p);
         EXPECT_EQ(p->useCount(), 1u);
-        EXPECT_EQ(p->value, 7);
         {
             Ptr<Derived> q = p;
             EXPECT_EQ(p->useCount(), 2u);
-            EXPECT_EQ(q, p);
         }
         EXPECT_EQ(p->useCount(), 1u);
-        EXPECT_EQ(destroyed, 0);
-    }
-    EXPECT_EQ(destroyed, 1);
-}
-
-TEST(PtrTest, AdoptTakesOverTheCountWhileARawPointerIsRetained) {
-    int destroyed = 0;
-    Derived* raw = new Derived(&destroyed, 1);
-    EXPECT_EQ(raw->useCount(), 1u);
-    {
+        Derived* raw = p.detach();
+        EXPECT_FALSE(p);
+        EXPECT_EQ(raw->useCount(), 1u);
         Ptr<Derived> owner(raw, Poldo::adopt);
         EXPECT_EQ(raw->useCount(), 1u);
-        {
-            Ptr<Derived> again(raw);
-            EXPECT_EQ(raw->useCount(), 2u);
-            EXPECT_EQ(again.get(), raw);
-        }
-        EXPECT_EQ(raw->useCount(), 1u);
+        Ptr<Derived> again(raw);  // a raw pointer retained
+        EXPECT_EQ(raw->useCount(), 2u);
         EXPECT_EQ(destroyed, 0);
     }
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(PtrTest, MovesTransferTheCountWithoutChangingIt) {
-    int destroyed = 0;
-    Ptr<Derived> a = Poldo::makePtr<Derived>(&destroyed, 1);
-    Derived* raw = a.get();
-    Ptr<Derived> b = std::move(a);
-    EXPECT_EQ(a.get(), nullptr);
-    EXPECT_EQ(b.get(), raw);
-    EXPECT_EQ(raw->useCount(), 1u);
-
-    Ptr<Derived> c;
-    c = std::move(b);
-    EXPECT_EQ(b.get(), nullptr);
-    EXPECT_EQ(raw->useCount(), 1u);
-
-    Ptr<Base> base = std::move(c);
-    EXPECT_EQ(c.get(), nullptr);
-    EXPECT_EQ(base.get(), static_cast<Base*>(raw));
-    EXPECT_EQ(raw->useCount(), 1u);
-    EXPECT_EQ(destroyed, 0);
-    base.reset();
-    EXPECT_EQ(destroyed, 1);
-}
-
-TEST(PtrTest, ConversionsToConstAndBaseShareTheObject) {
-    int destroyed = 0;
-    Ptr<Derived> d = Poldo::makePtr<Derived>(&destroyed, 3);
-    Ptr<const Derived> cd = d;
-    Ptr<Base> b = d;
-    Ptr<const Base> cb = b;
-    EXPECT_EQ(d->useCount(), 4u);
-    EXPECT_TRUE(cd == d);
-    EXPECT_TRUE(cb == b);
-    EXPECT_EQ(cd->value, 3);
-    d.reset();
-    b.reset();
-    cd.reset();
-    EXPECT_EQ(destroyed, 0);
-    EXPECT_EQ(cb->useCount(), 1u);
-    cb.reset();
-    EXPECT_EQ(destroyed, 1);
-}
-
-TEST(PtrTest, AssignmentReleasesTheOldObjectAndSelfAssignmentIsHarmless) {
+TEST(PtrTest, MovesConversionsAndAssignmentsKeepTheCountRight) {
     int destroyedA = 0;
     int destroyedB = 0;
     Ptr<Derived> a = Poldo::makePtr<Derived>(&destroyedA, 1);
-    Ptr<Derived> b = Poldo::makePtr<Derived>(&destroyedB, 2);
-    Ptr<Derived> keepB = b;
-    a = b;
-    EXPECT_EQ(destroyedA, 1);
-    EXPECT_EQ(b->useCount(), 3u);
-    const Ptr<Derived>& alias = a;
-    a = alias;
-    EXPECT_EQ(b->useCount(), 3u);
-    Ptr<Derived>& self = a;
-    a = std::move(self);  // self-move must keep the object alive
-    EXPECT_EQ(destroyedB, 0);
-    a = nullptr;
-    b = nullptr;
-    EXPECT_EQ(keepB->useCount(), 1u);
-    keepB = nullptr;
-    EXPECT_EQ(destroyedB, 1);
-}
-
-TEST(PtrTest, DetachHandsTheCountToTheCaller) {
-    int destroyed = 0;
-    Ptr<Derived> a = Poldo::makePtr<Derived>(&destroyed, 1);
-    Derived* raw = a.detach();
-    EXPECT_FALSE(a);
+    Derived* raw = a.get();
+    Ptr<Derived> b = std::move(a);
+    Ptr<Derived> c;
+    c = std::move(b);
+    Ptr<Base> base = std::move(c);
+    EXPECT_TRUE(a.get() == nullptr && b.get() == nullptr && c.get() == nullptr);
+    EXPECT_EQ(base.get(), static_cast<Base*>(raw));
     EXPECT_EQ(raw->useCount(), 1u);
-    EXPECT_EQ(destroyed, 0);
-    Ptr<Derived> back(raw, Poldo::adopt);
-    back.reset();
-    EXPECT_EQ(destroyed, 1);
+
+    Ptr<Derived> d(raw);
+    Ptr<const Derived> cd = d;
+    Ptr<const Base> cb = base;
+    EXPECT_EQ(raw->useCount(), 4u);
+    EXPECT_TRUE(cd == d && cb == base);
+    d.reset();
+    base.reset();
+    cd.reset();
+    EXPECT_EQ(cb->useCount(), 1u);
+    EXPECT_EQ(destroyedA, 0);
+
+    Ptr<Derived> other = Poldo::makePtr<Derived>(&destroyedB, 2);
+    Ptr<Derived> keep = other;
+    Ptr<Derived> x = Poldo::makePtr<Derived>(&destroyedA, 3);
+    x = other;  // releases the old object
+    EXPECT_EQ(destroyedA, 1);
+    EXPECT_EQ(other->useCount(), 3u);
+    const Ptr<Derived>& alias = x;
+    x = alias;
+    EXPECT_EQ(other->useCount(), 3u);
+    Ptr<Derived>& self = x;
+    x = std::move(self);  // self-move must keep the object alive
+    EXPECT_EQ(x, other);
+    EXPECT_EQ(other->useCount(), 3u);
+    x = nullptr;
+    other = nullptr;
+    EXPECT_EQ(keep->useCount(), 1u);
+    keep = nullptr;
+    EXPECT_EQ(destroyedB, 1);
+    cb.reset();
+    EXPECT_EQ(destroyedA, 2);
 }
 
 TEST(PtrTest, RuntimeFlagBitsAreIgnoredByTheCount) {

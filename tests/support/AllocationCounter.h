@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "IgpCommon/platform/Drimm.h"
+
 namespace testsupport {
 
 /// Allocations through any form of global operator new since the process started.
@@ -19,5 +21,12 @@ public:
 private:
     std::uint64_t start_;
 };
+
+/// Objects created so far, over every type's allocation tracker.
+inline std::uint64_t trackedAllocations() {
+    std::uint64_t n = 0;
+    Drimm::AllocTracker::forEach([&n](const Drimm::AllocTracker& t) { n += t.allocations(); });
+    return n;
+}
 
 }  // namespace testsupport
