@@ -76,7 +76,7 @@ public:
     /// Every neighbor: entries with `key` (the neighbor's own) and `value`.
     const NeighborMap& neighbor() const noexcept { return neighbor_; }
     /// Puts or replaces the member of `key`; null removes it. The key must be
-    /// the neighbor's own.
+    /// the neighbor's own (else the process stops with "key == Map::keyOf(value)").
     void neighborIs(const NeighborKey& key, const Poldo::Ptr<Neighbor>& nbr);
     /// Removes and returns the member of `key` (null when absent).
     Poldo::Ptr<Neighbor> neighborDel(const NeighborKey& key);

@@ -321,6 +321,16 @@ TYPED_TEST(IgpLspMembers, DeleteHandsBackTheMemberAndUnknownKeyGivesNull) {
     EXPECT_EQ(rec.old(0), raw);
 }
 
+template <class Side>
+class IgpLspMembersDeathTest : public ::testing::Test {};
+TYPED_TEST_SUITE(IgpLspMembersDeathTest, Sides);
+
+TYPED_TEST(IgpLspMembersDeathTest, PuttingAMemberUnderAnotherKeyAborts) {
+    using S = TypeParam;
+    auto e = igpLspFactory(nodeId(1));
+    EXPECT_DEATH(S::put(*e, S::key(1), S::make(S::key(2))), "key == Map::keyOf\\(value\\)");
+}
+
 TYPED_TEST(IgpLspMembers, DeleteAllPublishesOneRemovalEachWhenObservedAndEmptiesEitherWay) {
     using S = TypeParam;
     for (const bool observed : {false, true}) {
