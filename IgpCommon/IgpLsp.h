@@ -16,6 +16,7 @@
 #include "IgpCommon/framework/DenseBoolSet.h"
 #include "IgpCommon/framework/Entity.h"
 #include "IgpCommon/framework/Exceptions.h"
+#include "IgpCommon/framework/FlatMap.h"
 #include "IgpCommon/framework/Hash.h"
 #include "IgpCommon/framework/HashMap2018.h"
 #include "IgpCommon/framework/Ptr.h"

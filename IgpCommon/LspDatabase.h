@@ -58,9 +58,9 @@ public:
             updatePrefixes,
         };
     };
-    // Members keep their own copy of the key beside the pointer.
-    using NeighborMap = Kest::HashMap<NeighborKey, Poldo::Ptr<Neighbor>, 0xFA6B2D10>;
-    using PrefixMap = Kest::HashMap<PrefixKey, Poldo::Ptr<Prefix>, 0xF9668554>;
+    // Keyed by the members' own keys: an entry stores one pointer per member.
+    using NeighborMap = Kest::EntityMap<Poldo::Ptr<Neighbor>, NeighborKey, detail::NeighborKeyOf, 0xFA6B2D10>;
+    using PrefixMap = Kest::EntityMap<Poldo::Ptr<Prefix>, PrefixKey, detail::PrefixKeyOf, 0xF9668554>;
 
     /// An entry with that node identifier, no node and no members.
     static Poldo::Ptr<IgpLsp> IgpLspIs(const IgpNodeId& nodeId);
@@ -73,10 +73,10 @@ public:
 
     /// The neighbor with that key, or null.
     Poldo::Ptr<Neighbor> neighbor(const NeighborKey& key) const;
-    /// Every neighbor: HashMapEntry members with `key` and `value`.
+    /// Every neighbor: entries with `key` (the neighbor's own) and `value`.
     const NeighborMap& neighbor() const noexcept { return neighbor_; }
     /// Puts or replaces the member of `key`; null removes it. The key must be
-    /// the neighbor's own.
+    /// the neighbor's own (else the process stops with "key == Map::keyOf(value)").
     void neighborIs(const NeighborKey& key, const Poldo::Ptr<Neighbor>& nbr);
     /// Removes and returns the member of `key` (null when absent).
     Poldo::Ptr<Neighbor> neighborDel(const NeighborKey& key);

@@ -31,7 +31,7 @@ struct AdminGroupIndex : Kest::BoundedIndex<AdminGroupIndex, 0, 63> {
     using BoundedIndex::BoundedIndex;
 };
 
-class Neighbor final : public Kest::ObservedEntity<Neighbor>, public Drimm::HeapAllocated<Neighbor> {
+class Neighbor final : public Kest::ObservedEntity<Neighbor>, public Drimm::SlabAllocated<Neighbor> {
 public:
     using NeighborAttrsPresent = detail::NeighborAttrsPresent;
     struct Attr {
@@ -53,9 +53,12 @@ public:
     };
     using UnreservedBwArray = Kest::Array<float, BwIndex, 8>;
     using ExtAdminGroupMap = Kest::HashMap<AdminGroupIndex, std::uint32_t, 0x7D2E74F6>;
+    // Inline room where links usually have members: up to two SRLGs and two
+    // adjacency SIDs (one protected, one not). LAN adjacency SIDs appear on
+    // LAN links only, so they take no room inline.
     using SrlgValueSet = Kest::HashSet<std::uint32_t, 0x78085E43, 2>;
     using AdjSidSet = Kest::HashSet<AdjacencySid, 0xDDAD3AD3, 2>;
-    using LanAdjSidSet = Kest::HashSet<LanAdjacencySid, 0x6F5620EA, 1>;
+    using LanAdjSidSet = Kest::HashSet<LanAdjacencySid, 0x6F5620EA, 0>;
 
     static Poldo::Ptr<Neighbor> NeighborIs(const NeighborKey& key);
 
@@ -133,20 +136,28 @@ public:
 private:
     explicit Neighbor(const NeighborKey& key) : key_(key) {}
 
+    // Ordered for size: the first field fills the base's last four bytes.
+    std::uint32_t igpMetric_ = 0;
     const NeighborKey key_;
     NeighborAttrsPresent attrsPresent_;
     std::uint32_t adminGroup_ = 0;
     float maxLinkBw_ = 0.0f;
     float maxReserveLinkBw_ = 0.0f;
+    std::uint32_t teDefMetric_ = 0;
     UnreservedBwArray unreservedBw_;
     ExtAdminGroupMap extAdminGroup_;
-    std::uint32_t teDefMetric_ = 0;
-    std::uint32_t igpMetric_ = 0;
     SrlgValueSet srlgValues_;
     AdjSidSet adjSid_;
     LanAdjSidSet lanAdjSid_;
 };
 
 Poldo::Ptr<Neighbor> neighborFactory(const NeighborKey& key);
+
+namespace detail {
+/// Reads a neighbor's key: the collections of neighbors are keyed by it.
+struct NeighborKeyOf {
+    const NeighborKey& operator()(const Poldo::Ptr<Neighbor>& n) const noexcept { return n->key(); }
+};
+}  // namespace detail
 
 }  // namespace Routing::IgpCommon

@@ -14,6 +14,7 @@
 #include "IgpCommon/framework/Array.h"
 #include "IgpCommon/framework/BoundedIndex.h"
 #include "IgpCommon/framework/Entity.h"
+#include "IgpCommon/framework/FlatMap.h"
 #include "IgpCommon/framework/HashMap2018.h"
 #include "IgpCommon/framework/Ptr.h"
 #include "IgpCommon/framework/RbTreeMap.h"
@@ -205,7 +206,9 @@ private:
 class IgpFlexAlgoPrefixMetric final : public Poldo::RefCounted,
                                       public Drimm::SlabAllocated<IgpFlexAlgoPrefixMetric> {
 public:
-    using MetricMap = Kest::RbTreeMap<std::uint8_t, std::uint32_t>;
+    // A prefix has a metric for one algorithm or two at most, usually none:
+    // a sorted array with one in place keeps this object at 24 bytes.
+    using MetricMap = Kest::FlatMap<std::uint8_t, std::uint32_t, 1>;
     using KestMetric = MetricMap::value_type;
 
     static Poldo::Ptr<IgpFlexAlgoPrefixMetric> IgpFlexAlgoPrefixMetricIs();

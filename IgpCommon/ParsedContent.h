@@ -50,12 +50,6 @@ private:
 };
 
 namespace detail {
-struct NeighborKeyOf {
-    const NeighborKey& operator()(const Poldo::Ptr<Neighbor>& n) const noexcept { return n->key(); }
-};
-struct PrefixKeyOf {
-    const PrefixKey& operator()(const Poldo::Ptr<Prefix>& p) const noexcept { return p->prefixKey(); }
-};
 struct LocalAddrOf {
     const Lumo::IpGenAddr& operator()(const Poldo::Ptr<NeighborSrlg>& s) const noexcept {
         return s->localAddr();

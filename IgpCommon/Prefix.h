@@ -79,15 +79,24 @@ public:
 private:
     explicit Prefix(const PrefixKey& key);
 
-    const PrefixKey prefixKey_;
-    PrefixFlags flags_;
+    // Ordered for size: the metric fills the base's last four bytes, and the
+    // flags and reachability the key's last two (it may overlap them).
     std::uint32_t metric_ = 0;
+    [[no_unique_address]] const PrefixKey prefixKey_;
+    PrefixFlags flags_;
+    bool hasValidReachability_ = false;
     PrefixSid prefixSid_;
     Poldo::Ptr<IgpFlexAlgoPrefixMetric> prefixMetric_;
-    bool hasValidReachability_ = false;
     Poldo::Ptr<SidLabelBinding> sidLabelBinding_;
 };
 
 Poldo::Ptr<Prefix> prefixFactory(const PrefixKey& key);
+
+namespace detail {
+/// Reads a prefix's key: the collections of prefixes are keyed by it.
+struct PrefixKeyOf {
+    const PrefixKey& operator()(const Poldo::Ptr<Prefix>& p) const noexcept { return p->prefixKey(); }
+};
+}  // namespace detail
 
 }  // namespace Routing::IgpCommon

@@ -22,7 +22,7 @@ namespace Routing::IgpCommon {
 class SrSid {
 public:
     SrSid() noexcept = default;
-    SrSid(std::uint8_t flags, std::uint32_t value) noexcept : flags_(flags), value_(value) {}
+    SrSid(std::uint8_t flags, std::uint32_t value) noexcept : value_(value), flags_(flags) {}
     explicit SrSid(Kest::CharRange& r);
     virtual ~SrSid() = default;
     SrSid(const SrSid&) = default;
@@ -55,8 +55,10 @@ public:
     virtual const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
 protected:
-    std::uint8_t flags_ = 0;
+    // Value first: the flags and the derived types' one-byte fields then share
+    // the last word, so an adjacency or prefix SID takes 16 bytes with its vptr.
     std::uint32_t value_ = 0;
+    std::uint8_t flags_ = 0;
 };
 
 /// A point-to-point adjacency SID (RFC 8667 2.2.1).

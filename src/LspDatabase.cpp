@@ -20,12 +20,12 @@ Poldo::Ptr<IgpLsp> igpLspFactory(const IgpNodeId& nodeId) {
 }
 
 Poldo::Ptr<Neighbor> IgpLsp::neighbor(const NeighborKey& key) const {
-    const auto* e = neighbor_.find(key);
+    const auto e = neighbor_.find(key);
     return e ? e->value : nullptr;
 }
 
 Poldo::Ptr<Prefix> IgpLsp::prefix(const PrefixKey& key) const {
-    const auto* e = prefix_.find(key);
+    const auto e = prefix_.find(key);
     return e ? e->value : nullptr;
 }
 
@@ -71,6 +71,8 @@ void foldSrlg(const IsisLspParsedContent& parsed, const Lumo::IpGenAddr& addr, N
 void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
     const IsisLspParsedContent& content = *parsed;
     const auto& theirs = content.neighbor();
+    // Sized once for what the entry will hold; a refresh finds it large enough.
+    neighbor_.reserve(theirs.size());
     for (auto it = theirs.begin(); it != theirs.end(); ++it) {
         const Poldo::Ptr<Neighbor>& p = *it;
         const NeighborKey& k = p->key();
@@ -86,7 +88,7 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
             a6 = Lumo::IpGenAddr(*k.localIpv6Addr().uncheckedBegin());
         }
         foldSrlg(content, a6, *p);
-        if (const auto* existing = neighbor_.find(k)) {
+        if (const auto existing = neighbor_.find(k)) {
             existing->value->updateAttr(p);
         } else {
             neighborIs(k, p);
@@ -101,10 +103,11 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
 
 void IgpLsp::updatePrefixes(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
     const auto& theirs = parsed->prefix();
+    prefix_.reserve(theirs.size());
     for (auto it = theirs.begin(); it != theirs.end(); ++it) {
         const Poldo::Ptr<Prefix>& p = *it;
         const PrefixKey& k = p->prefixKey();
-        if (const auto* existing = prefix_.find(k)) {
+        if (const auto existing = prefix_.find(k)) {
             existing->value->updateAttr(p);
         } else {
             prefixIs(k, p);

@@ -102,6 +102,7 @@ struct PrefixSide {
 template <class Side>
 class KeyedMembers : public ::testing::Test {};
 using Sides = ::testing::Types<DatabaseSide, NeighborSide, PrefixSide>;
+using EntrySides = ::testing::Types<NeighborSide, PrefixSide>;
 TYPED_TEST_SUITE(KeyedMembers, Sides);
 
 TYPED_TEST(KeyedMembers, PutTheSameObjectIsNoOpAnotherReplacesAndPublishesThePrevious) {
@@ -157,6 +158,18 @@ TYPED_TEST(KeyedMembers, DeleteHandsBackTheMemberWithTheContainersReferenceAndUn
     ASSERT_EQ(rec.size(), 1u);
     EXPECT_EQ(rec.key(0), k);
     EXPECT_EQ(rec.old(0), raw);
+}
+
+// An entry keeps its members by their own keys, so putting one under another key is a caller's
+// fault that must stop the process rather than file the member where look-ups cannot find it.
+template <class Side>
+class EntryMembersDeathTest : public ::testing::Test {};
+TYPED_TEST_SUITE(EntryMembersDeathTest, EntrySides);
+
+TYPED_TEST(EntryMembersDeathTest, PuttingAMemberUnderAnotherKeyAborts) {
+    using S = TypeParam;
+    auto e = igpLspFactory(nodeId(1));
+    EXPECT_DEATH(S::put(*e, S::key(1), S::make(S::key(2))), "key == Map::keyOf\\(value\\)");
 }
 
 TYPED_TEST(KeyedMembers, DeleteAllPublishesOneRemovalEachWhenObservedAndEmptiesEitherWay) {

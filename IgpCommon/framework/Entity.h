@@ -12,14 +12,24 @@
 
 #include <utility>
 
+#include "IgpCommon/framework/Assert.h"
 #include "IgpCommon/framework/Ptr.h"
 #include "IgpCommon/framework/Publisher.h"
 #include "IgpCommon/framework/TypeData.h"
 
 namespace Kest {
 
+namespace detail {
+/// Holds an entity's publisher ahead of its use count, so that the base ends
+/// in four bytes of padding where the entity's first 4-byte field fits.
+class PublisherHolder {
+protected:
+    mutable Poldo::Publisher publisher_;
+};
+}  // namespace detail
+
 template <class Derived>
-class ObservedEntity : public Poldo::RefCounted {
+class ObservedEntity : private detail::PublisherHolder, public Poldo::RefCounted {
 public:
     /// Observers register here; see Poldo::Publisher.
     Poldo::Publisher& publisher() const noexcept { return publisher_; }
@@ -95,17 +105,22 @@ protected:
         }
     }
 
-    // ---- maps of key copies to entity pointers (HashMapEntry members) ----
+    // ---- maps of entities keyed by their own key (Kest::EntityMap) ----
 
     /// Puts, replaces or (with a null value) removes the member of `key`,
     /// publishing the key and the previous member; storing the member already
-    /// there does nothing. A replaced member is dropped after publication.
+    /// there does nothing. A non-null value must carry `key` as its own key
+    /// (else the process stops with "key == Map::keyOf(value)"). A replaced
+    /// member is dropped after publication.
     template <class Map, class V>
     void entryPut(AttrId id, Map& map, const typename Map::key_type& key, const V& value) {
+        if (value) {
+            KEST_ASSERT_MSG(key == Map::keyOf(value), "key == Map::keyOf(value)");
+        }
         const auto it = map.findIter(key);
         if (it == map.end()) {
             if (value) {
-                map.insert({key, value});
+                map.insert(value);
                 publishMember<typename Map::key_type, V>(id, key, nullptr);
             }
             return;
@@ -114,22 +129,22 @@ protected:
             return;
         }
         if (value) {
-            const V old = map.replace(it, {it->key, value}).value;
+            const V old = map.replace(it, value);
             publishMember(id, key, &old);
         } else {
-            typename Map::member_type removed;
+            V removed;
             map.erase(it, &removed);
-            publishMember(id, removed.key, &removed.value);
+            publishMember(id, Map::keyOf(removed), &removed);
         }
     }
     /// Removes the member of `key` and hands it back (null when absent).
     template <class Map>
-    auto entryTake(AttrId id, Map& map, const typename Map::key_type& key) {
+    typename Map::member_type entryTake(AttrId id, Map& map, const typename Map::key_type& key) {
         typename Map::member_type removed;
         if (map.erase(key, &removed)) {
-            publishMember(id, removed.key, &removed.value);
+            publishMember(id, Map::keyOf(removed), &removed);
         }
-        return std::move(removed.value);
+        return removed;
     }
     /// Removes every member: in one sweep while nobody ever observed this
     /// entity, else one published removal each, dropping each member at once.
@@ -143,9 +158,6 @@ protected:
             entryTake(id, map, it->key);
         }
     }
-
-private:
-    mutable Poldo::Publisher publisher_;
 };
 
 }  // namespace Kest

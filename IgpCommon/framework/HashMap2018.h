@@ -2,9 +2,11 @@
 //
 // One engine serves three shapes of member:
 //   - internal key: the member is an entity pointer that carries its key
-//     (KeyFunktor reads it from the member), e.g. the neighbors of a parsed LSP;
+//     (KeyFunktor reads it from the member), e.g. the neighbors of a parsed
+//     LSP; Kest::EntityMap presents such a map as {key, value} entries, e.g.
+//     the neighbors of a database entry, without storing a key twice;
 //   - external key: the member is a Kest::HashMapEntry holding a key copy
-//     beside the value, e.g. the neighbors of a database entry;
+//     beside the value, e.g. a neighbor's extended admin groups;
 //   - set: the member is the key itself, e.g. the address sets of a key.
 //
 // Contract
@@ -23,20 +25,30 @@
 //
 // Layout and costs
 //   An ordered linear-probing table (Amble and Knuth's ordered hash table):
-//   a member's home slot is given by the top bits of its hash, members sit in
-//   slot order sorted by (hash, key) with no wrap-around, so a slot order walk
-//   is the (hash, key) order whatever the table's size. Look-ups stop at the
-//   first larger hash, so a miss costs about as much as a hit. Insertion shifts
-//   the rest of a run right by one, erasure shifts it back. Up to `InlineN`
-//   members live inside the object itself (all of them "at home" in slot 0, a
-//   plain sorted array), so the small sets that are the norm never allocate.
+//   a member's home slot is its hash's fraction of the bucket count, members
+//   sit in slot order sorted by (hash, key) with no wrap-around, so a slot
+//   order walk is the (hash, key) order whatever the table's size. Look-ups
+//   stop at the first larger hash, so a miss costs about as much as a hit.
+//   Insertion shifts the rest of a run right by one, erasure shifts it back.
+//   The table is one heap block (a 16-byte header, then the slots), sized to
+//   a load of at most 3/4; reserve() sizes it exactly.
+//
+//   The collection object itself is small: up to `InlineN` members (at most
+//   15) in place, sharing the room with the table's address, plus one 32-bit
+//   word for the state (heap or inline, the inline count, the last erasure
+//   and a 22-bit version). Inline members form a plain array in (hash, key)
+//   order; a look-up among them compares keys without hashing. So an IPv4
+//   set with one inline member takes 12 bytes and never allocates.
 #pragma once
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -71,6 +83,8 @@ struct EntryKey {
 
 template <class Member, class Key, class KeyFunktor, std::uint32_t Salt, unsigned InlineN = 0>
 class HashMap2018 {
+    static_assert(InlineN <= 15, "the inline count and an inline erasure are kept in four bits each");
+
     struct Slot {
         std::uint32_t hash;
         bool used;
@@ -79,6 +93,31 @@ class HashMap2018 {
         Member& m() noexcept { return *std::launder(reinterpret_cast<Member*>(raw)); }
         const Member& m() const noexcept { return *std::launder(reinterpret_cast<const Member*>(raw)); }
     };
+    // A heap table: this header, then the slots.
+    struct Block {
+        std::uint32_t buckets;
+        std::uint32_t slotCount;
+        std::uint32_t size;
+        std::uint32_t erasedSlot;
+    };
+    static constexpr std::size_t slotsOffset =
+        (sizeof(Block) + alignof(Slot) - 1) / alignof(Slot) * alignof(Slot);
+    static constexpr std::size_t blockAlign = alignof(Slot) > alignof(Block) ? alignof(Slot) : alignof(Block);
+    static constexpr std::size_t inlineBytes = InlineN * sizeof(Member);
+    static constexpr std::size_t storageBytes = inlineBytes > sizeof(Block*) ? inlineBytes : sizeof(Block*);
+    // Inline storage exists only with InlineN > 0; without it, a collection
+    // that has no heap table is empty.
+    static constexpr bool hasInline = InlineN > 0;
+
+    // state_, from the top: the members are in a heap table; the last change
+    // was an erasure; inline, the erased position and the member count; then
+    // the version.
+    static constexpr std::uint32_t heapBit = 1u << 31;
+    static constexpr std::uint32_t erasedBit = 1u << 30;
+    static constexpr unsigned erasedShift = 26;
+    static constexpr unsigned countShift = 22;
+    static constexpr std::uint32_t fourBits = 0xFu;
+    static constexpr std::uint32_t versionMask = (1u << countShift) - 1;
     static constexpr std::uint32_t npos = ~std::uint32_t{0};
 
 public:
@@ -103,7 +142,7 @@ public:
 
         const Member& operator*() const noexcept {
             KEST_ASSERT_MSG(version_ == hashMap_->version(), "version_ == hashMap_->version()");
-            return hashMap_->slots_[pos_].m();
+            return hashMap_->memberAt(pos_);
         }
         const Member* operator->() const noexcept { return &**this; }
 
@@ -129,7 +168,7 @@ public:
     private:
         friend class HashMap2018;
         iterator(const HashMap2018* m, std::uint32_t pos) noexcept
-            : hashMap_(m), pos_(pos), version_(m->version_) {}
+            : hashMap_(m), pos_(pos), version_(m->version()) {}
 
         const HashMap2018* hashMap_ = nullptr;
         std::uint32_t pos_ = 0;
@@ -141,28 +180,22 @@ public:
     /// hashing): no version check, so the collection must not change meanwhile.
     class Unchecked {
     public:
-        const Member& operator*() const noexcept { return p_->m(); }
-        const Member* operator->() const noexcept { return &p_->m(); }
+        const Member& operator*() const noexcept { return m_->memberAt(pos_); }
+        const Member* operator->() const noexcept { return &m_->memberAt(pos_); }
         Unchecked& operator++() noexcept {
-            do {
-                ++p_;
-            } while (p_ != end_ && !p_->used);
+            pos_ = m_->nextUsed(pos_ + 1);
             return *this;
         }
-        friend bool operator==(const Unchecked& a, const Unchecked& b) noexcept { return a.p_ == b.p_; }
+        friend bool operator==(const Unchecked& a, const Unchecked& b) noexcept { return a.pos_ == b.pos_; }
 
     private:
         friend class HashMap2018;
-        Unchecked(const Slot* p, const Slot* end) noexcept : p_(p), end_(end) {
-            while (p_ != end_ && !p_->used) {
-                ++p_;
-            }
-        }
-        const Slot* p_;
-        const Slot* end_;
+        Unchecked(const HashMap2018* m, std::uint32_t pos) noexcept : m_(m), pos_(pos) {}
+        const HashMap2018* m_;
+        std::uint32_t pos_;
     };
 
-    HashMap2018() noexcept { resetToEmpty(); }
+    HashMap2018() noexcept = default;
     HashMap2018(const HashMap2018& o) { copyFrom(o); }
     HashMap2018(HashMap2018&& o) noexcept { moveFrom(std::move(o)); }
     HashMap2018& operator=(const HashMap2018& o) {
@@ -170,6 +203,7 @@ public:
             HashMap2018 copy(o);
             destroyAll();
             moveFrom(std::move(copy));
+            touch();
         }
         return *this;
     }
@@ -177,46 +211,59 @@ public:
         if (this != &o) {
             destroyAll();
             moveFrom(std::move(o));
+            touch();
         }
         return *this;
     }
     ~HashMap2018() { destroyAll(); }
 
-    std::uint32_t size() const noexcept { return size_; }
-    bool empty() const noexcept { return size_ == 0; }
-    /// Changes with every insertion, removal and replacement.
-    std::uint32_t version() const noexcept { return version_; }
+    std::uint32_t size() const noexcept { return isHeap() ? block()->size : inlineCount(); }
+    bool empty() const noexcept { return size() == 0; }
+    /// Changes with every insertion, removal and replacement (it counts modulo 2^22).
+    std::uint32_t version() const noexcept { return state_ & versionMask; }
 
     iterator begin() const noexcept { return iterator(this, nextUsed(0)); }
-    iterator end() const noexcept { return iterator(this, slotCount_); }
-    Unchecked uncheckedBegin() const noexcept { return Unchecked(slots_, slots_ + slotCount_); }
-    Unchecked uncheckedEnd() const noexcept { return Unchecked(slots_ + slotCount_, slots_ + slotCount_); }
+    iterator end() const noexcept { return iterator(this, endPos()); }
+    Unchecked uncheckedBegin() const noexcept { return Unchecked(this, nextUsed(0)); }
+    Unchecked uncheckedEnd() const noexcept { return Unchecked(this, endPos()); }
 
     /// The member with that key, or null.
     const Member* find(const Key& k) const noexcept {
-        const std::uint32_t i = locate(hashOf(k), k);
-        return i == npos ? nullptr : &slots_[i].m();
+        const std::uint32_t i = findPos(k);
+        return i == npos ? nullptr : &memberAt(i);
     }
-    bool contains(const Key& k) const noexcept { return find(k) != nullptr; }
+    bool contains(const Key& k) const noexcept { return findPos(k) != npos; }
     /// An iterator at the member with that key, or end().
     iterator findIter(const Key& k) const noexcept {
-        const std::uint32_t i = locate(hashOf(k), k);
-        return iterator(this, i == npos ? slotCount_ : i);
+        const std::uint32_t i = findPos(k);
+        return iterator(this, i == npos ? endPos() : i);
     }
 
     /// Inserts `m` unless a member with its key is present. Returns the member
     /// now stored under the key and whether it is the new one.
     std::pair<const Member*, bool> insert(Member m) {
         const Key& k = KeyFunktor()(m);
+        if (!isHeap()) {
+            const std::uint32_t found = inlineFind(k);
+            if (found != npos) {
+                return {inlineAt(found), false};
+            }
+            if constexpr (hasInline) {
+                if (inlineCount() < InlineN) {
+                    return {inlinePlace(hashOf(k), m), true};
+                }
+            }
+            grow();
+        }
         const std::uint32_t h = hashOf(k);
         for (;;) {
             std::uint32_t at = 0;
             const std::uint32_t found = locate(h, k, &at);
             if (found != npos) {
-                return {&slots_[found].m(), false};
+                return {&slots()[found].m(), false};
             }
             if (placeAt(at, h, m)) {
-                return {&slots_[at].m(), true};
+                return {&slots()[at].m(), true};
             }
             grow();
         }
@@ -225,79 +272,204 @@ public:
     /// Replaces the member at `pos` by `m`, which must carry the same key, and
     /// returns the previous member.
     Member replace(iterator pos, Member m) {
-        KEST_ASSERT_MSG(pos.version_ == version_, "version_ == hashMap_->version()");
-        Slot& s = slots_[pos.pos_];
-        const Key& fwkKey = KeyFunktor()(s.m());
+        KEST_ASSERT_MSG(pos.version_ == version(), "version_ == hashMap_->version()");
+        Member& cur = memberAt(pos.pos_);
+        const Key& fwkKey = KeyFunktor()(cur);
         KEST_ASSERT_MSG(fwkKey == KeyFunktor()(m), "fwkKey() == KeyFunktor()( _value )");
-        Member old = std::exchange(s.m(), std::move(m));
-        ++version_;
+        Member old = std::exchange(cur, std::move(m));
+        touch();
         return old;
     }
 
     /// Removes the member with that key; moves it into `removed` when given.
     bool erase(const Key& k, Member* removed = nullptr) {
-        const std::uint32_t i = locate(hashOf(k), k);
+        const std::uint32_t i = findPos(k);
         if (i == npos) {
             return false;
         }
-        eraseSlot(i, removed);
+        eraseAt(i, removed);
         return true;
     }
     /// Removes the member an iterator stands at; the iterator may go on.
     void erase(iterator pos, Member* removed = nullptr) {
-        KEST_ASSERT_MSG(pos.version_ == version_, "version_ == hashMap_->version()");
-        eraseSlot(pos.pos_, removed);
+        KEST_ASSERT_MSG(pos.version_ == version(), "version_ == hashMap_->version()");
+        eraseAt(pos.pos_, removed);
     }
 
     /// Removes every member in one sweep and gives back heap storage.
     void clear() noexcept {
         destroyAll();
-        resetToEmpty();
-        ++version_;
+        touch();
     }
 
     /// Makes room for `n` members without further growth.
     void reserve(std::uint32_t n) {
-        if (n > InlineN && (isInline() || n > maxLoad(bucketBits()))) {
-            std::uint32_t bits = 2;
-            while (maxLoad(bits) < n) {
-                ++bits;
-            }
-            rebuild(bits, minSlack(bits));
+        if (n > InlineN && (!isHeap() || n > maxLoad(block()->buckets))) {
+            const std::uint32_t buckets = bucketsFor(n);
+            rebuild(buckets, slackFor(buckets));
         }
     }
 
 private:
     // ---- geometry ------------------------------------------------------
-    bool isInline() const noexcept { return shift_ >= 32; }
-    std::uint32_t bucketBits() const noexcept { return isInline() ? 0 : 32 - shift_; }
-    std::uint32_t home(std::uint32_t h) const noexcept { return isInline() ? 0 : h >> shift_; }
-    static constexpr std::uint32_t maxLoad(std::uint32_t bits) noexcept { return (3u << bits) / 4; }
-    static constexpr std::uint32_t minSlack(std::uint32_t bits) noexcept { return bits + 4; }
+    // A heap table has `buckets` home slots, any number of them: a hash's
+    // home is its fraction of the bucket count (h * buckets / 2^32), which
+    // keeps homes in hash order and lets a table be sized to its contents.
+    static std::uint32_t homeIn(std::uint32_t h, std::uint32_t buckets) noexcept {
+        return static_cast<std::uint32_t>((std::uint64_t{h} * buckets) >> 32);
+    }
+    static constexpr std::uint32_t maxLoad(std::uint32_t buckets) noexcept {
+        return static_cast<std::uint32_t>(std::uint64_t{buckets} * 3 / 4);
+    }
+    /// The fewest buckets that hold `n` members within the load limit.
+    static constexpr std::uint32_t bucketsFor(std::uint32_t n) noexcept {
+        const std::uint32_t b = n + (n + 2) / 3;
+        return b < 2 ? 2 : b;
+    }
+    /// Slots after the last bucket for runs that spill past it (a table whose
+    /// run reaches its end is rebuilt with more). A full table spills at most
+    /// its load less one, which bounds the slack of small tables.
+    static std::uint32_t slackFor(std::uint32_t buckets) noexcept {
+        const std::uint32_t wide = 2 + static_cast<std::uint32_t>(std::bit_width(buckets)) / 2;
+        const std::uint32_t atMost = maxLoad(buckets) - 1;
+        return wide < atMost ? wide : atMost;
+    }
 
+    bool isHeap() const noexcept { return (state_ & heapBit) != 0; }
+    std::uint32_t inlineCount() const noexcept { return (state_ >> countShift) & fourBits; }
+    void inlineCountIs(std::uint32_t n) noexcept {
+        state_ = (state_ & ~(fourBits << countShift)) | (n << countShift);
+    }
+    Block* block() const noexcept {
+        Block* b;
+        std::memcpy(&b, storage_, sizeof b);
+        return b;
+    }
+    void blockIs(Block* b) noexcept {
+        std::memcpy(storage_, &b, sizeof b);
+        state_ = (state_ & versionMask) | heapBit;
+    }
+    static Slot* slotsOf(Block* b) noexcept {
+        return std::launder(reinterpret_cast<Slot*>(reinterpret_cast<unsigned char*>(b) + slotsOffset));
+    }
+    Slot* slots() const noexcept { return slotsOf(block()); }
+
+    void* inlineRaw(std::uint32_t i) noexcept { return storage_ + std::size_t{i} * sizeof(Member); }
+    Member* inlineAt(std::uint32_t i) noexcept { return std::launder(static_cast<Member*>(inlineRaw(i))); }
+    const Member* inlineAt(std::uint32_t i) const noexcept {
+        return std::launder(reinterpret_cast<const Member*>(storage_ + std::size_t{i} * sizeof(Member)));
+    }
+
+    const Member& memberAt(std::uint32_t pos) const noexcept {
+        if constexpr (hasInline) {
+            if (!isHeap()) {
+                return *inlineAt(pos);
+            }
+        }
+        return slots()[pos].m();
+    }
+    Member& memberAt(std::uint32_t pos) noexcept {
+        if constexpr (hasInline) {
+            if (!isHeap()) {
+                return *inlineAt(pos);
+            }
+        }
+        return slots()[pos].m();
+    }
+
+    std::uint32_t endPos() const noexcept { return isHeap() ? block()->slotCount : InlineN; }
     std::uint32_t nextUsed(std::uint32_t i) const noexcept {
-        while (i < slotCount_ && !slots_[i].used) {
+        if (!isHeap()) {
+            return i < inlineCount() ? i : InlineN;
+        }
+        const Slot* s = slots();
+        const std::uint32_t n = block()->slotCount;
+        while (i < n && !s[i].used) {
             ++i;
         }
         return i;
     }
+
+    /// A new version; forgets the last erasure.
+    void touch() noexcept {
+        state_ =
+            (state_ & ~(erasedBit | (fourBits << erasedShift) | versionMask)) | ((state_ + 1) & versionMask);
+    }
+    void touchErased(std::uint32_t pos) noexcept {
+        touch();
+        state_ |= erasedBit;
+        if (isHeap()) {
+            block()->erasedSlot = pos;
+        } else {
+            state_ |= pos << erasedShift;
+        }
+    }
     bool erasedCurrent(std::uint32_t iterVersion, std::uint32_t pos) const noexcept {
-        return erasedVersion_ == version_ && version_ == iterVersion + 1 && erasedSlot_ == pos;
+        if ((state_ & erasedBit) == 0 || version() != ((iterVersion + 1) & versionMask)) {
+            return false;
+        }
+        return (isHeap() ? block()->erasedSlot : (state_ >> erasedShift) & fourBits) == pos;
     }
 
+    std::uint32_t findPos(const Key& k) const noexcept {
+        return isHeap() ? locate(hashOf(k), k) : inlineFind(k);
+    }
+
+    // ---- inline members: a plain array in (hash, key) order -------------
+    // So few that keys are compared directly: an inline look-up hashes nothing.
+    std::uint32_t inlineFind(const Key& k) const noexcept {
+        if constexpr (hasInline) {
+            const std::uint32_t n = inlineCount();
+            for (std::uint32_t i = 0; i < n; ++i) {
+                if (KeyFunktor()(*inlineAt(i)) == k) {
+                    return i;
+                }
+            }
+        }
+        return npos;
+    }
+
+    /// Puts `m` (hash `h`, absent) in its place among fewer than InlineN members.
+    const Member* inlinePlace(std::uint32_t h, Member& m) {
+        const Key& k = KeyFunktor()(m);
+        const std::uint32_t n = inlineCount();
+        if (n >= InlineN) {
+            return nullptr;  // never: the caller checked; tells the compiler the bound
+        }
+        std::uint32_t at = 0;
+        for (; at < n; ++at) {
+            const Key& ak = KeyFunktor()(*inlineAt(at));
+            const std::uint32_t ah = hashOf(ak);
+            if (h < ah || (h == ah && k < ak)) {
+                break;
+            }
+        }
+        for (std::uint32_t j = n; j > at; --j) {
+            ::new (inlineRaw(j)) Member(std::move(*inlineAt(j - 1)));
+            inlineAt(j - 1)->~Member();
+        }
+        ::new (inlineRaw(at)) Member(std::move(m));
+        inlineCountIs(n + 1);
+        touch();
+        return inlineAt(at);
+    }
+
+    // ---- heap table ----------------------------------------------------
     /// Finds the slot of key `k` with hash `h`; with `insertAt`, also the slot
     /// where it would be inserted when absent.
     std::uint32_t locate(std::uint32_t h, const Key& k, std::uint32_t* insertAt = nullptr) const noexcept {
-        std::uint32_t i = home(h);
-        for (; i < slotCount_ && slots_[i].used; ++i) {
-            const Slot& s = slots_[i];
-            if (s.hash < h) {
+        const Block* b = block();
+        const Slot* s = slots();
+        const std::uint32_t n = b->slotCount;
+        std::uint32_t i = homeIn(h, b->buckets);
+        for (; i < n && s[i].used; ++i) {
+            if (s[i].hash < h) {
                 continue;
             }
-            if (s.hash > h) {
+            if (s[i].hash > h) {
                 break;
             }
-            const Key& sk = KeyFunktor()(s.m());
+            const Key& sk = KeyFunktor()(s[i].m());
             if (sk == k) {
                 return i;
             }
@@ -314,167 +486,206 @@ private:
     /// Puts a new member at slot `at`, shifting the rest of its run right.
     /// False when the table must grow first.
     bool placeAt(std::uint32_t at, std::uint32_t h, Member& m) {
-        if (!isInline() && size_ + 1 > maxLoad(bucketBits())) {
+        Block* b = block();
+        if (b->size + 1 > maxLoad(b->buckets)) {
             return false;
         }
+        Slot* s = slots();
         std::uint32_t gap = at;
-        while (gap < slotCount_ && slots_[gap].used) {
+        while (gap < b->slotCount && s[gap].used) {
             ++gap;
         }
-        if (gap == slotCount_) {
+        if (gap == b->slotCount) {
             return false;
         }
         for (std::uint32_t j = gap; j > at; --j) {
-            moveSlot(j - 1, j);
+            moveSlot(s[j - 1], s[j]);
         }
-        slots_[at].hash = h;
-        ::new (static_cast<void*>(slots_[at].raw)) Member(std::move(m));
-        slots_[at].used = true;
-        ++size_;
-        ++version_;
+        s[at].hash = h;
+        ::new (static_cast<void*>(s[at].raw)) Member(std::move(m));
+        s[at].used = true;
+        ++b->size;
+        touch();
         return true;
     }
 
-    void eraseSlot(std::uint32_t i, Member* removed) {
-        if (removed) {
-            *removed = std::move(slots_[i].m());
+    void eraseAt(std::uint32_t i, Member* removed) {
+        if constexpr (hasInline) {
+            if (!isHeap()) {
+                if (removed) {
+                    *removed = std::move(*inlineAt(i));
+                }
+                inlineAt(i)->~Member();
+                const std::uint32_t n = inlineCount();
+                for (std::uint32_t j = i + 1; j < n; ++j) {
+                    ::new (inlineRaw(j - 1)) Member(std::move(*inlineAt(j)));
+                    inlineAt(j)->~Member();
+                }
+                inlineCountIs(n - 1);
+                touchErased(i);
+                return;
+            }
         }
-        slots_[i].m().~Member();
-        slots_[i].used = false;
+        Block* b = block();
+        Slot* s = slots();
+        if (removed) {
+            *removed = std::move(s[i].m());
+        }
+        s[i].m().~Member();
+        s[i].used = false;
         std::uint32_t j = i + 1;
-        while (j < slotCount_ && slots_[j].used && home(slots_[j].hash) < j) {
-            moveSlot(j, j - 1);
+        while (j < b->slotCount && s[j].used && homeIn(s[j].hash, b->buckets) < j) {
+            moveSlot(s[j], s[j - 1]);
             ++j;
         }
-        --size_;
-        ++version_;
-        erasedSlot_ = i;
-        erasedVersion_ = version_;
+        --b->size;
+        touchErased(i);
     }
 
     /// Move-constructs slot `to` (empty) from slot `from`, leaving `from` empty.
-    void moveSlot(std::uint32_t from, std::uint32_t to) noexcept {
-        Slot& f = slots_[from];
-        Slot& t = slots_[to];
-        t.hash = f.hash;
-        ::new (static_cast<void*>(t.raw)) Member(std::move(f.m()));
-        t.used = true;
-        f.m().~Member();
-        f.used = false;
+    static void moveSlot(Slot& from, Slot& to) noexcept {
+        to.hash = from.hash;
+        ::new (static_cast<void*>(to.raw)) Member(std::move(from.m()));
+        to.used = true;
+        from.m().~Member();
+        from.used = false;
     }
 
     void grow() {
-        if (isInline()) {
-            std::uint32_t bits = 2;
-            while (maxLoad(bits) < size_ + 1) {
-                ++bits;
-            }
-            rebuild(bits, minSlack(bits));
-        } else if (size_ + 1 > maxLoad(bucketBits())) {
-            rebuild(bucketBits() + 1, minSlack(bucketBits() + 1));
+        if (!isHeap()) {
+            // Room for two at least: a set that outgrows its inline members,
+            // or gets its first one without any, often gets one more.
+            const std::uint32_t n = inlineCount() + 1;
+            const std::uint32_t buckets = bucketsFor(n < 2 ? 2 : n);
+            rebuild(buckets, slackFor(buckets));
+            return;
+        }
+        const Block* b = block();
+        if (b->size + 1 > maxLoad(b->buckets)) {
+            const std::uint32_t wanted = bucketsFor(b->size + 1);
+            const std::uint32_t buckets = wanted > 2 * b->buckets ? wanted : 2 * b->buckets;
+            rebuild(buckets, slackFor(buckets));
         } else {
             // A run reached the end of the table: more room after the last bucket.
-            rebuild(bucketBits(), 2 * (slotCount_ - (1u << bucketBits())) + 4);
+            rebuild(b->buckets, 2 * (b->slotCount - b->buckets) + 4);
         }
     }
 
-    /// Re-lays every member into 2^bits buckets; the slot count is what the
-    /// members need plus `slack`.
-    void rebuild(std::uint32_t bits, std::uint32_t slack) {
-        const std::uint32_t shift = 32 - bits;
-        std::uint32_t need = 0;
-        for (std::uint32_t i = 0; i < slotCount_; ++i) {
-            if (slots_[i].used) {
-                const std::uint32_t h = slots_[i].hash >> shift;
-                need = (h > need ? h : need) + 1;
-            }
-        }
-        const std::uint32_t buckets = 1u << bits;
-        const std::uint32_t count = (need > buckets ? need : buckets) + slack;
-        Slot* fresh =
-            static_cast<Slot*>(::operator new (sizeof(Slot) * count, std::align_val_t{alignof(Slot)}));
+    static Block* allocateBlock(std::uint32_t buckets, std::uint32_t count, std::uint32_t size) {
+        void* raw = ::operator new (slotsOffset + sizeof(Slot) * count, std::align_val_t{blockAlign});
+        Block* b = ::new (raw) Block{buckets, count, size, 0};
+        Slot* s = slotsOf(b);
         for (std::uint32_t i = 0; i < count; ++i) {
-            fresh[i].used = false;
+            s[i].used = false;
         }
-        std::uint32_t next = 0;
-        for (std::uint32_t i = 0; i < slotCount_; ++i) {
-            Slot& s = slots_[i];
-            if (!s.used) {
-                continue;
-            }
-            const std::uint32_t h = s.hash >> shift;
-            const std::uint32_t to = h > next ? h : next;
-            fresh[to].hash = s.hash;
-            ::new (static_cast<void*>(fresh[to].raw)) Member(std::move(s.m()));
-            fresh[to].used = true;
-            s.m().~Member();
-            s.used = false;
-            next = to + 1;
-        }
-        releaseStorage();
-        slots_ = fresh;
-        slotCount_ = count;
-        shift_ = static_cast<std::uint8_t>(shift);
-        ++version_;
+        return b;
     }
+    static void freeBlock(Block* b) noexcept { ::operator delete (b, std::align_val_t{blockAlign}); }
 
-    // ---- storage -------------------------------------------------------
-    Slot* inlineSlots() noexcept {
-        if constexpr (InlineN > 0) {
-            return inline_;
-        } else {
-            return nullptr;
-        }
-    }
-
-    void resetToEmpty() noexcept {
-        slots_ = inlineSlots();
-        slotCount_ = InlineN;
-        shift_ = 32;
-        size_ = 0;
-        for (std::uint32_t i = 0; i < InlineN; ++i) {
-            slots_[i].used = false;
-        }
-    }
-
-    void releaseStorage() noexcept {
-        if (slots_ != inlineSlots()) {
-            ::operator delete (slots_, std::align_val_t{alignof(Slot)});
-        }
-    }
-
-    void destroyAll() noexcept {
-        if constexpr (!std::is_trivially_destructible_v<Member>) {
-            for (std::uint32_t i = 0; i < slotCount_; ++i) {
-                if (slots_[i].used) {
-                    slots_[i].m().~Member();
-                    slots_[i].used = false;
+    /// Re-lays every member into a heap table of `buckets` buckets; the slot
+    /// count is what the members need plus `slack`.
+    void rebuild(std::uint32_t buckets, std::uint32_t slack) {
+        const bool fromHeap = isHeap();
+        const std::uint32_t count = size();
+        // The members' hashes, in (hash, key) order.
+        std::uint32_t inlineHashes[hasInline ? InlineN : 1] = {};
+        const std::uint32_t from = fromHeap ? block()->slotCount : count;
+        if constexpr (hasInline) {
+            if (!fromHeap) {
+                for (std::uint32_t i = 0; i < count; ++i) {
+                    inlineHashes[i] = hashOf(KeyFunktor()(*inlineAt(i)));
                 }
             }
         }
-        releaseStorage();
-        slots_ = inlineSlots();
-    }
-
-    /// Copies `o` slot for slot: same seed and salt, so the same layout.
-    void copyFrom(const HashMap2018& o) {
-        resetToEmpty();
-        if (!o.isInline()) {
-            slots_ = static_cast<Slot*>(
-                ::operator new (sizeof(Slot) * o.slotCount_, std::align_val_t{alignof(Slot)}));
-            slotCount_ = o.slotCount_;
-            shift_ = o.shift_;
-            for (std::uint32_t i = 0; i < slotCount_; ++i) {
-                slots_[i].used = false;
+        const auto hashAt = [&](std::uint32_t i) { return fromHeap ? slots()[i].hash : inlineHashes[i]; };
+        const auto usedAt = [&](std::uint32_t i) { return !fromHeap || slots()[i].used; };
+        std::uint32_t need = 0;
+        for (std::uint32_t i = 0; i < from; ++i) {
+            if (usedAt(i)) {
+                const std::uint32_t home = homeIn(hashAt(i), buckets);
+                need = (home > need ? home : need) + 1;
             }
         }
+        Block* fresh = allocateBlock(buckets, (need > buckets ? need : buckets) + slack, count);
+        Slot* to = slotsOf(fresh);
+        std::uint32_t next = 0;
+        for (std::uint32_t i = 0; i < from; ++i) {
+            if (!usedAt(i)) {
+                continue;
+            }
+            const std::uint32_t h = hashAt(i);
+            const std::uint32_t home = homeIn(h, buckets);
+            const std::uint32_t at = home > next ? home : next;
+            Member& m = memberAt(i);
+            to[at].hash = h;
+            ::new (static_cast<void*>(to[at].raw)) Member(std::move(m));
+            to[at].used = true;
+            m.~Member();
+            next = at + 1;
+        }
+        if (fromHeap) {
+            freeBlock(block());
+        }
+        blockIs(fresh);
+        touch();
+    }
+
+    // ---- storage -------------------------------------------------------
+    /// Destroys every member and gives back the heap table: empty and
+    /// inline, the version kept.
+    void destroyAll() noexcept {
+        if (isHeap()) {
+            Block* b = block();
+            if constexpr (!std::is_trivially_destructible_v<Member>) {
+                Slot* s = slotsOf(b);
+                for (std::uint32_t i = 0; i < b->slotCount; ++i) {
+                    if (s[i].used) {
+                        s[i].m().~Member();
+                    }
+                }
+            }
+            freeBlock(b);
+        } else if constexpr (hasInline) {
+            const std::uint32_t n = inlineCount();
+            for (std::uint32_t i = 0; i < n; ++i) {
+                inlineAt(i)->~Member();
+            }
+        }
+        state_ &= versionMask;
+    }
+
+    /// Copies `o` slot for slot (same seed and salt, so the same layout) into
+    /// this empty, inline collection.
+    void copyFrom(const HashMap2018& o) {
+        if (!o.isHeap()) {
+            if constexpr (hasInline) {
+                const std::uint32_t n = o.inlineCount();
+                std::uint32_t i = 0;
+                try {
+                    for (; i < n; ++i) {
+                        ::new (inlineRaw(i)) Member(*o.inlineAt(i));
+                    }
+                } catch (...) {
+                    inlineCountIs(i);
+                    destroyAll();
+                    throw;
+                }
+                inlineCountIs(n);
+            }
+            return;
+        }
+        const Block* ob = o.block();
+        const Slot* os = o.slots();
+        blockIs(allocateBlock(ob->buckets, ob->slotCount, 0));
+        Block* b = block();
+        Slot* s = slots();
         try {
-            for (std::uint32_t i = 0; i < o.slotCount_; ++i) {
-                if (o.slots_[i].used) {
-                    slots_[i].hash = o.slots_[i].hash;
-                    ::new (static_cast<void*>(slots_[i].raw)) Member(o.slots_[i].m());
-                    slots_[i].used = true;
-                    ++size_;
+            for (std::uint32_t i = 0; i < ob->slotCount; ++i) {
+                if (os[i].used) {
+                    s[i].hash = os[i].hash;
+                    ::new (static_cast<void*>(s[i].raw)) Member(os[i].m());
+                    s[i].used = true;
+                    ++b->size;
                 }
             }
         } catch (...) {
@@ -483,40 +694,117 @@ private:
         }
     }
 
+    /// Takes over `o`'s members into this empty, inline collection; `o` is
+    /// left empty.
     void moveFrom(HashMap2018&& o) noexcept {
-        resetToEmpty();
-        if (!o.isInline()) {
-            slots_ = o.slots_;
-            slotCount_ = o.slotCount_;
-            shift_ = o.shift_;
-            size_ = o.size_;
-        } else {
-            for (std::uint32_t i = 0; i < InlineN; ++i) {
-                if (o.slots_[i].used) {
-                    slots_[i].hash = o.slots_[i].hash;
-                    ::new (static_cast<void*>(slots_[i].raw)) Member(std::move(o.slots_[i].m()));
-                    slots_[i].used = true;
-                    o.slots_[i].m().~Member();
-                    o.slots_[i].used = false;
-                }
+        if (o.isHeap()) {
+            blockIs(o.block());
+        } else if constexpr (hasInline) {
+            const std::uint32_t n = o.inlineCount();
+            for (std::uint32_t i = 0; i < n; ++i) {
+                ::new (inlineRaw(i)) Member(std::move(*o.inlineAt(i)));
+                o.inlineAt(i)->~Member();
             }
-            size_ = o.size_;
+            inlineCountIs(n);
         }
-        o.slots_ = o.inlineSlots();
-        o.resetToEmpty();
-        ++o.version_;
+        o.state_ &= versionMask;
+        o.touch();
     }
 
-    struct NoInline {};
-    Slot* slots_;
-    std::uint32_t slotCount_;
-    std::uint32_t size_;
-    std::uint32_t version_ = 0;
-    std::uint32_t erasedVersion_ = ~std::uint32_t{0};
-    std::uint32_t erasedSlot_ = 0;
-    std::uint8_t shift_;
-    static constexpr unsigned inlineSlots_ = (InlineN > 0) ? InlineN : 1;
-    [[no_unique_address]] std::conditional_t<(InlineN > 0), Slot[inlineSlots_], NoInline> inline_;
+    // The inline members, or the address of the heap table (copied in and
+    // out, so it needs no alignment of its own).
+    alignas(hasInline ? alignof(Member) : 1) unsigned char storage_[storageBytes];
+    std::uint32_t state_ = 0;
+};
+
+/// An internal-key map of entity pointers that reads like an external-key
+/// one: each member is seen as an Entry {key, value}, the key being the one
+/// the entity carries (read through KeyFunktor), so no key is stored twice.
+/// Dereferencing an iterator yields the Entry by value; `it->key` and
+/// `it->value` work as with HashMapEntry members.
+template <class Member, class Key, class KeyFunktor, std::uint32_t Salt>
+class EntityMap {
+    using Table = HashMap2018<Member, Key, KeyFunktor, Salt>;
+
+public:
+    struct Entry {
+        const Key& key;
+        const Member& value;
+    };
+    using member_type = Member;
+    using key_type = Key;
+    using mapped_type = Member;
+    static constexpr std::uint32_t salt = Salt;
+
+    static std::uint32_t seed() noexcept { return Table::seed(); }
+    static std::uint32_t hashOf(const Key& k) noexcept { return Table::hashOf(k); }
+    static const Key& keyOf(const Member& m) noexcept { return KeyFunktor()(m); }
+
+    /// The table's iterator, with the same removal tolerance and checks.
+    class iterator {
+    public:
+        using iterator_category = std::input_iterator_tag;
+        using iterator_concept = std::forward_iterator_tag;
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        using reference = Entry;
+        struct pointer {
+            Entry entry;
+            const Entry* operator->() const noexcept { return &entry; }
+        };
+
+        iterator() noexcept = default;
+        Entry operator*() const noexcept {
+            const Member& m = *it_;
+            return Entry{KeyFunktor()(m), m};
+        }
+        pointer operator->() const noexcept { return pointer{**this}; }
+        iterator& operator++() noexcept {
+            ++it_;
+            return *this;
+        }
+        iterator operator++(int) noexcept {
+            iterator old = *this;
+            ++it_;
+            return old;
+        }
+        friend bool operator==(const iterator& a, const iterator& b) noexcept { return a.it_ == b.it_; }
+
+    private:
+        friend class EntityMap;
+        explicit iterator(typename Table::iterator it) noexcept : it_(it) {}
+        typename Table::iterator it_;
+    };
+    using const_iterator = iterator;
+
+    std::uint32_t size() const noexcept { return table_.size(); }
+    bool empty() const noexcept { return table_.empty(); }
+    std::uint32_t version() const noexcept { return table_.version(); }
+    iterator begin() const noexcept { return iterator(table_.begin()); }
+    iterator end() const noexcept { return iterator(table_.end()); }
+
+    /// The member with that key, or nothing.
+    std::optional<Entry> find(const Key& k) const noexcept {
+        const Member* m = table_.find(k);
+        if (m == nullptr) {
+            return std::nullopt;
+        }
+        return Entry{KeyFunktor()(*m), *m};
+    }
+    bool contains(const Key& k) const noexcept { return table_.contains(k); }
+    iterator findIter(const Key& k) const noexcept { return iterator(table_.findIter(k)); }
+
+    /// Inserts `m` under its own key unless that key is present; true when inserted.
+    bool insert(Member m) { return table_.insert(std::move(m)).second; }
+    /// Replaces the member at `pos` by `m`, which must carry the same key.
+    Member replace(iterator pos, Member m) { return table_.replace(pos.it_, std::move(m)); }
+    bool erase(const Key& k, Member* removed = nullptr) { return table_.erase(k, removed); }
+    void erase(iterator pos, Member* removed = nullptr) { table_.erase(pos.it_, removed); }
+    void clear() noexcept { table_.clear(); }
+    void reserve(std::uint32_t n) { table_.reserve(n); }
+
+private:
+    Table table_;
 };
 
 /// The generic text form of a set: its members in iteration order, "[a, b]".
