@@ -81,33 +81,104 @@ bool onlyTheirs(const Map& mine, std::uint32_t versionBefore, std::uint32_t thei
     return mine.version() == versionBefore && mine.size() == theirCount;
 }
 
+/// Asks for every cache line of `*p`.
+template <class T>
+void prefetchObject(const T* p) noexcept {
+    const char* bytes = reinterpret_cast<const char*>(p);
+    for (std::size_t at = 0; at < sizeof(T); at += 64) {
+        __builtin_prefetch(bytes + at);
+    }
+}
+
+// The first pass of a merge: for each parsed member in turn, `prepare(p)`,
+// then `merge(p, existing)` with the member of `mine` under its key (or null).
+// In a large database each parsed member and each member found is a cold
+// object of its own, so the loop runs ahead: while one member merges, the
+// member after next is fetched and the next one is looked up and its match
+// fetched, so that their cache misses overlap with the merge. A look-up made
+// ahead is used only if `mine` has not changed since (a merge that inserts,
+// or an observer, changes its version); otherwise it is made again.
+template <class Theirs, class Mine, class KeyOf, class Prepare, class Merge>
+void mergeAhead(const Theirs& theirs, const Mine& mine, KeyOf keyOf, Prepare prepare, Merge merge) {
+    using Found = const typename Mine::member_type*;
+    auto it = theirs.begin();
+    const auto end = theirs.end();
+    if (mine.empty()) {
+        // A new entry: every member is an insertion, which would void every
+        // look-up made ahead.
+        for (; it != end; ++it) {
+            prepare(*it);
+            merge(*it, mine.empty() ? nullptr : mine.find(keyOf(*it)));
+        }
+        return;
+    }
+    if (it == end) {
+        return;
+    }
+    auto next = it;
+    ++next;
+    if (next != end) {
+        prefetchObject(next->get());
+    }
+    Found found = mine.find(keyOf(*it));
+    std::uint32_t foundAt = mine.version();
+    while (it != end) {
+        Found nextFound = nullptr;
+        std::uint32_t nextAt = 0;
+        auto after = next;
+        if (next != end) {
+            ++after;
+            if (after != end) {
+                prefetchObject(after->get());
+            }
+            nextFound = mine.find(keyOf(*next));
+            nextAt = mine.version();
+            if (nextFound) {
+                prefetchObject(nextFound->value.get());
+            }
+        }
+        prepare(*it);
+        if (mine.version() != foundAt) {
+            found = mine.find(keyOf(*it));
+        }
+        merge(*it, found);
+        it = next;
+        next = after;
+        found = nextFound;
+        foundAt = nextAt;
+    }
+}
+
 }  // namespace
 
 void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
     const IsisLspParsedContent& content = *parsed;
     const auto& theirs = content.neighbor();
     const std::uint32_t version = neighbor_.version();
-    for (auto it = theirs.begin(); it != theirs.end(); ++it) {
-        const Poldo::Ptr<Neighbor>& p = *it;
-        const NeighborKey& k = p->key();
-        // Only the first address of each family names the link's SRLG record;
-        // a neighbor without one matches a record under the empty address.
-        Lumo::IpGenAddr a4;
-        if (!k.localIpv4Addr().empty()) {
-            a4 = Lumo::IpGenAddr(*k.localIpv4Addr().uncheckedBegin());
-        }
-        foldSrlg(content, a4, *p);
-        Lumo::IpGenAddr a6;
-        if (!k.localIpv6Addr().empty()) {
-            a6 = Lumo::IpGenAddr(*k.localIpv6Addr().uncheckedBegin());
-        }
-        foldSrlg(content, a6, *p);
-        if (const auto* existing = neighbor_.find(k)) {
-            existing->value->updateAttr(p);
-        } else {
-            neighborIs(k, p);
-        }
-    }
+    mergeAhead(
+        theirs, neighbor_, [](const Poldo::Ptr<Neighbor>& p) -> const NeighborKey& { return p->key(); },
+        [&](const Poldo::Ptr<Neighbor>& p) {
+            const NeighborKey& k = p->key();
+            // Only the first address of each family names the link's SRLG record;
+            // a neighbor without one matches a record under the empty address.
+            Lumo::IpGenAddr a4;
+            if (!k.localIpv4Addr().empty()) {
+                a4 = Lumo::IpGenAddr(*k.localIpv4Addr().uncheckedBegin());
+            }
+            foldSrlg(content, a4, *p);
+            Lumo::IpGenAddr a6;
+            if (!k.localIpv6Addr().empty()) {
+                a6 = Lumo::IpGenAddr(*k.localIpv6Addr().uncheckedBegin());
+            }
+            foldSrlg(content, a6, *p);
+        },
+        [&](const Poldo::Ptr<Neighbor>& p, const NeighborMap::member_type* existing) {
+            if (existing) {
+                existing->value->updateAttr(p);
+            } else {
+                neighborIs(p->key(), p);
+            }
+        });
     if (onlyTheirs(neighbor_, version, theirs.size())) {
         return;
     }
@@ -121,15 +192,16 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
 void IgpLsp::updatePrefixes(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
     const auto& theirs = parsed->prefix();
     const std::uint32_t version = prefix_.version();
-    for (auto it = theirs.begin(); it != theirs.end(); ++it) {
-        const Poldo::Ptr<Prefix>& p = *it;
-        const PrefixKey& k = p->prefixKey();
-        if (const auto* existing = prefix_.find(k)) {
-            existing->value->updateAttr(p);
-        } else {
-            prefixIs(k, p);
-        }
-    }
+    mergeAhead(
+        theirs, prefix_, [](const Poldo::Ptr<Prefix>& p) -> const PrefixKey& { return p->prefixKey(); },
+        [](const Poldo::Ptr<Prefix>&) {},
+        [&](const Poldo::Ptr<Prefix>& p, const PrefixMap::member_type* existing) {
+            if (existing) {
+                existing->value->updateAttr(p);
+            } else {
+                prefixIs(p->prefixKey(), p);
+            }
+        });
     if (onlyTheirs(prefix_, version, theirs.size())) {
         return;
     }
