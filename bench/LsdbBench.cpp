@@ -23,6 +23,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -472,7 +473,16 @@ Poldo::Ptr<IC::IgpLspDatabase> buildStreaming(const Topology& t, BuildParts part
 
 struct MemoryStages {
     double perNode = 0, perNeighbor = 0, perPrefix = 0;
+    // Live objects per element, by type (only filled when asked for).
+    std::map<std::string, double> objectsPerNode, objectsPerNeighbor, objectsPerPrefix;
 };
+
+std::map<std::string, std::int64_t> liveObjects() {
+    std::map<std::string, std::int64_t> live;
+    Drimm::AllocTracker::forEach(
+        [&](const Drimm::AllocTracker& t) { live[t.typeName()] = static_cast<std::int64_t>(t.live()); });
+    return live;
+}
 
 /// Bytes per entry (node), per neighbor and per prefix, from three databases
 /// that hold nodes only, nodes and neighbors, and everything, each measured
@@ -480,21 +490,46 @@ struct MemoryStages {
 /// (needed when freed memory would be reused unseen, as slab blocks are).
 template <class Measure>
 MemoryStages memoryStages(const Topology& t, Measure measure,
-                          std::vector<Poldo::Ptr<IC::IgpLspDatabase>>* keep) {
+                          std::vector<Poldo::Ptr<IC::IgpLspDatabase>>* keep, bool countObjects = false) {
     double bytes[3] = {};
+    std::map<std::string, std::int64_t> objects[3];
     const BuildParts parts[3] = {{false, false}, {true, false}, {true, true}};
     for (int k = 0; k < 3; ++k) {
+        const auto liveBefore = countObjects ? liveObjects() : std::map<std::string, std::int64_t>{};
         const auto before = measure();
         auto db = buildStreaming(t, parts[k]);
         bytes[k] = static_cast<double>(measure() - before);
+        if (countObjects) {
+            for (const auto& [type, n] : liveObjects()) {
+                const auto it = liveBefore.find(type);
+                objects[k][type] = n - (it == liveBefore.end() ? 0 : it->second);
+            }
+        }
         if (keep != nullptr) {
             keep->push_back(std::move(db));
         }
     }
     MemoryStages s;
-    s.perNode = bytes[0] / static_cast<double>(t.lsps.size());
-    s.perNeighbor = (bytes[1] - bytes[0]) / static_cast<double>(t.neighbors);
-    s.perPrefix = (bytes[2] - bytes[1]) / static_cast<double>(t.prefixes);
+    const auto lsps = static_cast<double>(t.lsps.size());
+    const auto neighbors = static_cast<double>(t.neighbors);
+    const auto prefixes = static_cast<double>(t.prefixes);
+    s.perNode = bytes[0] / lsps;
+    s.perNeighbor = (bytes[1] - bytes[0]) / neighbors;
+    s.perPrefix = (bytes[2] - bytes[1]) / prefixes;
+    for (const auto& [type, n] : objects[2]) {
+        const auto nodes = static_cast<double>(objects[0][type]);
+        const auto withNeighbors = static_cast<double>(objects[1][type]);
+        const auto all = static_cast<double>(n);
+        if (nodes != 0) {
+            s.objectsPerNode[type] = nodes / lsps;
+        }
+        if (withNeighbors != nodes) {
+            s.objectsPerNeighbor[type] = (withNeighbors - nodes) / neighbors;
+        }
+        if (all != withNeighbors) {
+            s.objectsPerPrefix[type] = (all - withNeighbors) / prefixes;
+        }
+    }
     return s;
 }
 
@@ -523,13 +558,27 @@ long peakRssKb() {
     return u.ru_maxrss;
 }
 
+std::string jsonObject(const std::map<std::string, double>& m) {
+    std::string out = "{";
+    char buf[64];
+    for (const auto& [k, v] : m) {
+        std::snprintf(buf, sizeof buf, "%.3f", v);
+        out += (out.size() > 1 ? ", \"" : "\"") + k + "\": " + buf;
+    }
+    return out + "}";
+}
+
 /// `--memory=<routers>`: in this fresh process, the peak RSS of building the
 /// full database, then bytes per element from glibc's own accounting
-/// (mallinfo2) and from the live accounting; prints one JSON object.
+/// (mallinfo2, heap and mmapped blocks) and from the live accounting, with
+/// the library's objects per element; prints one JSON object.
 int memoryMode(std::uint32_t routers) {
     const Topology t = generate(routers, topologySeed);
     const long rssBefore = currentRssKb();
-    const auto heap = [] { return static_cast<std::int64_t>(mallinfo2().uordblks); };
+    const auto heap = [] {
+        const struct mallinfo2 m = mallinfo2();
+        return static_cast<std::int64_t>(m.uordblks + m.hblkhd);
+    };
     const std::int64_t heapBefore = heap();
     auto full = buildStreaming(t, BuildParts{});
     const long peakAfterBuild = peakRssKb();
@@ -538,16 +587,24 @@ int memoryMode(std::uint32_t routers) {
     // stages below without glibc seeing any allocation.
     std::vector<Poldo::Ptr<IC::IgpLspDatabase>> keep{full};
     const MemoryStages byMallinfo = memoryStages(t, heap, &keep);
-    const MemoryStages byLive = memoryStages(t, footprint, nullptr);
+    const MemoryStages byLive = memoryStages(t, footprint, nullptr, true);
     std::printf(
         "{\"routers\": %u, \"lsps\": %zu, \"neighbors\": %zu, \"prefixes\": %zu,\n"
         " \"rss_before_build_kb\": %ld, \"peak_rss_build_kb\": %ld, \"heap_full_build_bytes\": %lld,\n"
         " \"mallinfo\": {\"bytes_per_node\": %.1f, \"bytes_per_neighbor\": %.1f, \"bytes_per_prefix\": "
         "%.1f},\n"
-        " \"live\": {\"bytes_per_node\": %.1f, \"bytes_per_neighbor\": %.1f, \"bytes_per_prefix\": %.1f}}\n",
+        " \"live\": {\"bytes_per_node\": %.1f, \"bytes_per_neighbor\": %.1f, \"bytes_per_prefix\": %.1f},\n"
+        " \"objects_per_node\": %s,\n \"objects_per_neighbor\": %s,\n \"objects_per_prefix\": %s,\n"
+        " \"sizeof\": {\"Neighbor\": %zu, \"NeighborKey\": %zu, \"neighbor_map_member\": %zu, \"Prefix\": "
+        "%zu, "
+        "\"PrefixKey\": %zu, \"prefix_map_member\": %zu, \"IgpLsp\": %zu, \"Node\": %zu}}\n",
         routers, t.lsps.size(), t.neighbors, t.prefixes, rssBefore, peakAfterBuild,
         static_cast<long long>(heapFull), byMallinfo.perNode, byMallinfo.perNeighbor, byMallinfo.perPrefix,
-        byLive.perNode, byLive.perNeighbor, byLive.perPrefix);
+        byLive.perNode, byLive.perNeighbor, byLive.perPrefix, jsonObject(byLive.objectsPerNode).c_str(),
+        jsonObject(byLive.objectsPerNeighbor).c_str(), jsonObject(byLive.objectsPerPrefix).c_str(),
+        sizeof(IC::Neighbor), sizeof(IC::NeighborKey), sizeof(IC::IgpLsp::NeighborMap::member_type),
+        sizeof(IC::Prefix), sizeof(IC::PrefixKey), sizeof(IC::IgpLsp::PrefixMap::member_type),
+        sizeof(IC::IgpLsp), sizeof(IC::Node));
     return 0;
 }
 

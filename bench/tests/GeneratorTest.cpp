@@ -43,7 +43,7 @@ struct RoundTripCase {
 };
 
 void PrintTo(const RoundTripCase& c, std::ostream* os) {
-    *os << c.routers << " routers, level " << c.level << ", seed " << c.seed;
+    *os << "r" << c.routers << "_l" << c.level << "_s" << c.seed;
 }
 
 class GeneratorRoundTrip : public ::testing::TestWithParam<RoundTripCase> {};
