@@ -36,9 +36,8 @@ private:
 template <class T, class Same>
 void checkShared(Diff& d, const std::string& where, const char* what, const Poldo::Ptr<T>& a,
                  const Poldo::Ptr<T>& b, Same same) {
-    if (!a != !b) {
-        d.fail(where, what);
-    } else if (a && !same(*a, b.get())) {
+    const bool differ = !a != !b || (a && !same(*a, b.get()));
+    if (differ) {
         d.fail(where, what);
     }
 }

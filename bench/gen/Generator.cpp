@@ -200,7 +200,7 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
     // them parallel to ring links, which only their addresses tell apart).
     std::vector<P2pLink> links;
     const std::size_t chords = routers + routers / 4;
-    links.reserve(2 * routers + chords);
+    links.reserve(2 * std::size_t{routers} + chords);
     for (std::uint32_t i = 0; i < routers; ++i) {
         links.push_back(drawLink(rng, i, (i + 1) % routers, links.size()));
         links.push_back(drawLink(rng, i, (i + 2) % routers, links.size()));
