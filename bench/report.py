@@ -159,8 +159,10 @@ def report(res, memory):
                                                                     m["prefixes"]))
         print("    bytes per node (entry) %.0f (mallinfo2), %.0f (live)" % (m["mallinfo"]["bytes_per_node"],
                                                                          m["live"]["bytes_per_node"]))
-        print("    peak RSS of the build %.1f MiB, of which %.1f MiB before it (generator input)" %
-              (m["peak_rss_build_kb"] / 1024, m["rss_before_build_kb"] / 1024))
+        print("    peak RSS of the build %.1f MiB, of which %.1f MiB before it (generator input);"
+              " the database's heap (mallinfo2) %.1f MiB" %
+              (m["peak_rss_build_kb"] / 1024, m["rss_before_build_kb"] / 1024,
+               m["heap_full_build_bytes"] / 1048576))
         for what in ["node", "neighbor", "prefix"]:
             objs = m["objects_per_" + what]
             print("    objects per %-8s " % what + ", ".join("%s %.2f" % (k.split("::")[-1], v)
