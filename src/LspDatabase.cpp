@@ -53,6 +53,10 @@ namespace {
 
 // Folds the SRLG record of `addr`, if the parsed content has one, into `p`.
 void foldSrlg(const IsisLspParsedContent& parsed, const Lumo::IpGenAddr& addr, Neighbor& p) {
+    // Most LSPs carry no SRLG: then no address needs hashing.
+    if (parsed.parsedSrLg().empty()) {
+        return;
+    }
     const auto* record = parsed.parsedSrLg().find(addr);
     if (record == nullptr) {
         return;
@@ -66,6 +70,17 @@ void foldSrlg(const IsisLspParsedContent& parsed, const Lumo::IpGenAddr& addr, N
     }
 }
 
+// After the first pass of a merge: true when the collection cannot hold a
+// member the parsed content lacks, so the second pass (a walk over every slot
+// and a look-up of every key) has nothing to remove. An unchanged version
+// means the first pass found every parsed key already there and nobody
+// (no observer either) added or removed a member; equal sizes then leave no
+// room for another member.
+template <class Map>
+bool onlyTheirs(const Map& mine, std::uint32_t versionBefore, std::uint32_t theirCount) noexcept {
+    return mine.version() == versionBefore && mine.size() == theirCount;
+}
+
 }  // namespace
 
 void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
@@ -73,6 +88,7 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
     const auto& theirs = content.neighbor();
     // Sized once for what the entry will hold; a refresh finds it large enough.
     neighbor_.reserve(theirs.size());
+    const std::uint32_t version = neighbor_.version();
     for (auto it = theirs.begin(); it != theirs.end(); ++it) {
         const Poldo::Ptr<Neighbor>& p = *it;
         const NeighborKey& k = p->key();
@@ -94,6 +110,9 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
             neighborIs(k, p);
         }
     }
+    if (onlyTheirs(neighbor_, version, theirs.size())) {
+        return;
+    }
     for (auto it = neighbor_.begin(); it != neighbor_.end(); ++it) {
         if (theirs.find(it->key) == nullptr) {
             neighborDel(it->key);
@@ -104,6 +123,7 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
 void IgpLsp::updatePrefixes(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
     const auto& theirs = parsed->prefix();
     prefix_.reserve(theirs.size());
+    const std::uint32_t version = prefix_.version();
     for (auto it = theirs.begin(); it != theirs.end(); ++it) {
         const Poldo::Ptr<Prefix>& p = *it;
         const PrefixKey& k = p->prefixKey();
@@ -112,6 +132,9 @@ void IgpLsp::updatePrefixes(const Poldo::Ptr<IsisLspParsedContent>& parsed) noex
         } else {
             prefixIs(k, p);
         }
+    }
+    if (onlyTheirs(prefix_, version, theirs.size())) {
+        return;
     }
     for (auto it = prefix_.begin(); it != prefix_.end(); ++it) {
         if (theirs.find(it->key) == nullptr) {

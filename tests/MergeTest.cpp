@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "IgpCommon/LspDatabase.h"
@@ -187,6 +188,65 @@ TEST(IgpLspMerge, EmptyParsedContentRemovesEveryMemberWithOneRemovalEach) {
     }
     EXPECT_EQ(nbrs, (std::set<NeighborKey>{kV4, kV6, kUnnumbered}));
     EXPECT_EQ(pfxs, (std::set<PrefixKey>{pReach, pReach6, pUnreach}));
+}
+
+// ---- observers that change the entry during a merge -----------------------------------------
+
+// The merge looks the next member up before it merges the current one; an
+// observer that removes members meanwhile makes it look again, so no update
+// lands on a member of another key or on a slot that moved.
+TEST(IgpLspMerge, MembersAnObserverRemovesMidMergeComeBackAsTheParsedOnes) {
+    bool fired = false;
+    Poldo::Ptr<IgpLsp> entry;
+    Poldo::FunctionObserver removeOthers([&](const Poldo::Notification& n) {
+        if (std::exchange(fired, true)) {
+            return;
+        }
+        std::vector<NeighborKey> nbrs;
+        for (auto it = entry->neighbor().begin(); it != entry->neighbor().end(); ++it) {
+            if (it->value.get() != n.entity<Neighbor>()) {
+                nbrs.push_back(it->key);
+            }
+        }
+        for (const auto& k : nbrs) {
+            entry->neighborDel(k);
+        }
+        entry->prefixDelAll();
+    });
+    entry = igpLspFactory(nodeId(1));
+    auto first = isisLspParsedContentFactory();
+    auto second = isisLspParsedContentFactory();
+    for (std::uint8_t i = 0; i < 12; ++i) {
+        const NeighborKey k(nodeId(static_cast<std::uint8_t>(20 + i)), IgpMultiTopologyId(0));
+        first->neighborIs(k)->igpMetricIs(i);
+        second->neighborIs(k)->igpMetricIs(100u + i);
+        const PrefixKey p = pfxKey(v4(10, 50, i, 0), 24);
+        for (const auto& [content, metric] : {std::pair{first, i + 0u}, std::pair{second, 100u + i}}) {
+            content->prefixIs(p)->hasValidReachabilityIs(true);
+            content->prefixIs(p)->metricIs(metric);
+        }
+    }
+    merge(*entry, first);
+    for (auto it = entry->neighbor().begin(); it != entry->neighbor().end(); ++it) {
+        it->value->publisher().observerIs(removeOthers);
+    }
+
+    merge(*entry, second);
+
+    ASSERT_TRUE(fired);
+    EXPECT_EQ(keysOf(entry->neighbor()), parsedNeighborKeys(*second));
+    EXPECT_EQ(keysOf(entry->prefix()), parsedPrefixKeys(*second));
+    for (auto it = entry->neighbor().begin(); it != entry->neighbor().end(); ++it) {
+        EXPECT_EQ(it->value->key(), it->key);
+        EXPECT_EQ(it->value->igpMetric(), second->neighbor(it->key)->igpMetric()) << it->key.toStrep();
+    }
+    for (auto it = entry->prefix().begin(); it != entry->prefix().end(); ++it) {
+        EXPECT_EQ(it->value->prefixKey(), it->key);
+        EXPECT_EQ(it->value->metric(), second->prefix(it->key)->metric()) << it->key;
+    }
+    for (auto it = first->neighbor().begin(); it != first->neighbor().end(); ++it) {
+        (*it)->publisher().observerDel(removeOthers);
+    }
 }
 
 // ---- a merge that changes nothing -----------------------------------------------------------

@@ -94,6 +94,9 @@ protected:
     /// theirs is added, then every member of mine that theirs lacks is removed.
     template <class Set>
     void membersSync(AttrId id, Set& mine, const Set& theirs) {
+        if (sameMembers(mine, theirs)) {
+            return;
+        }
         for (auto it = theirs.begin(); it != theirs.end(); ++it) {
             memberInsert(id, mine, *it);
         }
@@ -157,6 +160,23 @@ protected:
         for (auto it = map.begin(); it != map.end(); ++it) {
             entryTake(id, map, it->key);
         }
+    }
+
+private:
+    /// Equal sets of one type iterate in the same order (the order depends on
+    /// the contents only), so one walk in step, without hashing, tells
+    /// whether a sync has anything to do: in a merge of an unchanged LSP it never has.
+    template <class Set>
+    static bool sameMembers(const Set& a, const Set& b) noexcept {
+        if (a.size() != b.size()) {
+            return false;
+        }
+        for (auto i = a.uncheckedBegin(), j = b.uncheckedBegin(); i != a.uncheckedEnd(); ++i, ++j) {
+            if (!(*i == *j)) {
+                return false;
+            }
+        }
+        return true;
     }
 };
 

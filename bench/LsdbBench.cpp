@@ -1,0 +1,683 @@
+// Benchmarks of the database at IGP scale: ingest, first build, refresh,
+// churn, look-ups and dump, with the baselines they are judged against,
+// measured in the same run. See bench/README section of the top-level README
+// for how to run them and read the counters; bench/report.py turns a run into
+// the ratios against the targets.
+//
+// Every scenario is registered per size as "<Scenario>/<routers>" (1k, 10k,
+// 50k), sizes in ascending order, so that one size's world is built once;
+// --benchmark_filter=/1k runs one size.
+//
+// `--memory=<routers>` (handled before Google Benchmark sees the arguments)
+// measures memory in a fresh process instead: bytes per node, neighbor and
+// prefix from the allocator's accounting, and the peak RSS of the build.
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <absl/container/flat_hash_map.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "AllocCounter.h"
+#include "IsisDecoder/Decoder.h"
+#include "IsisDecoder/LspKeeper.h"
+#include "gen/Encoder.h"
+#include "gen/Generator.h"
+
+namespace {
+
+using namespace IgpBench;
+using Content = Poldo::Ptr<IC::IsisLspParsedContent>;
+
+constexpr std::uint64_t topologySeed = 20240917;
+constexpr std::uint64_t churnSeed = 7;
+constexpr std::uint32_t churnPercent = 1;
+
+// ---- accounting ------------------------------------------------------------------
+
+/// Allocations: the heap (operator new, which Neighbor and parsed contents
+/// use too) plus the slab entities, counted by their trackers; and, apart,
+/// the SID/label bindings, which every merge of a binding replaces on purpose.
+struct AllocSnapshot {
+    std::uint64_t heap = 0;
+    std::uint64_t slab = 0;
+    std::uint64_t bindings = 0;
+
+    // Walking the trackers allocates a snapshot vector: the heap count is
+    // read after the walk when starting and before it when finishing, so
+    // that neither walk is counted.
+    static AllocSnapshot start() {
+        AllocSnapshot s = trackers();
+        s.heap = AllocCounter::allocations();
+        return s;
+    }
+    static AllocSnapshot finish() {
+        const std::uint64_t heap = AllocCounter::allocations();
+        AllocSnapshot s = trackers();
+        s.heap = heap;
+        return s;
+    }
+    static AllocSnapshot trackers() {
+        AllocSnapshot s;
+        std::uint64_t tracked = 0;
+        Drimm::AllocTracker::forEach([&](const Drimm::AllocTracker& t) { tracked += t.allocations(); });
+        // Heap entities are in the operator new count already.
+        s.slab = tracked - IC::Neighbor::allocTracker().allocations() -
+                 IC::IsisLspParsedContent::allocTracker().allocations();
+        s.bindings = IC::SidLabelBinding::allocTracker().allocations();
+        return s;
+    }
+    std::uint64_t total() const noexcept { return heap + slab; }
+};
+
+/// Bytes the process holds for the library's objects: heap blocks as glibc
+/// accounts them (slab chunks excluded) plus the slab blocks in use.
+std::int64_t footprint() {
+    return AllocCounter::liveBytes() - AllocCounter::slabChunkBytes() +
+           static_cast<std::int64_t>(Drimm::Slab::bytesInUse());
+}
+
+class CountingObserver final : public Poldo::Observer {
+public:
+    void onChange(const Poldo::Notification& n) override {
+        ++all;
+        if (n.entity<IC::Prefix>() != nullptr && n.attr() == IC::Prefix::Attr::sidLabelBinding) {
+            ++bindings;
+        }
+    }
+    std::uint64_t all = 0;
+    std::uint64_t bindings = 0;
+};
+
+// ---- the reference hash map --------------------------------------------------------
+
+// Our keys with our collections' own hashes and seeds, so that only the table differs.
+struct NodeIdHash {
+    std::size_t operator()(const IC::IgpNodeId& k) const noexcept {
+        return IC::IgpLspDatabase::LspMap::hashOf(k);
+    }
+};
+struct NeighborKeyHash {
+    std::size_t operator()(const IC::NeighborKey& k) const noexcept {
+        return IC::IgpLsp::NeighborMap::hashOf(k);
+    }
+};
+struct PrefixKeyHash {
+    std::size_t operator()(const IC::PrefixKey& k) const noexcept { return IC::IgpLsp::PrefixMap::hashOf(k); }
+};
+struct AbslEntry {
+    absl::flat_hash_map<IC::NeighborKey, IC::Neighbor*, NeighborKeyHash> neighbors;
+    absl::flat_hash_map<IC::PrefixKey, IC::Prefix*, PrefixKeyHash> prefixes;
+};
+
+// ---- the world of one size ------------------------------------------------------------
+
+struct LspKeys {
+    IC::IgpNodeId id;
+    std::vector<IC::NeighborKey> neighbors;
+    std::vector<IC::PrefixKey> prefixes;
+};
+
+struct World {
+    // First: observers must outlive every publisher that knows them.
+    CountingObserver observer;
+    std::uint32_t routers = 0;
+    Topology topology;
+    std::vector<Bytes> pdus;
+    Poldo::Ptr<IC::IgpLspDatabase> db;
+    std::vector<Content> refresh;  // the same content again, separate objects
+    std::vector<LspKeys> keys;     // key copies, held in no collection
+    Churn churn;
+    std::vector<Content> churned, restored;
+    absl::flat_hash_map<IC::IgpNodeId, AbslEntry, NodeIdHash> absl;
+
+    bool heapWarm = false;
+
+    std::size_t lsps() const noexcept { return topology.lsps.size(); }
+    std::size_t elements() const noexcept { return topology.neighbors + topology.prefixes; }
+};
+
+std::vector<Content> buildAll(const std::vector<LspSpec>& specs) {
+    std::vector<Content> out;
+    out.reserve(specs.size());
+    for (const LspSpec& s : specs) {
+        out.push_back(buildContent(s));
+    }
+    return out;
+}
+
+void observeAll(IC::IgpLspDatabase& db, Poldo::Observer& o) {
+    db.publisher().observerIs(o);
+    for (auto it = db.lsp().begin(); it != db.lsp().end(); ++it) {
+        IC::IgpLsp& entry = **it;
+        entry.publisher().observerIs(o);
+        entry.node()->publisher().observerIs(o);
+        for (auto n = entry.neighbor().begin(); n != entry.neighbor().end(); ++n) {
+            n->value->publisher().observerIs(o);
+        }
+        for (auto p = entry.prefix().begin(); p != entry.prefix().end(); ++p) {
+            p->value->publisher().observerIs(o);
+        }
+    }
+}
+
+std::unique_ptr<World> makeWorld(std::uint32_t routers) {
+    auto w = std::make_unique<World>();
+    w->routers = routers;
+    w->topology = generate(routers, topologySeed);
+    w->pdus = encodeTopology(w->topology);
+    w->db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
+    for (const LspSpec& s : w->topology.lsps) {
+        mergeContent(*w->db, buildContent(s));
+    }
+    w->refresh = buildAll(w->topology.lsps);
+    for (const Content& c : w->refresh) {
+        LspKeys k{c->node()->nodeId(), {}, {}};
+        for (auto it = c->neighbor().begin(); it != c->neighbor().end(); ++it) {
+            k.neighbors.push_back((*it)->key());
+        }
+        for (auto it = c->prefix().begin(); it != c->prefix().end(); ++it) {
+            k.prefixes.push_back((*it)->prefixKey());
+        }
+        w->keys.push_back(std::move(k));
+    }
+    w->churn = makeChurn(w->topology, churnPercent, churnSeed);
+    w->churned = buildAll(w->churn.changed);
+    for (const std::size_t i : w->churn.lspIndex) {
+        w->restored.push_back(buildContent(w->topology.lsps[i]));
+    }
+    for (auto it = w->db->lsp().begin(); it != w->db->lsp().end(); ++it) {
+        const IC::IgpLsp& entry = **it;
+        AbslEntry& a = w->absl[entry.nodeId()];
+        for (auto n = entry.neighbor().begin(); n != entry.neighbor().end(); ++n) {
+            a.neighbors.emplace(n->key, n->value.get());
+        }
+        for (auto p = entry.prefix().begin(); p != entry.prefix().end(); ++p) {
+            a.prefixes.emplace(p->key, p->value.get());
+        }
+    }
+    observeAll(*w->db, w->observer);
+    return w;
+}
+
+World& world(std::uint32_t routers) {
+    static std::unique_ptr<World> current;
+    if (!current || current->routers != routers) {
+        current.reset();  // one world at a time: the large ones take gigabytes together
+        current = makeWorld(routers);
+    }
+    return *current;
+}
+
+/// Gives the heap, once per world, as much memory as a full set of parsed
+/// contents takes: the scenarios that allocate then start from a warm heap at
+/// every size, as a small size does by itself after its first iteration.
+void warmHeap(World& w) {
+    if (!w.heapWarm) {
+        buildAll(w.topology.lsps);
+        w.heapWarm = true;
+    }
+}
+
+// Time per LSP and per element, derived from the iteration time.
+void perUnit(benchmark::State& state, std::size_t lsps, std::size_t elements) {
+    using C = benchmark::Counter;
+    state.counters["lsps"] = C(static_cast<double>(lsps));
+    state.counters["per_lsp"] = C(static_cast<double>(lsps), C::kIsIterationInvariantRate | C::kInvert);
+    state.counters["per_elem"] = C(static_cast<double>(elements), C::kIsIterationInvariantRate | C::kInvert);
+}
+
+double perIteration(benchmark::State& state, double total, double units) {
+    return total / (static_cast<double>(state.iterations()) * units);
+}
+
+// ---- scenarios ---------------------------------------------------------------------
+
+/// Baseline (c): building the parsed contents, which an agent's decoder does anyway.
+void contentBuild(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    warmHeap(w);
+    std::vector<Content> out;
+    out.reserve(w.lsps());
+    for (auto _ : state) {
+        for (const LspSpec& s : w.topology.lsps) {
+            out.push_back(buildContent(s));
+        }
+        state.PauseTiming();
+        out.clear();
+        state.ResumeTiming();
+    }
+    perUnit(state, w.lsps(), w.elements());
+}
+
+/// Decoding every PDU of the capture, results dropped.
+void decode(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    for (auto _ : state) {
+        for (const Bytes& pdu : w.pdus) {
+            const auto r = Routing::IsisDecoder::decodeLsp(pdu);
+            if (!r) {
+                state.SkipWithError(r.error().message().c_str());
+                return;
+            }
+        }
+    }
+    perUnit(state, w.lsps(), w.elements());
+    state.counters["pdus"] = static_cast<double>(w.pdus.size());
+}
+
+/// Decode plus the keeper's merge of every PDU into a fresh database.
+void ingest(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    warmHeap(w);
+    for (auto _ : state) {
+        auto keeper = std::make_unique<Routing::IsisDecoder::LspKeeper>(IC::igpLevelIsisLevel2);
+        for (const Bytes& pdu : w.pdus) {
+            keeper->receive(Routing::IsisDecoder::decodeLsp(pdu).lsp());
+        }
+        state.PauseTiming();
+        if (keeper->database()->lspCount() != w.lsps()) {
+            state.SkipWithError("the keeper's database lacks entries");
+        }
+        keeper.reset();
+        state.ResumeTiming();
+    }
+    perUnit(state, w.lsps(), w.elements());
+}
+
+/// The first build: every content merged into an empty database (adopting its objects).
+void build(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    warmHeap(w);
+    std::vector<Content> contents;
+    Poldo::Ptr<IC::IgpLspDatabase> db;
+    for (auto _ : state) {
+        state.PauseTiming();
+        contents = buildAll(w.topology.lsps);
+        db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
+        state.ResumeTiming();
+        for (const Content& c : contents) {
+            mergeContent(*db, c);
+        }
+        state.PauseTiming();
+        contents.clear();
+        db = nullptr;
+        state.ResumeTiming();
+    }
+    perUnit(state, w.lsps(), w.elements());
+}
+
+/// The hot path: merging identical content into every entry of an observed database.
+void refresh(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    const AllocSnapshot before = AllocSnapshot::start();
+    const std::uint64_t notifiedBefore = w.observer.all;
+    const std::uint64_t bindingsNotifiedBefore = w.observer.bindings;
+    for (auto _ : state) {
+        for (const Content& c : w.refresh) {
+            mergeContent(*w.db, c);
+        }
+    }
+    const AllocSnapshot after = AllocSnapshot::finish();
+    perUnit(state, w.lsps(), w.elements());
+    const double lsps = static_cast<double>(w.lsps());
+    const auto allocs = static_cast<double>(after.total() - before.total());
+    const auto bindings = static_cast<double>(after.bindings - before.bindings);
+    const auto notified = static_cast<double>(w.observer.all - notifiedBefore);
+    const auto bindingsNotified = static_cast<double>(w.observer.bindings - bindingsNotifiedBefore);
+    state.counters["allocs_per_lsp"] = perIteration(state, allocs, lsps);
+    state.counters["allocs_nonbinding_per_lsp"] = perIteration(state, allocs - bindings, lsps);
+    state.counters["notif_per_lsp"] = perIteration(state, notified, lsps);
+    state.counters["notif_nonbinding_per_lsp"] = perIteration(state, notified - bindingsNotified, lsps);
+}
+
+/// Baseline (a): what a refresh cannot avoid: for each parsed content, find
+/// its entry and look each of its neighbor and prefix keys up once in the
+/// entry's collections; nothing else.
+void refreshFloor(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    std::size_t found = 0;
+    for (auto _ : state) {
+        for (const Content& c : w.refresh) {
+            const auto* e = w.db->lsp().find(c->node()->nodeId());
+            const IC::IgpLsp& entry = **e;
+            const auto& nbrs = c->neighbor();
+            for (auto it = nbrs.begin(); it != nbrs.end(); ++it) {
+                found += entry.neighbor().find((*it)->key()) != nullptr;
+            }
+            const auto& pfxs = c->prefix();
+            for (auto it = pfxs.begin(); it != pfxs.end(); ++it) {
+                found += entry.prefix().find((*it)->prefixKey()) != nullptr;
+            }
+        }
+        benchmark::DoNotOptimize(found);
+    }
+    if (found != state.iterations() * w.elements()) {
+        state.SkipWithError("a key was not found");
+    }
+    perUnit(state, w.lsps(), w.elements());
+}
+
+/// Every neighbor and prefix key looked up in our collections (no pointer copies).
+void lookupFloor(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    std::size_t found = 0;
+    for (auto _ : state) {
+        for (const LspKeys& k : w.keys) {
+            const IC::IgpLsp& entry = **w.db->lsp().find(k.id);
+            for (const auto& key : k.neighbors) {
+                found += entry.neighbor().find(key) != nullptr;
+            }
+            for (const auto& key : k.prefixes) {
+                found += entry.prefix().find(key) != nullptr;
+            }
+        }
+        benchmark::DoNotOptimize(found);
+    }
+    if (found != state.iterations() * w.elements()) {
+        state.SkipWithError("a key was not found");
+    }
+    perUnit(state, w.lsps(), w.elements());
+}
+
+/// Baseline (b): the same look-ups in absl::flat_hash_map with our keys and hashes.
+void lookupAbsl(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    std::size_t found = 0;
+    for (auto _ : state) {
+        for (const LspKeys& k : w.keys) {
+            const AbslEntry& entry = w.absl.find(k.id)->second;
+            for (const auto& key : k.neighbors) {
+                found += entry.neighbors.find(key) != entry.neighbors.end();
+            }
+            for (const auto& key : k.prefixes) {
+                found += entry.prefixes.find(key) != entry.prefixes.end();
+            }
+        }
+        benchmark::DoNotOptimize(found);
+    }
+    if (found != state.iterations() * w.elements()) {
+        state.SkipWithError("a key was not found");
+    }
+    perUnit(state, w.lsps(), w.elements());
+}
+
+/// The same look-ups through the public API, as an agent writes them
+/// (counted pointers returned by value).
+void lookup(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    std::size_t found = 0;
+    for (auto _ : state) {
+        for (const LspKeys& k : w.keys) {
+            const Poldo::Ptr<IC::IgpLsp> entry = w.db->lsp(k.id);
+            for (const auto& key : k.neighbors) {
+                found += static_cast<bool>(entry->neighbor(key));
+            }
+            for (const auto& key : k.prefixes) {
+                found += static_cast<bool>(entry->prefix(key));
+            }
+        }
+        benchmark::DoNotOptimize(found);
+    }
+    if (found != state.iterations() * w.elements()) {
+        state.SkipWithError("a key was not found");
+    }
+    perUnit(state, w.lsps(), w.elements());
+}
+
+/// 1% of neighbors change their metric and 1% of prefixes go, then
+/// everything comes back: the changed LSPs merged twice per iteration.
+void churn(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    const std::uint64_t notifiedBefore = w.observer.all;
+    const std::uint64_t bindingsNotifiedBefore = w.observer.bindings;
+    for (auto _ : state) {
+        for (const Content& c : w.churned) {
+            mergeContent(*w.db, c);
+        }
+        for (const Content& c : w.restored) {
+            mergeContent(*w.db, c);
+        }
+    }
+    const double merged = 2.0 * static_cast<double>(w.churned.size());
+    const double changes = 2.0 * static_cast<double>(w.churn.metricChanges + w.churn.prefixRemovals);
+    using C = benchmark::Counter;
+    state.counters["lsps"] = C(merged);
+    state.counters["per_lsp"] = C(merged, C::kIsIterationInvariantRate | C::kInvert);
+    state.counters["changes"] = C(changes);
+    state.counters["per_change"] = C(changes, C::kIsIterationInvariantRate | C::kInvert);
+    const auto notified = static_cast<double>(w.observer.all - notifiedBefore);
+    const auto bindingsNotified = static_cast<double>(w.observer.bindings - bindingsNotifiedBefore);
+    // One notification per real change is the expectation.
+    state.counters["notif_nonbinding_per_change"] = perIteration(state, notified - bindingsNotified, changes);
+}
+
+/// The whole database dumped into a sink that only counts bytes.
+void dump(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    const auto sink = Umbo::DumpContext::discardingDumpContextIs();
+    for (auto _ : state) {
+        w.db->dumpState(sink, 0);
+    }
+    perUnit(state, w.lsps(), w.elements());
+    state.counters["bytes_per_lsp"] =
+        perIteration(state, static_cast<double>(sink->bytesWritten()), static_cast<double>(w.lsps()));
+}
+
+// ---- memory ----------------------------------------------------------------------------
+
+/// A database built LSP by LSP from generated content, the content dropped
+/// after each merge, as an agent does.
+Poldo::Ptr<IC::IgpLspDatabase> buildStreaming(const Topology& t, BuildParts parts) {
+    auto db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
+    for (const LspSpec& s : t.lsps) {
+        mergeContent(*db, buildContent(s, parts));
+    }
+    return db;
+}
+
+struct MemoryStages {
+    double perNode = 0, perNeighbor = 0, perPrefix = 0;
+    // Live objects per element, by type (only filled when asked for).
+    std::map<std::string, double> objectsPerNode, objectsPerNeighbor, objectsPerPrefix;
+};
+
+std::map<std::string, std::int64_t> liveObjects() {
+    std::map<std::string, std::int64_t> live;
+    Drimm::AllocTracker::forEach(
+        [&](const Drimm::AllocTracker& t) { live[t.typeName()] = static_cast<std::int64_t>(t.live()); });
+    return live;
+}
+
+/// Bytes per entry (node), per neighbor and per prefix, from three databases
+/// that hold nodes only, nodes and neighbors, and everything, each measured
+/// around its own build by `measure`. With `keep` the databases stay alive
+/// (needed when freed memory would be reused unseen, as slab blocks are).
+template <class Measure>
+MemoryStages memoryStages(const Topology& t, Measure measure,
+                          std::vector<Poldo::Ptr<IC::IgpLspDatabase>>* keep, bool countObjects = false) {
+    double bytes[3] = {};
+    std::map<std::string, std::int64_t> objects[3];
+    const BuildParts parts[3] = {{false, false}, {true, false}, {true, true}};
+    for (int k = 0; k < 3; ++k) {
+        const auto liveBefore = countObjects ? liveObjects() : std::map<std::string, std::int64_t>{};
+        const auto before = measure();
+        auto db = buildStreaming(t, parts[k]);
+        bytes[k] = static_cast<double>(measure() - before);
+        if (countObjects) {
+            for (const auto& [type, n] : liveObjects()) {
+                const auto it = liveBefore.find(type);
+                objects[k][type] = n - (it == liveBefore.end() ? 0 : it->second);
+            }
+        }
+        if (keep != nullptr) {
+            keep->push_back(std::move(db));
+        }
+    }
+    MemoryStages s;
+    const auto lsps = static_cast<double>(t.lsps.size());
+    const auto neighbors = static_cast<double>(t.neighbors);
+    const auto prefixes = static_cast<double>(t.prefixes);
+    s.perNode = bytes[0] / lsps;
+    s.perNeighbor = (bytes[1] - bytes[0]) / neighbors;
+    s.perPrefix = (bytes[2] - bytes[1]) / prefixes;
+    for (const auto& [type, n] : objects[2]) {
+        const auto nodes = static_cast<double>(objects[0][type]);
+        const auto withNeighbors = static_cast<double>(objects[1][type]);
+        const auto all = static_cast<double>(n);
+        if (nodes != 0) {
+            s.objectsPerNode[type] = nodes / lsps;
+        }
+        if (withNeighbors != nodes) {
+            s.objectsPerNeighbor[type] = (withNeighbors - nodes) / neighbors;
+        }
+        if (all != withNeighbors) {
+            s.objectsPerPrefix[type] = (all - withNeighbors) / prefixes;
+        }
+    }
+    return s;
+}
+
+/// Memory of a built database, from the exact live accounting (runs once).
+void memory(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    MemoryStages s;
+    for (auto _ : state) {
+        s = memoryStages(w.topology, footprint, nullptr);
+    }
+    state.counters["bytes_per_node"] = s.perNode;
+    state.counters["bytes_per_neighbor"] = s.perNeighbor;
+    state.counters["bytes_per_prefix"] = s.perPrefix;
+}
+
+long currentRssKb() {
+    std::ifstream statm("/proc/self/statm");
+    long pages = 0, resident = 0;
+    statm >> pages >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+long peakRssKb() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_maxrss;
+}
+
+std::string jsonObject(const std::map<std::string, double>& m) {
+    std::string out = "{";
+    char buf[64];
+    for (const auto& [k, v] : m) {
+        std::snprintf(buf, sizeof buf, "%.3f", v);
+        out += (out.size() > 1 ? ", \"" : "\"") + k + "\": " + buf;
+    }
+    return out + "}";
+}
+
+/// `--memory=<routers>`: in this fresh process, the peak RSS of building the
+/// full database, then bytes per element from glibc's own accounting
+/// (mallinfo2, heap and mmapped blocks) and from the live accounting, with
+/// the library's objects per element; prints one JSON object.
+int memoryMode(std::uint32_t routers) {
+    const Topology t = generate(routers, topologySeed);
+    const long rssBefore = currentRssKb();
+    const auto heap = [] {
+        const struct mallinfo2 m = mallinfo2();
+        return static_cast<std::int64_t>(m.uordblks + m.hblkhd);
+    };
+    const std::int64_t heapBefore = heap();
+    auto full = buildStreaming(t, BuildParts{});
+    const long peakAfterBuild = peakRssKb();
+    const std::int64_t heapFull = heap() - heapBefore;
+    // Everything stays alive: slab blocks freed here would be reused by the
+    // stages below without glibc seeing any allocation.
+    std::vector<Poldo::Ptr<IC::IgpLspDatabase>> keep{full};
+    const MemoryStages byMallinfo = memoryStages(t, heap, &keep);
+    const MemoryStages byLive = memoryStages(t, footprint, nullptr, true);
+    std::printf(
+        "{\"routers\": %u, \"lsps\": %zu, \"neighbors\": %zu, \"prefixes\": %zu,\n"
+        " \"rss_before_build_kb\": %ld, \"peak_rss_build_kb\": %ld, \"heap_full_build_bytes\": %lld,\n"
+        " \"mallinfo\": {\"bytes_per_node\": %.1f, \"bytes_per_neighbor\": %.1f, \"bytes_per_prefix\": "
+        "%.1f},\n"
+        " \"live\": {\"bytes_per_node\": %.1f, \"bytes_per_neighbor\": %.1f, \"bytes_per_prefix\": %.1f},\n"
+        " \"objects_per_node\": %s,\n \"objects_per_neighbor\": %s,\n \"objects_per_prefix\": %s,\n"
+        " \"sizeof\": {\"Neighbor\": %zu, \"NeighborKey\": %zu, \"neighbor_map_member\": %zu, \"Prefix\": "
+        "%zu, "
+        "\"PrefixKey\": %zu, \"prefix_map_member\": %zu, \"IgpLsp\": %zu, \"Node\": %zu}}\n",
+        routers, t.lsps.size(), t.neighbors, t.prefixes, rssBefore, peakAfterBuild,
+        static_cast<long long>(heapFull), byMallinfo.perNode, byMallinfo.perNeighbor, byMallinfo.perPrefix,
+        byLive.perNode, byLive.perNeighbor, byLive.perPrefix, jsonObject(byLive.objectsPerNode).c_str(),
+        jsonObject(byLive.objectsPerNeighbor).c_str(), jsonObject(byLive.objectsPerPrefix).c_str(),
+        sizeof(IC::Neighbor), sizeof(IC::NeighborKey), sizeof(IC::IgpLsp::NeighborMap::member_type),
+        sizeof(IC::Prefix), sizeof(IC::PrefixKey), sizeof(IC::IgpLsp::PrefixMap::member_type),
+        sizeof(IC::IgpLsp), sizeof(IC::Node));
+    return 0;
+}
+
+/// "1k", "50k": a size's name, so that a filter such as '/1k' selects it alone.
+std::string sizeName(std::uint32_t routers) {
+    return routers % 1000 == 0 ? std::to_string(routers / 1000) + "k" : std::to_string(routers);
+}
+
+void registerAll(std::uint32_t routers) {
+    using Fn = void (*)(benchmark::State&, std::uint32_t);
+    struct Scenario {
+        const char* name;
+        Fn fn;
+    };
+    static constexpr Scenario scenarios[] = {
+        {"ContentBuild", contentBuild},
+        {"Decode", decode},
+        {"Ingest", ingest},
+        {"Build", build},
+        {"Refresh", refresh},
+        {"RefreshFloor", refreshFloor},
+        {"Lookup", lookup},
+        {"LookupFloor", lookupFloor},
+        {"LookupAbsl", lookupAbsl},
+        {"Churn", churn},
+        {"Dump", dump},
+    };
+    for (const Scenario& s : scenarios) {
+        const std::string name = std::string(s.name) + "/" + sizeName(routers);
+        benchmark::RegisterBenchmark(name.c_str(), s.fn, routers)->Unit(benchmark::kMillisecond);
+    }
+    const std::string name = "Memory/" + sizeName(routers);
+    benchmark::RegisterBenchmark(name.c_str(), memory, routers)->Iterations(1)->Unit(benchmark::kMillisecond);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strncmp(argv[i], "--memory=", 9) == 0) {
+            return memoryMode(static_cast<std::uint32_t>(std::strtoul(argv[i] + 9, nullptr, 10)));
+        }
+    }
+    // Memory freed by one iteration stays with the process for the next: a
+    // small database is rebuilt in recycled memory anyway, so a large one
+    // must be too, or its per-LSP cost would be the kernel's page faults
+    // rather than the library's (the memory mode keeps glibc's defaults).
+    mallopt(M_TRIM_THRESHOLD, INT_MAX);
+    mallopt(M_MMAP_THRESHOLD, INT_MAX);
+    for (const std::uint32_t routers : {1000u, 10000u, 50000u}) {
+        registerAll(routers);
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,171 @@
+#include "Compare.h"
+
+#include <sstream>
+
+namespace IgpBench {
+
+namespace IC = Routing::IgpCommon;
+
+namespace {
+
+/// Collects the first difference; later checks are skipped once one is found.
+class Diff {
+public:
+    bool found() const noexcept { return !text_.empty(); }
+    const std::string& text() const noexcept { return text_; }
+
+    template <class A, class B>
+    void check(const std::string& where, const char* what, const A& a, const B& b) {
+        if (!found() && !(a == b)) {
+            std::ostringstream os;
+            os << where << ": " << what << " " << a << " != " << b;
+            text_ = os.str();
+        }
+    }
+    void fail(const std::string& where, const char* what) {
+        if (!found()) {
+            text_ = where + ": " + what;
+        }
+    }
+
+private:
+    std::string text_;
+};
+
+// Null on both sides, or set on both and equal by `same`.
+template <class T, class Same>
+void checkShared(Diff& d, const std::string& where, const char* what, const Poldo::Ptr<T>& a,
+                 const Poldo::Ptr<T>& b, Same same) {
+    const bool differ = !a != !b || (a && !same(*a, b.get()));
+    if (differ) {
+        d.fail(where, what);
+    }
+}
+
+template <class Set>
+bool sameSet(const Set& a, const Set& b) {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (auto it = a.begin(); it != a.end(); ++it) {
+        if (!b.contains(*it)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void compareNode(Diff& d, const std::string& at, const IC::Node& a, const IC::Node& b) {
+    d.check(at, "flags", a.flags(), b.flags());
+    d.check(at, "host name", a.hostName(), b.hostName());
+    d.check(at, "IPv4 router ID", a.ipv4RouterId(), b.ipv4RouterId());
+    d.check(at, "IPv6 router ID", a.ipv6RouterId(), b.ipv6RouterId());
+    checkShared(d, at, "area addresses differ", a.isisAreaIdCol(), b.isisAreaIdCol(),
+                [](const IC::IsisAreaIdCol& x, const IC::IsisAreaIdCol* y) { return x.compareAreaIds(y); });
+    checkShared(d, at, "SR capabilities differ", a.srCapabilities(), b.srCapabilities(),
+                [](const IC::SrCapabilities& x, const IC::SrCapabilities* y) { return x.compare(y); });
+    checkShared(d, at, "SR local blocks differ", a.srlb(), b.srlb(),
+                [](const IC::SrCapabilities& x, const IC::SrCapabilities* y) { return x.compare(y); });
+    checkShared(d, at, "MSDs differ", a.msdCol(), b.msdCol(),
+                [](const IC::IgpMsdCol& x, const IC::IgpMsdCol* y) { return x.compareMsdCol(y); });
+    checkShared(d, at, "flex-algo definitions differ", a.fadCol(), b.fadCol(),
+                [](const IC::IgpFlexAlgoDefinitionCol& x, const IC::IgpFlexAlgoDefinitionCol* y) {
+                    return x.fadCount() == y->fadCount() && x.compareFadCol(y);
+                });
+    checkShared(d, at, "topologies differ", a.mtIdCol(), b.mtIdCol(),
+                [](const IC::IgpMultiTopologyIdCol& x, const IC::IgpMultiTopologyIdCol* y) {
+                    return x.compareMtIdCol(y);
+                });
+}
+
+void compareNeighbor(Diff& d, const std::string& at, const IC::Neighbor& a, const IC::Neighbor& b) {
+    d.check(at, "attributes present", a.attrsPresent(), b.attrsPresent());
+    d.check(at, "igpMetric", a.igpMetric(), b.igpMetric());
+    d.check(at, "adminGroup", a.adminGroup(), b.adminGroup());
+    d.check(at, "maxLinkBw", a.maxLinkBw(), b.maxLinkBw());
+    d.check(at, "maxReserveLinkBw", a.maxReserveLinkBw(), b.maxReserveLinkBw());
+    d.check(at, "teDefMetric", a.teDefMetric(), b.teDefMetric());
+    for (unsigned p = 0; p < 8; ++p) {
+        d.check(at, "unreservedBw", a.unreservedBw(IC::BwIndex(p)), b.unreservedBw(IC::BwIndex(p)));
+    }
+    d.check(at, "extended admin group words", a.extAdminGroup().size(), b.extAdminGroup().size());
+    for (auto it = a.extAdminGroup().begin(); it != a.extAdminGroup().end(); ++it) {
+        d.check(at, "extended admin group word", it->value, b.extAdminGroup(it->key));
+    }
+    if (!sameSet(a.srlgValues(), b.srlgValues())) {
+        d.fail(at, "SRLGs differ");
+    }
+    if (!sameSet(a.adjSid(), b.adjSid())) {
+        d.fail(at, "adjacency SIDs differ");
+    }
+    if (!sameSet(a.lanAdjSid(), b.lanAdjSid())) {
+        d.fail(at, "LAN adjacency SIDs differ");
+    }
+}
+
+void comparePrefix(Diff& d, const std::string& at, const IC::Prefix& a, const IC::Prefix& b) {
+    d.check(at, "reachable", a.hasValidReachability(), b.hasValidReachability());
+    d.check(at, "flags", a.flags(), b.flags());
+    d.check(at, "metric", a.metric(), b.metric());
+    d.check(at, "prefix SID", a.prefixSid(), b.prefixSid());
+    const auto& ma = a.prefixMetric()->metric();
+    d.check(at, "flex-algo metrics", ma.size(), b.prefixMetric()->metricCount());
+    for (auto it = ma.begin(); it != ma.end(); ++it) {
+        d.check(at, "flex-algo metric", it->second, b.prefixMetric()->metric(it->first));
+    }
+    const auto& ba = a.sidLabelBinding();
+    const auto& bb = b.sidLabelBinding();
+    if (!ba != !bb) {
+        d.fail(at, "binding on one side only");
+    } else if (ba) {
+        d.check(at, "binding", ba->toStrep(), bb->toStrep());
+        d.check(at, "binding flags", ba->flags(), bb->flags());
+        d.check(at, "binding base label", ba->baseLabelSid(), bb->baseLabelSid());
+        d.check(at, "binding base prefix SID", ba->basePrefixSid(), bb->basePrefixSid());
+    }
+}
+
+}  // namespace
+
+std::string firstDifference(const IC::IgpLspDatabase& a, const IC::IgpLspDatabase& b) {
+    Diff d;
+    d.check("database", "entries", a.lspCount(), b.lspCount());
+    for (auto it = a.lsp().begin(); it != a.lsp().end() && !d.found(); ++it) {
+        const IC::IgpLsp& ea = **it;
+        const std::string at = "node " + ea.nodeId().toStrep();
+        const Poldo::Ptr<IC::IgpLsp> eb = b.lsp(ea.nodeId());
+        if (!eb) {
+            d.fail(at, "missing on the right");
+            break;
+        }
+        if (!ea.node() || !eb->node()) {
+            d.check(at, "has a node", static_cast<bool>(ea.node()), static_cast<bool>(eb->node()));
+        } else {
+            compareNode(d, at, *ea.node(), *eb->node());
+        }
+        d.check(at, "neighbors", ea.neighbor().size(), eb->neighbor().size());
+        for (auto n = ea.neighbor().begin(); n != ea.neighbor().end() && !d.found(); ++n) {
+            const std::string nat = at + ", neighbor " + n->key.toStrep();
+            const auto other = eb->neighbor(n->key);
+            if (!other) {
+                d.fail(nat, "missing on the right");
+            } else {
+                compareNeighbor(d, nat, *n->value, *other);
+            }
+        }
+        d.check(at, "prefixes", ea.prefix().size(), eb->prefix().size());
+        for (auto p = ea.prefix().begin(); p != ea.prefix().end() && !d.found(); ++p) {
+            std::ostringstream os;
+            os << at << ", prefix " << p->key;
+            const auto other = eb->prefix(p->key);
+            if (!other) {
+                d.fail(os.str(), "missing on the right");
+            } else {
+                comparePrefix(d, os.str(), *p->value, *other);
+            }
+        }
+    }
+    return d.text();
+}
+
+}  // namespace IgpBench

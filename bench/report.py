@@ -1,0 +1,207 @@
+#!/usr/bin/env python3
+"""Runs the database benchmarks and prints the ratios they are judged by.
+
+Every ratio divides two measurements of the same run (CPU time per element or
+per LSP), so a loaded machine slows both sides alike. The memory figures come
+from a separate process (igp-lsdb-bench --memory=N), so that its peak RSS is
+the build's and nothing else's.
+
+    bench/report.py                          # every size, memory at 50k routers
+    bench/report.py --repetitions 3          # steadier: medians of 3, in random order
+    bench/report.py --sizes 1k --memory 1000
+    bench/report.py --from-json run.json     # ratios of an earlier run
+"""
+
+import argparse
+import json
+import os
+import subprocess
+import sys
+import tempfile
+
+TARGETS = {
+    "refresh_vs_floor": 2.5,
+    "lookup_vs_absl": 1.25,
+    "per_lsp_growth": 1.5,
+    "bytes_per_neighbor": 320,
+    "bytes_per_prefix": 160,
+}
+
+
+def run_benchmarks(binary, sizes, bench_filter, repetitions):
+    """One process per size, so that no size runs in a heap another one shaped."""
+    merged = None
+    for size in sizes:
+        out = tempfile.NamedTemporaryFile(suffix=".json", delete=False)
+        out.close()
+        pattern = "^(%s)/%s($|/)" % (bench_filter or "[A-Za-z]+", size)
+        cmd = [binary, "--benchmark_out=" + out.name, "--benchmark_out_format=json",
+               "--benchmark_filter=" + pattern]
+        if repetitions > 1:
+            # Repetitions in random order spread a noisy neighbour's load over
+            # every scenario alike instead of over whichever ran meanwhile.
+            cmd += ["--benchmark_repetitions=%d" % repetitions, "--benchmark_report_aggregates_only=true",
+                    "--benchmark_enable_random_interleaving=true"]
+        subprocess.run(cmd, check=True)
+        with open(out.name) as f:
+            data = json.load(f)
+        os.unlink(out.name)
+        if merged is None:
+            merged = data
+        else:
+            merged["benchmarks"] += data["benchmarks"]
+    return merged
+
+
+def results(data):
+    """run name -> counters and times; the median when repeated."""
+    plain, medians = {}, {}
+    for b in data["benchmarks"]:
+        name = b.get("run_name", b["name"])
+        if b.get("error_occurred"):
+            print("benchmark %s failed: %s" % (name, b.get("error_message")), file=sys.stderr)
+            continue
+        if b.get("run_type") == "aggregate":
+            if b.get("aggregate_name") == "median":
+                medians[name] = b
+        else:
+            plain[name] = b
+    plain.update(medians)
+    return plain
+
+
+def size_key(size):
+    return int(size[:-1]) * 1000 if size.endswith("k") else int(size)
+
+
+def verdict(value, limit):
+    return "ok" if value <= limit else "MISSED"
+
+
+def ns(seconds):
+    return "%.0f ns" % (seconds * 1e9) if seconds < 1e-5 else "%.2f us" % (seconds * 1e6)
+
+
+def report(res, memory):
+    sizes = sorted({name.split("/")[1] for name in res if "/" in name}, key=size_key)
+    rows = []
+
+    def get(scenario, size, counter):
+        b = res.get("%s/%s" % (scenario, size)) or res.get("%s/%s/iterations:1" % (scenario, size))
+        return None if b is None else b.get(counter)
+
+    print("\nPer-element and per-LSP costs (CPU time):")
+    print("%-14s" % "scenario" + "".join("%22s" % s for s in sizes))
+    for scenario in ["ContentBuild", "Decode", "Ingest", "Build", "Refresh", "RefreshFloor", "Lookup",
+                     "LookupFloor", "LookupAbsl", "Churn", "Dump"]:
+        cells = []
+        for s in sizes:
+            lsp = get(scenario, s, "per_lsp")
+            unit = get(scenario, s, "per_change" if scenario == "Churn" else "per_elem")
+            cells.append("%22s" % ("-" if lsp is None else "%s | %s" % (ns(lsp), ns(unit))))
+        print("%-14s" % scenario + "".join(cells))
+    print("  (each cell: per LSP | per element; Churn: per merged LSP | per change)")
+
+    for s in sizes:
+        refresh, floor = get("Refresh", s, "per_elem"), get("RefreshFloor", s, "per_elem")
+        if refresh and floor:
+            rows.append(("refresh / floor (a), per element, %s" % s, refresh / floor, TARGETS["refresh_vs_floor"]))
+        ours, absl = get("LookupFloor", s, "per_elem"), get("LookupAbsl", s, "per_elem")
+        if ours and absl:
+            rows.append(("our look-up / absl (b), %s" % s, ours / absl, TARGETS["lookup_vs_absl"]))
+        for counter in ["allocs_nonbinding_per_lsp", "notif_nonbinding_per_lsp"]:
+            v = get("Refresh", s, counter)
+            if v is not None:
+                rows.append(("refresh %s, %s" % (counter, s), v, 0.0))
+    if len(sizes) > 1:
+        small, large = sizes[0], sizes[-1]
+        for scenario in ["Build", "Refresh"]:
+            a, b = get(scenario, small, "per_lsp"), get(scenario, large, "per_lsp")
+            if a and b:
+                rows.append(("%s per LSP, %s / %s" % (scenario.lower(), large, small), b / a,
+                             TARGETS["per_lsp_growth"]))
+    for s in sizes:
+        for counter, target in [("bytes_per_neighbor", TARGETS["bytes_per_neighbor"]),
+                                ("bytes_per_prefix", TARGETS["bytes_per_prefix"])]:
+            v = get("Memory", s, counter)
+            if v is not None:
+                rows.append(("%s (live accounting), %s" % (counter, s), v, target))
+    if memory:
+        n = "%dk" % (memory["routers"] // 1000)
+        for counter, target in [("bytes_per_neighbor", TARGETS["bytes_per_neighbor"]),
+                                ("bytes_per_prefix", TARGETS["bytes_per_prefix"])]:
+            rows.append(("%s (mallinfo2), %s" % (counter, n), memory["mallinfo"][counter], target))
+
+    print("\nTargets:")
+    for label, value, limit in rows:
+        print("  %-52s %10.3f   target <= %-6g %s" % (label, value, limit, verdict(value, limit)))
+
+    print("\nFor information:")
+    for s in sizes:
+        build, content = get("Build", s, "per_lsp"), get("ContentBuild", s, "per_lsp")
+        if build and content:
+            print("  first build / building the parsed content (c), %-5s %8.3f" % (s, build / content))
+        api, absl = get("Lookup", s, "per_elem"), get("LookupAbsl", s, "per_elem")
+        if api and absl:
+            print("  look-up through the public API / absl, %-13s %8.3f" % (s, api / absl))
+        ingest, build = get("Ingest", s, "per_lsp"), get("Build", s, "per_lsp")
+        if ingest and build:
+            print("  ingest (decode + keeper) / first build, %-12s %8.3f" % (s, ingest / build))
+        v = get("Refresh", s, "allocs_per_lsp")
+        if v is not None:
+            print("  refresh allocations per LSP, bindings included, %-4s %8.3f" % (s, v))
+        v = get("Churn", s, "notif_nonbinding_per_change")
+        if v is not None:
+            print("  churn notifications per change (1 expected), %-6s %8.3f" % (s, v))
+    if memory:
+        m = memory
+        print("  %d routers (%d LSPs, %d neighbors, %d prefixes):" % (m["routers"], m["lsps"], m["neighbors"],
+                                                                    m["prefixes"]))
+        print("    bytes per node (entry) %.0f (mallinfo2), %.0f (live)" % (m["mallinfo"]["bytes_per_node"],
+                                                                         m["live"]["bytes_per_node"]))
+        print("    peak RSS of the build %.1f MiB, of which %.1f MiB before it (generator input);"
+              " the database's heap (mallinfo2) %.1f MiB" %
+              (m["peak_rss_build_kb"] / 1024, m["rss_before_build_kb"] / 1024,
+               m["heap_full_build_bytes"] / 1048576))
+        for what in ["node", "neighbor", "prefix"]:
+            objs = m["objects_per_" + what]
+            print("    objects per %-8s " % what + ", ".join("%s %.2f" % (k.split("::")[-1], v)
+                                                        for k, v in sorted(objs.items())))
+        print("    sizeof: " + ", ".join("%s %d" % kv for kv in m["sizeof"].items()))
+    return all(value <= limit for _, value, limit in rows)
+
+
+def main():
+    here = os.path.dirname(os.path.abspath(__file__))
+    default_bin = os.path.join(here, "..", "build", "default", "bench", "igp-lsdb-bench")
+    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    p.add_argument("--bench", default=default_bin, help="the igp-lsdb-bench binary (RelWithDebInfo build)")
+    p.add_argument("--sizes", default="1k,10k,50k", help="comma-separated sizes to run (1k, 10k, 50k)")
+    p.add_argument("--filter", default="", help="scenarios to run, a regex of whole names, e.g. 'Refresh.*|Lookup.*'")
+    p.add_argument("--repetitions", type=int, default=1,
+                   help="repeat each benchmark in random order and report medians (3 steadies a shared machine)")
+    p.add_argument("--memory", type=int, default=50000, help="routers of the memory run; 0 skips it")
+    p.add_argument("--from-json", help="report on a saved --benchmark_out JSON file instead of running")
+    p.add_argument("--save-json", help="keep the run's JSON here")
+    p.add_argument("--strict", action="store_true", help="exit 1 when a target is missed")
+    args = p.parse_args()
+
+    if args.from_json:
+        with open(args.from_json) as f:
+            data = json.load(f)
+    else:
+        data = run_benchmarks(args.bench, args.sizes.split(","), args.filter, args.repetitions)
+        if args.save_json:
+            with open(args.save_json, "w") as f:
+                json.dump(data, f, indent=1)
+    memory = None
+    if args.memory and not args.from_json:
+        out = subprocess.run([args.bench, "--memory=%d" % args.memory], check=True, capture_output=True, text=True)
+        memory = json.loads(out.stdout)
+    met = report(results(data), memory)
+    if args.strict and not met:
+        sys.exit(1)
+
+
+if __name__ == "__main__":
+    main()

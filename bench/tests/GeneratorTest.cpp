@@ -1,0 +1,195 @@
+// Smoke tests of the benchmark generator at a small size: what it encodes
+// decodes to what it builds, its PDUs are valid, it is deterministic, and its
+// churn changes exactly what it says.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "IsisDecoder/Decoder.h"
+#include "IsisDecoder/LspKeeper.h"
+#include "gen/Compare.h"
+#include "gen/Encoder.h"
+#include "gen/Generator.h"
+
+namespace {
+
+using namespace IgpBench;
+namespace Dec = Routing::IsisDecoder;
+
+Poldo::Ptr<IC::IgpLspDatabase> buildDb(const std::vector<LspSpec>& lsps, IC::IgpLevel level) {
+    auto db = IC::igpLspDatabaseFactory(level);
+    for (const LspSpec& s : lsps) {
+        mergeContent(*db, buildContent(s));
+    }
+    return db;
+}
+
+std::string dumpText(const IC::IgpLspDatabase& db) {
+    const auto ctx = Umbo::DumpContext::dumpContextIs();
+    db.dumpState(ctx, 0);
+    return ctx->text();
+}
+
+struct RoundTripCase {
+    std::uint32_t routers;
+    unsigned level;
+    std::uint64_t seed;
+};
+
+void PrintTo(const RoundTripCase& c, std::ostream* os) {
+    *os << "r" << c.routers << "_l" << c.level << "_s" << c.seed;
+}
+
+class GeneratorRoundTrip : public ::testing::TestWithParam<RoundTripCase> {};
+
+TEST_P(GeneratorRoundTrip, PcapDecodesThroughTheKeeperToTheGeneratedDatabase) {
+    const RoundTripCase c = GetParam();
+    const Topology t = generate(c.routers, c.seed);
+    EncodeParams params;
+    params.level = c.level;
+    params.sequence = 7;
+    std::stringstream pcap;
+    writePcap(pcap, encodeTopology(t, params), c.level);
+    const std::vector<Bytes> pdus = readPcap(pcap);
+
+    const auto level = c.level == 1 ? IC::igpLevelIsisLevel1 : IC::igpLevelIsisLevel2;
+    Dec::LspKeeper keeper(level);
+    std::map<IC::IgpNodeId, unsigned> fragments;
+    for (const Bytes& pdu : pdus) {
+        ASSERT_LE(pdu.size(), params.maxPduSize);
+        ASSERT_TRUE(Dec::lspChecksumValid(pdu));
+        const auto r = Dec::decodeLsp(pdu);
+        ASSERT_TRUE(r.ok()) << r.error().message();
+        EXPECT_EQ(r.lsp().header.level, c.level);
+        EXPECT_EQ(r.lsp().header.sequenceNumber, 7u);
+        // Fragments of a node arrive numbered 0, 1, 2, ...
+        EXPECT_EQ(r.lsp().header.fragment, fragments[r.lsp().header.nodeId()]++);
+        ASSERT_EQ(keeper.receive(r.lsp()), Dec::LspKeeper::Outcome::installed);
+    }
+    ASSERT_EQ(fragments.size(), t.lsps.size());
+    unsigned fragmented = 0;
+    for (const auto& [id, n] : fragments) {
+        fragmented += n > 1 ? 1 : 0;
+    }
+    EXPECT_GT(fragmented, 0u) << "no LSP needed a second fragment";
+
+    const auto generated = buildDb(t.lsps, level);
+    EXPECT_EQ(firstDifference(*generated, *keeper.database()), "");
+    EXPECT_EQ(firstDifference(*keeper.database(), *generated), "");
+    EXPECT_EQ(dumpText(*generated), dumpText(*keeper.database()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, GeneratorRoundTrip,
+                         ::testing::Values(RoundTripCase{8, 2, 1}, RoundTripCase{40, 2, 3},
+                                           RoundTripCase{64, 1, 99}));
+
+TEST(Generator, TopologyHasTheAdvertisedShape) {
+    const Topology t = generate(400, 5);
+    ASSERT_EQ(t.routers, 400u);
+    EXPECT_EQ(t.pseudonodes, 50u);
+    EXPECT_EQ(t.lsps.size(), 450u);
+    EXPECT_EQ(t.bindings, 2u * 400u);
+    std::size_t routerNeighbors = 0, routerPrefixes = 0, mt2 = 0, lan = 0, parallelKeys = 0;
+    for (std::size_t i = 0; i < t.routers; ++i) {
+        const LspSpec& s = t.lsps[i];
+        ASSERT_FALSE(s.isPseudonode());
+        routerNeighbors += s.links.size();
+        routerPrefixes += s.prefixEntries();
+        std::map<IC::IgpNodeId, unsigned> perNeighbor;
+        for (const LinkSpec& l : s.links) {
+            mt2 += l.mtId == 2 ? 1 : 0;
+            lan += l.neighbor.isPnodeId() ? 1 : 0;
+            parallelKeys += l.mtId == 0 && ++perNeighbor[l.neighbor] == 2 ? 1 : 0;
+        }
+    }
+    const double nbrs = static_cast<double>(routerNeighbors) / t.routers;
+    const double pfxs = static_cast<double>(routerPrefixes) / t.routers;
+    EXPECT_GT(nbrs, 7.0);
+    EXPECT_LT(nbrs, 9.5);
+    EXPECT_GT(pfxs, 18.0);
+    EXPECT_LT(pfxs, 22.0);
+    EXPECT_GT(mt2, 0u);
+    EXPECT_GT(lan, 0u);
+    EXPECT_GT(parallelKeys, 0u);
+    for (std::size_t i = t.routers; i < t.lsps.size(); ++i) {
+        EXPECT_TRUE(t.lsps[i].isPseudonode());
+        EXPECT_GE(t.lsps[i].links.size(), 3u);
+    }
+}
+
+TEST(Generator, SameSeedSameBytesOtherSeedOtherBytes) {
+    auto bytes = [](std::uint64_t seed) {
+        std::ostringstream os;
+        writePcap(os, encodeTopology(generate(30, seed)), 2);
+        return os.str();
+    };
+    EXPECT_EQ(bytes(11), bytes(11));
+    EXPECT_NE(bytes(11), bytes(12));
+}
+
+TEST(Generator, ChurnChangesWhatItCountsAndRestoringUndoesIt) {
+    const Topology t = generate(200, 8);
+    const Churn churn = makeChurn(t, 1, 4);
+    EXPECT_EQ(churn.metricChanges, t.neighbors / 100);
+    EXPECT_EQ(churn.prefixRemovals, (t.prefixes - t.bindings) / 100);
+    std::size_t removed = 0;
+    for (std::size_t k = 0; k < churn.lspIndex.size(); ++k) {
+        removed += t.lsps[churn.lspIndex[k]].prefixes.size() - churn.changed[k].prefixes.size();
+    }
+    EXPECT_EQ(removed, churn.prefixRemovals);
+
+    auto db = buildDb(t.lsps, IC::igpLevelIsisLevel2);
+    const auto reference = buildDb(t.lsps, IC::igpLevelIsisLevel2);
+    std::size_t prefixesBefore = 0, prefixesAfter = 0;
+    for (auto it = db->lsp().begin(); it != db->lsp().end(); ++it) {
+        prefixesBefore += (*it)->prefix().size();
+    }
+    for (const LspSpec& s : churn.changed) {
+        mergeContent(*db, buildContent(s));
+    }
+    for (auto it = db->lsp().begin(); it != db->lsp().end(); ++it) {
+        prefixesAfter += (*it)->prefix().size();
+    }
+    EXPECT_EQ(prefixesBefore - prefixesAfter, churn.prefixRemovals);
+    EXPECT_NE(firstDifference(*db, *reference), "");
+    for (const std::size_t i : churn.lspIndex) {
+        mergeContent(*db, buildContent(t.lsps[i]));
+    }
+    EXPECT_EQ(firstDifference(*db, *reference), "");
+}
+
+TEST(Generator, ComparisonFindsAChangedAttribute) {
+    const Topology t = generate(8, 2);
+    auto changed = t.lsps;
+    changed[3].links[1].teMetric += 1;
+    EXPECT_NE(
+        firstDifference(*buildDb(t.lsps, IC::igpLevelIsisLevel2), *buildDb(changed, IC::igpLevelIsisLevel2))
+            .find("teDefMetric"),
+        std::string::npos);
+    changed = t.lsps;
+    changed[0].bindings[1].range += 1;
+    EXPECT_NE(
+        firstDifference(*buildDb(t.lsps, IC::igpLevelIsisLevel2), *buildDb(changed, IC::igpLevelIsisLevel2))
+            .find("binding"),
+        std::string::npos);
+}
+
+TEST(Generator, ToolWritesTheEncodedTopology) {
+    const std::string path = ::testing::TempDir() + "igp-lsdb-gen-test.pcap";
+    const std::string cmd =
+        std::string(IGPLSDB_GEN_TOOL) + " --routers 20 --seed 9 --level 1 -o " + path + " 2>/dev/null";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    std::ifstream in(path, std::ios::binary);
+    EncodeParams params;
+    params.level = 1;
+    EXPECT_EQ(readPcap(in), encodeTopology(generate(20, 9), params));
+    std::remove(path.c_str());
+}
+
+}  // namespace
