@@ -354,11 +354,11 @@ void refreshFloor(benchmark::State& state, std::uint32_t routers) {
             const IC::IgpLsp& entry = **e;
             const auto& nbrs = c->neighbor();
             for (auto it = nbrs.begin(); it != nbrs.end(); ++it) {
-                found += entry.neighbor().find((*it)->key()) != nullptr;
+                found += entry.neighbor().find((*it)->key()).has_value();
             }
             const auto& pfxs = c->prefix();
             for (auto it = pfxs.begin(); it != pfxs.end(); ++it) {
-                found += entry.prefix().find((*it)->prefixKey()) != nullptr;
+                found += entry.prefix().find((*it)->prefixKey()).has_value();
             }
         }
         benchmark::DoNotOptimize(found);
@@ -377,10 +377,10 @@ void lookupFloor(benchmark::State& state, std::uint32_t routers) {
         for (const LspKeys& k : w.keys) {
             const IC::IgpLsp& entry = **w.db->lsp().find(k.id);
             for (const auto& key : k.neighbors) {
-                found += entry.neighbor().find(key) != nullptr;
+                found += entry.neighbor().find(key).has_value();
             }
             for (const auto& key : k.prefixes) {
-                found += entry.prefix().find(key) != nullptr;
+                found += entry.prefix().find(key).has_value();
             }
         }
         benchmark::DoNotOptimize(found);
