@@ -36,6 +36,7 @@ TEST(ArrayTest, EveryAccessorRefusesAnIndexOutsideTheSlotsWithTheFixedMessageAnd
     EXPECT_TRUE(bytes.has(IgpNodeIdIndex(6)));
 
     // 8 is a valid WideIndex (its bounds are 0..9): only the 8-slot array refuses it.
+    EXPECT_EQ(WideIndex::checked(8).value(), 8);
     Kest::Array<int, WideIndex, 8> wide;
     wide.set(WideIndex(7), 70);
     EXPECT_EQ(wide[WideIndex(7)], 70);
