@@ -250,7 +250,7 @@ public:
             }
             if constexpr (hasInline) {
                 if (inlineCount() < InlineN) {
-                    return {inlinePlace(hashOf(k), m), true};
+                    return {inlinePlace(m), true};
                 }
             }
             grow();
@@ -429,19 +429,23 @@ private:
         return npos;
     }
 
-    /// Puts `m` (hash `h`, absent) in its place among fewer than InlineN members.
-    const Member* inlinePlace(std::uint32_t h, Member& m) {
+    /// Puts `m` (absent) in its place among fewer than InlineN members; its
+    /// hash is needed only to order it among others.
+    const Member* inlinePlace(Member& m) {
         const Key& k = KeyFunktor()(m);
         const std::uint32_t n = inlineCount();
         if (n >= InlineN) {
             return nullptr;  // never: the caller checked; tells the compiler the bound
         }
         std::uint32_t at = 0;
-        for (; at < n; ++at) {
-            const Key& ak = KeyFunktor()(*inlineAt(at));
-            const std::uint32_t ah = hashOf(ak);
-            if (h < ah || (h == ah && k < ak)) {
-                break;
+        if (n > 0) {
+            const std::uint32_t h = hashOf(k);
+            for (; at < n; ++at) {
+                const Key& ak = KeyFunktor()(*inlineAt(at));
+                const std::uint32_t ah = hashOf(ak);
+                if (h < ah || (h == ah && k < ak)) {
+                    break;
+                }
             }
         }
         for (std::uint32_t j = n; j > at; --j) {
