@@ -180,7 +180,7 @@ private:
     bool isInline() const noexcept { return capacity_ <= InlineN; }
     value_type* heap() const noexcept {
         value_type* p;
-        std::memcpy(&p, storage_, sizeof p);
+        std::memcpy(&p, storage_, addressBytes);
         return p;
     }
     value_type* data() noexcept {
@@ -238,7 +238,7 @@ private:
         if (!isInline()) {
             ::operator delete (heap(), std::align_val_t{alignof(value_type)});
         }
-        std::memcpy(storage_, &fresh, sizeof fresh);
+        std::memcpy(storage_, &fresh, addressBytes);
         capacity_ = capacity;
     }
 
@@ -255,7 +255,7 @@ private:
     /// Takes over `o`'s members into this empty, inline map; `o` is left empty.
     void take(FlatMap& o) noexcept {
         if (!o.isInline()) {
-            std::memcpy(storage_, o.storage_, sizeof(value_type*));
+            std::memcpy(storage_, o.storage_, addressBytes);
             capacity_ = o.capacity_;
             size_ = o.size_;
             o.capacity_ = InlineN;
@@ -286,9 +286,10 @@ private:
     }
 
     static constexpr std::size_t inlineBytes = InlineN * sizeof(value_type);
+    static constexpr std::size_t addressBytes = sizeof(void*);
     // The inline members, or the address of the heap array (copied in and
     // out, so it needs no alignment of its own).
-    alignas(value_type) unsigned char storage_[inlineBytes > sizeof(void*) ? inlineBytes : sizeof(void*)];
+    alignas(value_type) unsigned char storage_[inlineBytes > addressBytes ? inlineBytes : addressBytes];
     std::uint32_t version_ = 0;
     std::uint32_t size_ = 0;
     std::uint32_t capacity_ = InlineN;

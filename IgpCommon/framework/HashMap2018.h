@@ -104,7 +104,8 @@ class HashMap2018 {
         (sizeof(Block) + alignof(Slot) - 1) / alignof(Slot) * alignof(Slot);
     static constexpr std::size_t blockAlign = alignof(Slot) > alignof(Block) ? alignof(Slot) : alignof(Block);
     static constexpr std::size_t inlineBytes = InlineN * sizeof(Member);
-    static constexpr std::size_t storageBytes = inlineBytes > sizeof(Block*) ? inlineBytes : sizeof(Block*);
+    static constexpr std::size_t addressBytes = sizeof(void*);
+    static constexpr std::size_t storageBytes = inlineBytes > addressBytes ? inlineBytes : addressBytes;
     // Inline storage exists only with InlineN > 0; without it, a collection
     // that has no heap table is empty.
     static constexpr bool hasInline = InlineN > 0;
@@ -342,11 +343,11 @@ private:
     }
     Block* block() const noexcept {
         Block* b;
-        std::memcpy(&b, storage_, sizeof b);
+        std::memcpy(&b, storage_, addressBytes);
         return b;
     }
     void blockIs(Block* b) noexcept {
-        std::memcpy(storage_, &b, sizeof b);
+        std::memcpy(storage_, &b, addressBytes);
         state_ = (state_ & versionMask) | heapBit;
     }
     static Slot* slotsOf(Block* b) noexcept {
@@ -620,11 +621,11 @@ private:
             const std::uint32_t h = hashAt(i);
             const std::uint32_t home = homeIn(h, buckets);
             const std::uint32_t at = home > next ? home : next;
-            Member& m = memberAt(i);
+            Member* m = &memberAt(i);
             to[at].hash = h;
-            ::new (static_cast<void*>(to[at].raw)) Member(std::move(m));
+            ::new (static_cast<void*>(to[at].raw)) Member(std::move(*m));
             to[at].used = true;
-            m.~Member();
+            m->~Member();
             next = at + 1;
         }
         if (fromHeap) {
