@@ -15,6 +15,7 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <sys/resource.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <absl/container/flat_hash_map.h>
@@ -211,13 +212,20 @@ std::unique_ptr<World> makeWorld(std::uint32_t routers) {
     return w;
 }
 
+constexpr std::uint32_t referenceRouters = 1000;
+
+/// The world of that size. The 1k world stays built, as the reference the
+/// larger sizes are compared with; of the others one at a time (the large
+/// ones take gigabytes together).
 World& world(std::uint32_t routers) {
+    static std::unique_ptr<World> reference;
     static std::unique_ptr<World> current;
-    if (!current || current->routers != routers) {
-        current.reset();  // one world at a time: the large ones take gigabytes together
-        current = makeWorld(routers);
+    std::unique_ptr<World>& slot = routers == referenceRouters ? reference : current;
+    if (!slot || slot->routers != routers) {
+        slot.reset();
+        slot = makeWorld(routers);
     }
-    return *current;
+    return *slot;
 }
 
 /// Gives the heap, once per world, as much memory as a full set of parsed
@@ -296,38 +304,121 @@ void ingest(benchmark::State& state, std::uint32_t routers) {
     perUnit(state, w.lsps(), w.elements());
 }
 
-/// The first build: every content merged into an empty database (adopting its objects).
+// ---- passes: one full run of a scenario's work ---------------------------------------
+
+double threadCpuSeconds() {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+/// The first build: every content merged into an empty database (adopting
+/// its objects). Returns the CPU seconds of the merges alone.
+double buildPass(const World& w) {
+    std::vector<Content> contents = buildAll(w.topology.lsps);
+    auto db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
+    const double t0 = threadCpuSeconds();
+    for (const Content& c : contents) {
+        mergeContent(*db, c);
+    }
+    const double t1 = threadCpuSeconds();
+    if (db->lspCount() != w.lsps()) {
+        std::abort();  // the generator gave two LSPs one node identifier
+    }
+    return t1 - t0;
+}
+
+/// The hot path: identical content merged into every entry of an observed database.
+void refreshPass(World& w) {
+    for (const Content& c : w.refresh) {
+        mergeContent(*w.db, c);
+    }
+}
+
+/// Baseline (a): what a refresh cannot avoid: for each parsed content, find
+/// its entry and look each of its neighbor and prefix keys up once in the
+/// entry's collections; nothing else. Returns the keys found.
+std::size_t refreshFloorPass(const World& w) {
+    std::size_t found = 0;
+    for (const Content& c : w.refresh) {
+        const auto* e = w.db->lsp().find(c->node()->nodeId());
+        const IC::IgpLsp& entry = **e;
+        const auto& nbrs = c->neighbor();
+        for (auto it = nbrs.begin(); it != nbrs.end(); ++it) {
+            found += entry.neighbor().find((*it)->key()).has_value();
+        }
+        const auto& pfxs = c->prefix();
+        for (auto it = pfxs.begin(); it != pfxs.end(); ++it) {
+            found += entry.prefix().find((*it)->prefixKey()).has_value();
+        }
+    }
+    return found;
+}
+
+/// Every neighbor and prefix key looked up in our collections (no pointer copies).
+std::size_t lookupFloorPass(const World& w) {
+    std::size_t found = 0;
+    for (const LspKeys& k : w.keys) {
+        const IC::IgpLsp& entry = **w.db->lsp().find(k.id);
+        for (const auto& key : k.neighbors) {
+            found += entry.neighbor().find(key).has_value();
+        }
+        for (const auto& key : k.prefixes) {
+            found += entry.prefix().find(key).has_value();
+        }
+    }
+    return found;
+}
+
+/// Baseline (b): the same look-ups in absl::flat_hash_map with our keys and hashes.
+std::size_t lookupAbslPass(const World& w) {
+    std::size_t found = 0;
+    for (const LspKeys& k : w.keys) {
+        const AbslEntry& entry = w.absl.find(k.id)->second;
+        for (const auto& key : k.neighbors) {
+            found += entry.neighbors.find(key) != entry.neighbors.end();
+        }
+        for (const auto& key : k.prefixes) {
+            found += entry.prefixes.find(key) != entry.prefixes.end();
+        }
+    }
+    return found;
+}
+
+/// The same look-ups through the public API, as an agent writes them
+/// (counted pointers returned by value).
+std::size_t lookupPass(const World& w) {
+    std::size_t found = 0;
+    for (const LspKeys& k : w.keys) {
+        const Poldo::Ptr<IC::IgpLsp> entry = w.db->lsp(k.id);
+        for (const auto& key : k.neighbors) {
+            found += static_cast<bool>(entry->neighbor(key));
+        }
+        for (const auto& key : k.prefixes) {
+            found += static_cast<bool>(entry->prefix(key));
+        }
+    }
+    return found;
+}
+
+// ---- scenarios built on the passes ------------------------------------------------------
+
 void build(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);
     warmHeap(w);
-    std::vector<Content> contents;
-    Poldo::Ptr<IC::IgpLspDatabase> db;
     for (auto _ : state) {
-        state.PauseTiming();
-        contents = buildAll(w.topology.lsps);
-        db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
-        state.ResumeTiming();
-        for (const Content& c : contents) {
-            mergeContent(*db, c);
-        }
-        state.PauseTiming();
-        contents.clear();
-        db = nullptr;
-        state.ResumeTiming();
+        state.SetIterationTime(buildPass(w));
     }
     perUnit(state, w.lsps(), w.elements());
 }
 
-/// The hot path: merging identical content into every entry of an observed database.
 void refresh(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);
     const AllocSnapshot before = AllocSnapshot::start();
     const std::uint64_t notifiedBefore = w.observer.all;
     const std::uint64_t bindingsNotifiedBefore = w.observer.bindings;
     for (auto _ : state) {
-        for (const Content& c : w.refresh) {
-            mergeContent(*w.db, c);
-        }
+        refreshPass(w);
     }
     const AllocSnapshot after = AllocSnapshot::finish();
     perUnit(state, w.lsps(), w.elements());
@@ -342,92 +433,13 @@ void refresh(benchmark::State& state, std::uint32_t routers) {
     state.counters["notif_nonbinding_per_lsp"] = perIteration(state, notified - bindingsNotified, lsps);
 }
 
-/// Baseline (a): what a refresh cannot avoid: for each parsed content, find
-/// its entry and look each of its neighbor and prefix keys up once in the
-/// entry's collections; nothing else.
-void refreshFloor(benchmark::State& state, std::uint32_t routers) {
+/// A look-up scenario: `pass` must find every key, every time.
+template <std::size_t (*Pass)(const World&)>
+void lookupScenario(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);
     std::size_t found = 0;
     for (auto _ : state) {
-        for (const Content& c : w.refresh) {
-            const auto* e = w.db->lsp().find(c->node()->nodeId());
-            const IC::IgpLsp& entry = **e;
-            const auto& nbrs = c->neighbor();
-            for (auto it = nbrs.begin(); it != nbrs.end(); ++it) {
-                found += entry.neighbor().find((*it)->key()).has_value();
-            }
-            const auto& pfxs = c->prefix();
-            for (auto it = pfxs.begin(); it != pfxs.end(); ++it) {
-                found += entry.prefix().find((*it)->prefixKey()).has_value();
-            }
-        }
-        benchmark::DoNotOptimize(found);
-    }
-    if (found != state.iterations() * w.elements()) {
-        state.SkipWithError("a key was not found");
-    }
-    perUnit(state, w.lsps(), w.elements());
-}
-
-/// Every neighbor and prefix key looked up in our collections (no pointer copies).
-void lookupFloor(benchmark::State& state, std::uint32_t routers) {
-    World& w = world(routers);
-    std::size_t found = 0;
-    for (auto _ : state) {
-        for (const LspKeys& k : w.keys) {
-            const IC::IgpLsp& entry = **w.db->lsp().find(k.id);
-            for (const auto& key : k.neighbors) {
-                found += entry.neighbor().find(key).has_value();
-            }
-            for (const auto& key : k.prefixes) {
-                found += entry.prefix().find(key).has_value();
-            }
-        }
-        benchmark::DoNotOptimize(found);
-    }
-    if (found != state.iterations() * w.elements()) {
-        state.SkipWithError("a key was not found");
-    }
-    perUnit(state, w.lsps(), w.elements());
-}
-
-/// Baseline (b): the same look-ups in absl::flat_hash_map with our keys and hashes.
-void lookupAbsl(benchmark::State& state, std::uint32_t routers) {
-    World& w = world(routers);
-    std::size_t found = 0;
-    for (auto _ : state) {
-        for (const LspKeys& k : w.keys) {
-            const AbslEntry& entry = w.absl.find(k.id)->second;
-            for (const auto& key : k.neighbors) {
-                found += entry.neighbors.find(key) != entry.neighbors.end();
-            }
-            for (const auto& key : k.prefixes) {
-                found += entry.prefixes.find(key) != entry.prefixes.end();
-            }
-        }
-        benchmark::DoNotOptimize(found);
-    }
-    if (found != state.iterations() * w.elements()) {
-        state.SkipWithError("a key was not found");
-    }
-    perUnit(state, w.lsps(), w.elements());
-}
-
-/// The same look-ups through the public API, as an agent writes them
-/// (counted pointers returned by value).
-void lookup(benchmark::State& state, std::uint32_t routers) {
-    World& w = world(routers);
-    std::size_t found = 0;
-    for (auto _ : state) {
-        for (const LspKeys& k : w.keys) {
-            const Poldo::Ptr<IC::IgpLsp> entry = w.db->lsp(k.id);
-            for (const auto& key : k.neighbors) {
-                found += static_cast<bool>(entry->neighbor(key));
-            }
-            for (const auto& key : k.prefixes) {
-                found += static_cast<bool>(entry->prefix(key));
-            }
-        }
+        found += Pass(w);
         benchmark::DoNotOptimize(found);
     }
     if (found != state.iterations() * w.elements()) {
@@ -473,6 +485,86 @@ void dump(benchmark::State& state, std::uint32_t routers) {
     perUnit(state, w.lsps(), w.elements());
     state.counters["bytes_per_lsp"] =
         perIteration(state, static_cast<double>(sink->bytesWritten()), static_cast<double>(w.lsps()));
+}
+
+// ---- pairs: two passes in turns, one ratio --------------------------------------------
+
+/// Runs `a` and `b` in turns (which one goes first alternates), each
+/// returning its CPU seconds, and reports `ratio`: a's time per unit over
+/// b's. The two share every second of the run, so a neighbour's load weighs
+/// on both alike; separate benchmarks seconds or minutes apart do not.
+template <class A, class B>
+void paired(benchmark::State& state, A a, B b, double unitsA, double unitsB) {
+    double ta = 0, tb = 0;
+    bool aFirst = true;
+    for (auto _ : state) {
+        double sa = 0, sb = 0;
+        if (aFirst) {
+            sa = a();
+            sb = b();
+        } else {
+            sb = b();
+            sa = a();
+        }
+        aFirst = !aFirst;
+        ta += sa;
+        tb += sb;
+        state.SetIterationTime(sa + sb);
+    }
+    const auto n = static_cast<double>(state.iterations());
+    state.counters["a_per_unit"] = ta / (n * unitsA);
+    state.counters["b_per_unit"] = tb / (n * unitsB);
+    state.counters["ratio"] = (ta / unitsA) / (tb / unitsB);
+}
+
+template <class F>
+double timed(F f) {
+    const double t0 = threadCpuSeconds();
+    f();
+    return threadCpuSeconds() - t0;
+}
+
+/// Refresh over its floor (a), per element.
+void refreshVsFloor(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    const auto e = static_cast<double>(w.elements());
+    std::size_t found = 0;
+    paired(
+        state, [&] { return timed([&] { refreshPass(w); }); },
+        [&] { return timed([&] { found += refreshFloorPass(w); }); }, e, e);
+    benchmark::DoNotOptimize(found);
+}
+
+/// Our collections' look-ups over absl's (b), per key.
+void lookupVsAbsl(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    const auto e = static_cast<double>(w.elements());
+    std::size_t found = 0;
+    paired(
+        state, [&] { return timed([&] { found += lookupFloorPass(w); }); },
+        [&] { return timed([&] { found += lookupAbslPass(w); }); }, e, e);
+    benchmark::DoNotOptimize(found);
+}
+
+/// Refresh per LSP at this size over the same at 1k routers.
+void refreshVs1k(benchmark::State& state, std::uint32_t routers) {
+    World& small = world(referenceRouters);
+    World& w = world(routers);
+    paired(
+        state, [&] { return timed([&] { refreshPass(w); }); },
+        [&] { return timed([&] { refreshPass(small); }); }, static_cast<double>(w.lsps()),
+        static_cast<double>(small.lsps()));
+}
+
+/// First build per LSP at this size over the same at 1k routers.
+void buildVs1k(benchmark::State& state, std::uint32_t routers) {
+    World& small = world(referenceRouters);
+    World& w = world(routers);
+    warmHeap(small);
+    warmHeap(w);
+    paired(
+        state, [&] { return buildPass(w); }, [&] { return buildPass(small); }, static_cast<double>(w.lsps()),
+        static_cast<double>(small.lsps()));
 }
 
 // ---- memory ----------------------------------------------------------------------------
@@ -634,23 +726,41 @@ void registerAll(std::uint32_t routers) {
     struct Scenario {
         const char* name;
         Fn fn;
+        bool manualTime;  // the scenario times itself on the thread's CPU clock
     };
     static constexpr Scenario scenarios[] = {
-        {"ContentBuild", contentBuild},
-        {"Decode", decode},
-        {"Ingest", ingest},
-        {"Build", build},
-        {"Refresh", refresh},
-        {"RefreshFloor", refreshFloor},
-        {"Lookup", lookup},
-        {"LookupFloor", lookupFloor},
-        {"LookupAbsl", lookupAbsl},
-        {"Churn", churn},
-        {"Dump", dump},
+        {"ContentBuild", contentBuild, false},
+        {"Decode", decode, false},
+        {"Ingest", ingest, false},
+        {"Build", build, true},
+        {"Refresh", refresh, false},
+        {"RefreshFloor", lookupScenario<refreshFloorPass>, false},
+        {"Lookup", lookupScenario<lookupPass>, false},
+        {"LookupFloor", lookupScenario<lookupFloorPass>, false},
+        {"LookupAbsl", lookupScenario<lookupAbslPass>, false},
+        {"Churn", churn, false},
+        {"Dump", dump, false},
     };
     for (const Scenario& s : scenarios) {
         const std::string name = std::string(s.name) + "/" + sizeName(routers);
-        benchmark::RegisterBenchmark(name.c_str(), s.fn, routers)->Unit(benchmark::kMillisecond);
+        auto* b = benchmark::RegisterBenchmark(name.c_str(), s.fn, routers)->Unit(benchmark::kMillisecond);
+        if (s.manualTime) {
+            b->UseManualTime();
+        }
+    }
+    std::vector<Scenario> pairs = {{"RefreshVsFloor", refreshVsFloor, true},
+                                   {"LookupVsAbsl", lookupVsAbsl, true}};
+    if (routers != referenceRouters) {
+        pairs.push_back({"RefreshVs1k", refreshVs1k, true});
+        pairs.push_back({"BuildVs1k", buildVs1k, true});
+    }
+    for (const Scenario& s : pairs) {
+        const std::string name = std::string(s.name) + "/" + sizeName(routers);
+        // Long enough for a few turns of each order even at 50k routers.
+        benchmark::RegisterBenchmark(name.c_str(), s.fn, routers)
+            ->UseManualTime()
+            ->MinTime(2.0)
+            ->Unit(benchmark::kMillisecond);
     }
     const std::string name = "Memory/" + sizeName(routers);
     benchmark::RegisterBenchmark(name.c_str(), memory, routers)->Iterations(1)->Unit(benchmark::kMillisecond);

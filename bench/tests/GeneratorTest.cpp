@@ -9,8 +9,10 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
+#include "AllocCounter.h"
 #include "IsisDecoder/Decoder.h"
 #include "IsisDecoder/LspKeeper.h"
 #include "gen/Compare.h"
@@ -190,6 +192,113 @@ TEST(Generator, ToolWritesTheEncodedTopology) {
     params.level = 1;
     EXPECT_EQ(readPcap(in), encodeTopology(generate(20, 9), params));
     std::remove(path.c_str());
+}
+
+}  // namespace
+
+namespace {
+
+using namespace IgpBench;
+
+// A smaller PDU size splits each LSP into more fragments; whatever the split,
+// every fragment fits and the keeper puts the same database back together.
+TEST(Encoder, AnyFragmentSizeDecodesToTheSameDatabase) {
+    const Topology t = generate(16, 21);
+    const auto generated = buildDb(t.lsps, IC::igpLevelIsisLevel2);
+    for (const std::size_t maxPdu : {300u, 600u, 1492u}) {
+        EncodeParams params;
+        params.maxPduSize = maxPdu;
+        Dec::LspKeeper keeper(IC::igpLevelIsisLevel2);
+        std::size_t fragments = 0;
+        for (const LspSpec& s : t.lsps) {
+            const auto pdus = encodeLsp(s, params);
+            fragments += pdus.size();
+            for (const Bytes& pdu : pdus) {
+                ASSERT_LE(pdu.size(), maxPdu);
+                const auto r = Dec::decodeLsp(pdu);
+                ASSERT_TRUE(r.ok()) << r.error().message();
+                keeper.receive(r.lsp());
+            }
+        }
+        EXPECT_GT(fragments, t.lsps.size()) << maxPdu;
+        EXPECT_EQ(firstDifference(*generated, *keeper.database()), "") << maxPdu;
+    }
+}
+
+TEST(Encoder, RefusesWhatTheFormatCannotCarry) {
+    const Topology t = generate(8, 1);
+    EncodeParams tiny;
+    tiny.maxPduSize = 100;  // the node-wide TLVs alone take more
+    EXPECT_THROW(encodeLsp(t.lsps[0], tiny), std::length_error);
+    LspSpec crowded = t.lsps[0];
+    LinkSpec& lan = crowded.links[0];
+    for (std::uint32_t i = 0; i < 20; ++i) {
+        lan.lanAdjSids.emplace_back(0x30, 15000 + i, 0, Routing::Isis::SystemId({0, 0, 0, 0, 0, 1}));
+    }
+    EXPECT_THROW(encodeLsp(crowded), std::length_error);
+}
+
+// Hand-made captures: byte order, frames that are not IS-IS, damage.
+TEST(Pcap, ReaderKeepsLlcFramesOfEitherByteOrderAndRefusesDamage) {
+    const Bytes beHeader = {0xa1, 0xb2, 0xc3, 0xd4, 0, 2, 0,    4,    0, 0, 0, 0,
+                            0,    0,    0,    0,    0, 0, 0xff, 0xff, 0, 0, 0, 1};
+    auto record = [](const Bytes& frame) {
+        const auto n = static_cast<std::uint8_t>(frame.size());
+        Bytes r = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, n, 0, 0, 0, n};
+        r.insert(r.end(), frame.begin(), frame.end());
+        return r;
+    };
+    Bytes macs(12, 0x02);
+    Bytes llc = macs;
+    llc.insert(llc.end(), {0x00, 0x06, 0xFE, 0xFE, 0x03, 0x83, 0x1b, 0x01});
+    Bytes ipv4 = macs;
+    ipv4.insert(ipv4.end(), {0x08, 0x00, 0x45, 0x00, 0x00, 0x14, 0x00});
+    struct Case {
+        const char* name;
+        Bytes file;
+        std::vector<Bytes> pdus;  // empty with `throws`
+        bool throws;
+    };
+    Bytes both = beHeader;
+    for (const Bytes& f : {record(ipv4), record(llc)}) {
+        both.insert(both.end(), f.begin(), f.end());
+    }
+    Bytes truncated = beHeader;
+    const Bytes r = record(llc);
+    truncated.insert(truncated.end(), r.begin(), r.end() - 2);
+    const std::vector<Case> cases = {
+        {"big-endian, IPv4 frame skipped", both, {{0x83, 0x1b, 0x01}}, false},
+        {"not a pcap", Bytes(24, 0x55), {}, true},
+        {"truncated record", truncated, {}, true},
+    };
+    for (const Case& c : cases) {
+        std::istringstream in(std::string(c.file.begin(), c.file.end()));
+        if (c.throws) {
+            EXPECT_THROW(readPcap(in), std::runtime_error) << c.name;
+        } else {
+            EXPECT_EQ(readPcap(in), c.pdus) << c.name;
+        }
+    }
+}
+
+// The memory figures rest on this accounting: a block counts while alive, as
+// one allocation, and the slab's 64 KiB chunks count apart.
+TEST(AllocCounter, CountsLiveBlocksAndKeepsSlabChunksApart) {
+    const std::uint64_t calls0 = AllocCounter::allocations();
+    const std::int64_t live0 = AllocCounter::liveBytes();
+    const std::int64_t chunks0 = AllocCounter::slabChunkBytes();
+    // Direct calls through a volatile pointer: a new-expression whose result
+    // goes nowhere may be left out by the compiler.
+    void* volatile block = ::operator new(1000);
+    EXPECT_EQ(AllocCounter::allocations(), calls0 + 1);
+    EXPECT_GE(AllocCounter::liveBytes() - live0, 1008);
+    EXPECT_LE(AllocCounter::liveBytes() - live0, 1040);
+    ::operator delete(block);
+    EXPECT_EQ(AllocCounter::liveBytes(), live0);
+    void* volatile chunk = ::operator new(64 * 1024);
+    EXPECT_EQ(AllocCounter::allocations(), calls0 + 1);
+    EXPECT_GE(AllocCounter::slabChunkBytes() - chunks0, 64 * 1024);
+    ::operator delete(chunk);
 }
 
 }  // namespace
