@@ -34,7 +34,7 @@ def run_benchmarks(binary, sizes, bench_filter, repetitions):
     for size in sizes:
         out = tempfile.NamedTemporaryFile(suffix=".json", delete=False)
         out.close()
-        pattern = "^(%s)/%s($|/)" % (bench_filter or "[A-Za-z]+", size)
+        pattern = "^(%s)/%s($|/)" % (bench_filter or "[A-Za-z0-9]+", size)
         cmd = [binary, "--benchmark_out=" + out.name, "--benchmark_out_format=json",
                "--benchmark_filter=" + pattern]
         if repetitions > 1:
