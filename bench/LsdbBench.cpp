@@ -149,10 +149,10 @@ struct World {
     std::size_t elements() const noexcept { return topology.neighbors + topology.prefixes; }
 };
 
-std::vector<Content> buildAll(const std::vector<LspSpec>& specs) {
+std::vector<Content> buildAll(const std::vector<LspPlan>& plans) {
     std::vector<Content> out;
-    out.reserve(specs.size());
-    for (const LspSpec& s : specs) {
+    out.reserve(plans.size());
+    for (const LspPlan& s : plans) {
         out.push_back(buildContent(s));
     }
     return out;
@@ -179,7 +179,7 @@ std::unique_ptr<World> makeWorld(std::uint32_t routers) {
     w->topology = generate(routers, topologySeed);
     w->pdus = encodeTopology(w->topology);
     w->db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
-    for (const LspSpec& s : w->topology.lsps) {
+    for (const LspPlan& s : w->topology.lsps) {
         mergeContent(*w->db, buildContent(s));
     }
     w->refresh = buildAll(w->topology.lsps);
@@ -259,7 +259,7 @@ void contentBuild(benchmark::State& state, std::uint32_t routers) {
     std::vector<Content> out;
     out.reserve(w.lsps());
     for (auto _ : state) {
-        for (const LspSpec& s : w.topology.lsps) {
+        for (const LspPlan& s : w.topology.lsps) {
             out.push_back(buildContent(s));
         }
         state.PauseTiming();
@@ -573,7 +573,7 @@ void buildVs1k(benchmark::State& state, std::uint32_t routers) {
 /// after each merge, as an agent does.
 Poldo::Ptr<IC::IgpLspDatabase> buildStreaming(const Topology& t, BuildParts parts) {
     auto db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
-    for (const LspSpec& s : t.lsps) {
+    for (const LspPlan& s : t.lsps) {
         mergeContent(*db, buildContent(s, parts));
     }
     return db;

@@ -87,7 +87,7 @@ Writer prefixSidSubTlv(const IC::PrefixSid& sid) {
 
 // ---- node-wide TLVs -------------------------------------------------------------
 
-Writer srBlockSubTlv(const SrBlockSpec& b) {
+Writer srBlockSubTlv(const SrBlockPlan& b) {
     Writer v;
     v.u8(b.flags);
     for (const auto& [size, first] : b.ranges) {
@@ -97,7 +97,7 @@ Writer srBlockSubTlv(const SrBlockSpec& b) {
     return v;
 }
 
-Writer fadSubTlv(const FadSpec& f) {
+Writer fadSubTlv(const FadPlan& f) {
     Writer v;
     v.u8(f.algo).u8(f.metricType).u8(f.calcType).u8(f.priority);
     const std::pair<unsigned, const std::vector<std::uint32_t>*> words[] = {
@@ -115,7 +115,7 @@ Writer fadSubTlv(const FadSpec& f) {
     return v;
 }
 
-void nodeTlvs(const LspSpec& s, std::vector<Writer>& out) {
+void nodeTlvs(const LspPlan& s, std::vector<Writer>& out) {
     if (!s.areas.empty()) {
         Writer v;
         for (const auto& a : s.areas) {
@@ -157,12 +157,12 @@ void nodeTlvs(const LspSpec& s, std::vector<Writer>& out) {
             }
             v.tlv(23, m);
         }
-        for (const FadSpec& f : s.fads) {
+        for (const FadPlan& f : s.fads) {
             v.tlv(26, fadSubTlv(f));
         }
         out.push_back(Writer().tlv(242, v));
     }
-    for (const BindingSpec& b : s.bindings) {
+    for (const BindingPlan& b : s.bindings) {
         Writer v;
         v.u8(b.flags).u8(0).u16(b.range).u8(b.prefix.length());
         prefixBits(v, b.prefix);
@@ -178,7 +178,7 @@ void nodeTlvs(const LspSpec& s, std::vector<Writer>& out) {
 
 // ---- entries packed into TLVs ------------------------------------------------------
 
-Writer linkEntry(const LinkSpec& l) {
+Writer linkEntry(const LinkPlan& l) {
     Writer sub;
     if (l.localV4) {
         sub.tlv(6, Writer().u32(l.localV4->value()));
@@ -230,7 +230,7 @@ Writer linkEntry(const LinkSpec& l) {
     return e.u8(static_cast<unsigned>(sub.size())).raw(sub.bytes());
 }
 
-Writer prefixEntry(const PrefixSpec& p) {
+Writer prefixEntry(const PrefixPlan& p) {
     Writer sub;
     if (p.sid) {
         sub.tlv(3, prefixSidSubTlv(*p.sid));
@@ -255,7 +255,7 @@ Writer prefixEntry(const PrefixSpec& p) {
     return e;
 }
 
-Writer srlgEntryV4(const LinkSpec& l) {
+Writer srlgEntryV4(const LinkPlan& l) {
     Writer v;
     nodeIdBytes(v, l.neighbor).u8(1);  // numbered: addresses follow (RFC 5307 1.4)
     v.u32(l.localV4->value()).u32(l.remoteV4 ? l.remoteV4->value() : 0);
@@ -265,7 +265,7 @@ Writer srlgEntryV4(const LinkSpec& l) {
     return v;
 }
 
-Writer srlgEntryV6(const LinkSpec& l) {
+Writer srlgEntryV6(const LinkPlan& l) {
     Writer v;
     nodeIdBytes(v, l.neighbor).u8(l.remoteV6 ? 1 : 0);  // NA: a neighbor address follows (RFC 6119 4.3)
     v6(v, *l.localV6);
@@ -314,44 +314,44 @@ private:
     Writer value_;
 };
 
-void entryTlvs(const LspSpec& s, std::vector<Writer>& out) {
+void entryTlvs(const LspPlan& s, std::vector<Writer>& out) {
     // Per topology: TLV 22 for MT 0, 222 for the others; likewise for prefixes.
-    std::map<std::uint16_t, std::vector<const LinkSpec*>> linksByMt;
-    for (const LinkSpec& l : s.links) {
+    std::map<std::uint16_t, std::vector<const LinkPlan*>> linksByMt;
+    for (const LinkPlan& l : s.links) {
         linksByMt[l.mtId].push_back(&l);
     }
     for (const auto& [mt, links] : linksByMt) {
         Packer p(out, mt == 0 ? 22 : 222, mt == 0 ? -1 : mt);
-        for (const LinkSpec* l : links) {
+        for (const LinkPlan* l : links) {
             p.add(linkEntry(*l));
         }
     }
-    std::map<std::pair<bool, std::uint16_t>, std::vector<const PrefixSpec*>> prefixesByKind;
-    for (const PrefixSpec& p : s.prefixes) {
+    std::map<std::pair<bool, std::uint16_t>, std::vector<const PrefixPlan*>> prefixesByKind;
+    for (const PrefixPlan& p : s.prefixes) {
         prefixesByKind[{p.prefix.isIpv6(), p.mtId}].push_back(&p);
     }
     for (const auto& [kind, prefixes] : prefixesByKind) {
         const auto [isV6, mt] = kind;
         const unsigned type = isV6 ? (mt == 0 ? 236 : 237) : (mt == 0 ? 135 : 235);
         Packer p(out, type, mt == 0 ? -1 : mt);
-        for (const PrefixSpec* x : prefixes) {
+        for (const PrefixPlan* x : prefixes) {
             p.add(prefixEntry(*x));
         }
     }
     // One SRLG TLV per link: each names its link, so they are not packed.
-    for (const LinkSpec& l : s.links) {
+    for (const LinkPlan& l : s.links) {
         if (!l.srlgs.empty() && l.localV4) {
             out.push_back(Writer().tlv(138, srlgEntryV4(l)));
         }
     }
-    for (const LinkSpec& l : s.links) {
+    for (const LinkPlan& l : s.links) {
         if (!l.srlgs.empty() && l.srlgV6 && l.localV6) {
             out.push_back(Writer().tlv(139, srlgEntryV6(l)));
         }
     }
 }
 
-Bytes header(const LspSpec& s, std::uint8_t fragment, const EncodeParams& params) {
+Bytes header(const LspPlan& s, std::uint8_t fragment, const EncodeParams& params) {
     Writer h;
     h.u8(0x83).u8(headerLength).u8(1).u8(6).u8(params.level == 1 ? 18 : 20).u8(1).u8(0).u8(0);
     h.u16(0).u16(params.lifetime);  // PDU length filled in later
@@ -387,7 +387,7 @@ void fillLspChecksum(Bytes& pdu) {
     pdu[25] = static_cast<std::uint8_t>(y);
 }
 
-std::vector<Bytes> encodeLsp(const LspSpec& lsp, const EncodeParams& params) {
+std::vector<Bytes> encodeLsp(const LspPlan& lsp, const EncodeParams& params) {
     std::vector<Writer> nodeWide, entries;
     nodeTlvs(lsp, nodeWide);
     entryTlvs(lsp, entries);
@@ -424,7 +424,7 @@ std::vector<Bytes> encodeLsp(const LspSpec& lsp, const EncodeParams& params) {
 std::vector<Bytes> encodeTopology(const Topology& topology, const EncodeParams& params) {
     std::vector<Bytes> all;
     all.reserve(topology.lsps.size() * 2);
-    for (const LspSpec& s : topology.lsps) {
+    for (const LspPlan& s : topology.lsps) {
         for (Bytes& f : encodeLsp(s, params)) {
             all.push_back(std::move(f));
         }

@@ -30,7 +30,7 @@ struct EncodeParams {
 /// The fragments of one node's LSP, fragment 0 first, checksums filled in.
 /// Throws std::length_error if the LSP does not fit 256 fragments or a
 /// single entry does not fit one TLV.
-std::vector<Bytes> encodeLsp(const LspSpec& lsp, const EncodeParams& params = {});
+std::vector<Bytes> encodeLsp(const LspPlan& lsp, const EncodeParams& params = {});
 
 /// Every fragment of every LSP of the topology, in LSP order.
 std::vector<Bytes> encodeTopology(const Topology& topology, const EncodeParams& params = {});

@@ -121,7 +121,7 @@ struct Lan {
 constexpr std::uint8_t adjSidV4Flags = 0x30;
 constexpr std::uint8_t adjSidV6Flags = 0xB0;  // F: an IPv6 adjacency
 
-void fillRouterNode(LspSpec& s, std::uint32_t i, Rng& rng) {
+void fillRouterNode(LspPlan& s, std::uint32_t i, Rng& rng) {
     const std::uint32_t n = i + 1;
     char name[16];
     std::snprintf(name, sizeof name, "rtr-%06u", static_cast<unsigned>(n));
@@ -135,50 +135,50 @@ void fillRouterNode(LspSpec& s, std::uint32_t i, Rng& rng) {
     s.routerIdV4 = v4(dotted(10, 128, 0, 0), n);
     s.routerIdV6 = v6(0xffff, 0, n);
     s.mtIds = {0, 2};
-    SrBlockSpec srgb;
+    SrBlockPlan srgb;
     srgb.flags = 0xC0;  // MPLS IPv4 and IPv6
     srgb.ranges.emplace_back(srgbSize, srgbFirst);
     if (rng.chance(10)) {
         srgb.ranges.emplace_back(1000, 900000);
     }
     s.srgb = srgb;
-    s.srlb = SrBlockSpec{0, {{srlbSize, srlbFirst}}};
+    s.srlb = SrBlockPlan{0, {{srlbSize, srlbFirst}}};
     s.msds = {{1, 10}};  // base MPLS imposition
-    s.fads.push_back(FadSpec{128, 0, 0, 128, {}, {}, {}, {}});
-    s.fads.push_back(FadSpec{129, 1, 0, 100, {0x1}, {}, {}, {7, 9}});
+    s.fads.push_back(FadPlan{128, 0, 0, 128, {}, {}, {}, {}});
+    s.fads.push_back(FadPlan{129, 1, 0, 100, {0x1}, {}, {}, {7, 9}});
 }
 
-void addRouterPrefixes(LspSpec& s, std::uint32_t i, Rng& rng) {
+void addRouterPrefixes(LspPlan& s, std::uint32_t i, Rng& rng) {
     const std::uint32_t n = i + 1;
-    PrefixSpec lo4;
+    PrefixPlan lo4;
     lo4.prefix = prefix4(v4(dotted(10, 128, 0, 0), n), 32);
     lo4.metric = 10;
     lo4.sid = IC::PrefixSid(0x40, n, 0, true);  // N: a node SID
     lo4.flexAlgoMetrics = {{128, 10}, {129, 10}};
     s.prefixes.push_back(lo4);
-    PrefixSpec lo6;
+    PrefixPlan lo6;
     lo6.prefix = prefix6(v6(0xffff, 0, n), 128);
     lo6.metric = 10;
     lo6.sid = IC::PrefixSid(0x40, v6LoopbackIndexBase + n, 0, true);
     lo6.flexAlgoMetrics = {{128, 10}, {129, 10}};
     s.prefixes.push_back(lo6);
-    PrefixSpec mt2 = lo6;
+    PrefixPlan mt2 = lo6;
     mt2.mtId = 2;
     mt2.sid.reset();
     mt2.flexAlgoMetrics.clear();
     s.prefixes.push_back(mt2);
-    PrefixSpec service;
+    PrefixPlan service;
     service.prefix = prefix4(v4(dotted(100, 64, 0, 0), 16 * i), 28);
     service.metric = 100 + rng.below(900);
     service.down = rng.chance(5);
     s.prefixes.push_back(service);
 
-    BindingSpec b4;
+    BindingPlan b4;
     b4.prefix = prefix4(v4(dotted(198, 18, 0, 0), i), 32);
     b4.range = static_cast<std::uint16_t>(1 + rng.below(8));
     b4.prefixSid = IC::PrefixSid(0, 100000 + i, 0, true);
     s.bindings.push_back(b4);
-    BindingSpec b6;
+    BindingPlan b6;
     b6.prefix = prefix6(v6(3, 0, n), 128);
     b6.flags = static_cast<std::uint8_t>(0x80 | (i % 3 == 0 ? 0x20 : 0));
     b6.range = 1;
@@ -238,14 +238,14 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
     }
 
     // Point-to-point adjacencies, both directions, then their subnets.
-    std::vector<std::vector<LinkSpec>> mt2Links(routers);
+    std::vector<std::vector<LinkPlan>> mt2Links(routers);
     for (std::size_t l = 0; l < links.size(); ++l) {
         const P2pLink& link = links[l];
         for (int side = 0; side < 2; ++side) {
             const std::uint32_t self = side == 0 ? link.a : link.b;
             const std::uint32_t peer = side == 0 ? link.b : link.a;
             const auto idx = static_cast<std::uint32_t>(l);
-            LinkSpec s;
+            LinkPlan s;
             s.neighbor = nodeId(peer);
             s.metric = link.metric;
             s.localV4 = v4(dotted(10, 0, 0, 0), 2 * idx + static_cast<std::uint32_t>(side));
@@ -263,20 +263,20 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
             s.adjSids.emplace_back(adjSidV6Flags, nextLabel[self]++, 0);
             s.srlgs = link.srlgs;
             s.srlgV6 = link.srlgV6;
-            LspSpec& lsp = t.lsps[self];
+            LspPlan& lsp = t.lsps[self];
             lsp.links.push_back(s);
 
-            PrefixSpec sub4;
+            PrefixPlan sub4;
             sub4.prefix = prefix4(v4(dotted(10, 0, 0, 0), 2 * idx), 31);
             sub4.metric = link.metric;
             lsp.prefixes.push_back(sub4);
-            PrefixSpec sub6;
+            PrefixPlan sub6;
             sub6.prefix = prefix6(v6(1, 0, 2 * idx), 127);
             sub6.metric = link.metric;
             lsp.prefixes.push_back(sub6);
 
             if (link.mt2) {
-                LinkSpec m;
+                LinkPlan m;
                 m.neighbor = s.neighbor;
                 m.mtId = 2;
                 m.metric = link.metric;
@@ -292,12 +292,12 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
     for (std::size_t k = 0; k < lans.size(); ++k) {
         const Lan& lan = lans[k];
         const auto kk = static_cast<std::uint32_t>(k);
-        LspSpec pn;
+        LspPlan pn;
         pn.id = lan.pseudonode;
         for (std::size_t m = 0; m < lan.members.size(); ++m) {
             const std::uint32_t self = lan.members[m];
             const auto mm = static_cast<std::uint32_t>(m);
-            LinkSpec s;
+            LinkPlan s;
             s.neighbor = lan.pseudonode;
             s.metric = 10;
             s.localV4 = v4(dotted(10, 64, 0, 0), 16 * kk + 1 + mm);
@@ -313,18 +313,18 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
                     s.lanAdjSids.emplace_back(adjSidV4Flags, nextLabel[self]++, 0, systemId(other));
                 }
             }
-            LspSpec& lsp = t.lsps[self];
+            LspPlan& lsp = t.lsps[self];
             lsp.links.push_back(s);
-            PrefixSpec sub4;
+            PrefixPlan sub4;
             sub4.prefix = prefix4(v4(dotted(10, 64, 0, 0), 16 * kk), 28);
             sub4.metric = 10;
             lsp.prefixes.push_back(sub4);
-            PrefixSpec sub6;
+            PrefixPlan sub6;
             sub6.prefix = prefix6(v6(2, static_cast<std::uint16_t>(kk), 0), 64);
             sub6.metric = 10;
             lsp.prefixes.push_back(sub6);
 
-            LinkSpec back;
+            LinkPlan back;
             back.neighbor = nodeId(self);
             back.metric = 0;  // ISO 10589 7.2.9: zero from the pseudonode
             pn.links.push_back(back);
@@ -333,7 +333,7 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
     }
 
     for (std::uint32_t i = 0; i < routers; ++i) {
-        LspSpec& s = t.lsps[i];
+        LspPlan& s = t.lsps[i];
         s.links.insert(s.links.end(), mt2Links[i].begin(), mt2Links[i].end());
         addRouterPrefixes(s, i, rng);
         if (nextLabel[i] > srlbFirst + srlbSize) {
@@ -342,7 +342,7 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
     }
 
     t.pseudonodes = static_cast<std::uint32_t>(lans.size());
-    for (const LspSpec& s : t.lsps) {
+    for (const LspPlan& s : t.lsps) {
         t.neighbors += s.links.size();
         t.prefixes += s.prefixEntries();
         t.bindings += s.bindings.size();
@@ -352,7 +352,7 @@ Topology generate(std::uint32_t routers, std::uint64_t seed) {
 
 namespace {
 
-IC::NeighborKey keyOf(const LinkSpec& l) {
+IC::NeighborKey keyOf(const LinkPlan& l) {
     IC::NeighborKey key(l.neighbor, IC::IgpMultiTopologyId(l.mtId));
     if (l.localV4) {
         key.localIpv4AddrIs(*l.localV4);
@@ -369,15 +369,15 @@ IC::NeighborKey keyOf(const LinkSpec& l) {
     return key;
 }
 
-Poldo::Ptr<IC::SrCapabilities> srBlock(const SrBlockSpec& spec, bool withFlags) {
+Poldo::Ptr<IC::SrCapabilities> srBlock(const SrBlockPlan& plan, bool withFlags) {
     auto block = IC::srCapabilitiesFactory();
     if (withFlags) {
         IC::SrCapabilityFlags f;
-        f.mplsIpv4Is((spec.flags & 0x80) != 0);
-        f.mplsIpv6Is((spec.flags & 0x40) != 0);
+        f.mplsIpv4Is((plan.flags & 0x80) != 0);
+        f.mplsIpv6Is((plan.flags & 0x40) != 0);
         block->srCapFlagIs(f);
     }
-    for (const auto& [size, first] : spec.ranges) {
+    for (const auto& [size, first] : plan.ranges) {
         block->sidLabelRangeIs(IC::SrSidRangeIndex(block->numRanges()),
                                IC::SrSidRange(size, Lumo::MplsLabel(first)));
         block->numRangesInc(1);
@@ -385,7 +385,7 @@ Poldo::Ptr<IC::SrCapabilities> srBlock(const SrBlockSpec& spec, bool withFlags) 
     return block;
 }
 
-void buildNode(const LspSpec& s, IC::IsisLspParsedContent& content) {
+void buildNode(const LspPlan& s, IC::IsisLspParsedContent& content) {
     auto node = IC::nodeFactory(s.id);
     content.nodeIs(node);
     IC::NodeFlags flags;
@@ -430,7 +430,7 @@ void buildNode(const LspSpec& s, IC::IsisLspParsedContent& content) {
     }
     if (!s.fads.empty()) {
         auto fads = IC::igpFlexAlgoDefinitionColFactory();
-        for (const FadSpec& f : s.fads) {
+        for (const FadPlan& f : s.fads) {
             IC::IgpFlexAlgoDefinition def;
             def.flexAlgoIs(f.algo);
             def.metricTypeIs(f.metricType);
@@ -454,7 +454,7 @@ void buildNode(const LspSpec& s, IC::IsisLspParsedContent& content) {
     }
 }
 
-void buildNeighbor(const LinkSpec& l, IC::IsisLspParsedContent& content) {
+void buildNeighbor(const LinkPlan& l, IC::IsisLspParsedContent& content) {
     const auto nbr = content.neighborIs(keyOf(l));
     nbr->igpMetricIs(l.metric);
     if (l.te) {
@@ -497,7 +497,7 @@ void buildNeighbor(const LinkSpec& l, IC::IsisLspParsedContent& content) {
     }
 }
 
-void buildPrefix(const PrefixSpec& p, IC::IsisLspParsedContent& content) {
+void buildPrefix(const PrefixPlan& p, IC::IsisLspParsedContent& content) {
     const auto pfx = content.prefixIs(IC::PrefixKey(p.prefix, IC::IgpMultiTopologyId(p.mtId)));
     pfx->hasValidReachabilityIs(true);
     pfx->metricIs(p.metric);
@@ -512,7 +512,7 @@ void buildPrefix(const PrefixSpec& p, IC::IsisLspParsedContent& content) {
     }
 }
 
-void buildBinding(const BindingSpec& b, IC::IsisLspParsedContent& content) {
+void buildBinding(const BindingPlan& b, IC::IsisLspParsedContent& content) {
     auto binding = IC::sidLabelBindingFactory();
     binding->flagsIs(IC::SidLabelBinding::SidLabelBindingFlags::fromProtocolOctet(b.flags));
     binding->rangeIs(b.range);
@@ -528,19 +528,19 @@ void buildBinding(const BindingSpec& b, IC::IsisLspParsedContent& content) {
 
 }  // namespace
 
-Poldo::Ptr<IC::IsisLspParsedContent> buildContent(const LspSpec& lsp, BuildParts parts) {
+Poldo::Ptr<IC::IsisLspParsedContent> buildContent(const LspPlan& lsp, BuildParts parts) {
     auto content = IC::isisLspParsedContentFactory();
     buildNode(lsp, *content);
     if (parts.neighbors) {
-        for (const LinkSpec& l : lsp.links) {
+        for (const LinkPlan& l : lsp.links) {
             buildNeighbor(l, *content);
         }
     }
     if (parts.prefixes) {
-        for (const BindingSpec& b : lsp.bindings) {
+        for (const BindingPlan& b : lsp.bindings) {
             buildBinding(b, *content);
         }
-        for (const PrefixSpec& p : lsp.prefixes) {
+        for (const PrefixPlan& p : lsp.prefixes) {
             buildPrefix(p, *content);
         }
     }
@@ -600,7 +600,7 @@ Churn makeChurn(const Topology& base, std::uint32_t percent, std::uint64_t seed)
         if (metricAt[i].empty() && dropAt[i].empty()) {
             continue;
         }
-        LspSpec s = base.lsps[i];
+        LspPlan s = base.lsps[i];
         for (const std::size_t j : metricAt[i]) {
             s.links[j].metric += 1;
         }

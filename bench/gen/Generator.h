@@ -11,7 +11,7 @@
 // prefix, two SID/label bindings), and its node attributes (areas, host name,
 // router IDs, SRGB, SRLB, MSD, two flex-algo definitions, MT IDs).
 //
-// The result is a plain description (LspSpec, one per originating node) that
+// The result is a plain description (LspPlan, one per originating node) that
 // buildContent() turns into the parsed content an agent's decoder would
 // produce, and that the encoder (Encoder.h) turns into LSP PDUs; decoding
 // those PDUs yields the same content.
@@ -54,7 +54,7 @@ private:
 };
 
 /// One adjacency as one side advertises it (an IS reachability entry).
-struct LinkSpec {
+struct LinkPlan {
     IC::IgpNodeId neighbor;
     std::uint16_t mtId = 0;
     std::uint32_t metric = 0;
@@ -75,7 +75,7 @@ struct LinkSpec {
     bool srlgV6 = false;
 };
 
-struct PrefixSpec {
+struct PrefixPlan {
     Lumo::IpGenPrefix prefix;
     std::uint16_t mtId = 0;
     std::uint32_t metric = 0;
@@ -85,7 +85,7 @@ struct PrefixSpec {
 };
 
 /// A SID/label binding (TLV 149) on a prefix that is advertised for nothing else.
-struct BindingSpec {
+struct BindingPlan {
     Lumo::IpGenPrefix prefix;
     std::uint8_t flags = 0;  // protocol octet; 0x80 (F) for IPv6
     std::uint16_t range = 0;
@@ -94,18 +94,18 @@ struct BindingSpec {
     std::optional<IC::PrefixSid> prefixSid;
 };
 
-struct SrBlockSpec {
+struct SrBlockPlan {
     std::uint8_t flags = 0;                                       // protocol octet (I, V)
     std::vector<std::pair<std::uint32_t, std::uint32_t>> ranges;  // size, first label
 };
 
-struct FadSpec {
+struct FadPlan {
     std::uint8_t algo = 0, metricType = 0, calcType = 0, priority = 0;
     std::vector<std::uint32_t> excludeAny, includeAny, includeAll, excludeSrlg;
 };
 
 /// Everything one node advertises (all its fragments together).
-struct LspSpec {
+struct LspPlan {
     IC::IgpNodeId id;
     bool overload = false;
     bool attached = false;
@@ -114,12 +114,12 @@ struct LspSpec {
     Lumo::IpAddr routerIdV4;
     Lumo::Ip6Addr routerIdV6;
     std::vector<std::uint16_t> mtIds;
-    std::optional<SrBlockSpec> srgb, srlb;
+    std::optional<SrBlockPlan> srgb, srlb;
     std::vector<std::pair<std::uint8_t, std::uint8_t>> msds;
-    std::vector<FadSpec> fads;
-    std::vector<LinkSpec> links;
-    std::vector<PrefixSpec> prefixes;
-    std::vector<BindingSpec> bindings;
+    std::vector<FadPlan> fads;
+    std::vector<LinkPlan> links;
+    std::vector<PrefixPlan> prefixes;
+    std::vector<BindingPlan> bindings;
 
     bool isPseudonode() const noexcept { return id.isPnodeId(); }
     /// Prefix entries of the parsed content: reachable prefixes plus bindings.
@@ -132,7 +132,7 @@ struct Topology {
     std::size_t neighbors = 0;  // neighbor entries over all LSPs
     std::size_t prefixes = 0;   // prefix entries (bindings included)
     std::size_t bindings = 0;
-    std::vector<LspSpec> lsps;  // routers first, then pseudonodes
+    std::vector<LspPlan> lsps;  // routers first, then pseudonodes
 };
 
 /// The domain of `routers` routers (at least 8) drawn from `seed`.
@@ -147,7 +147,7 @@ struct BuildParts {
 
 /// The parsed content a decoder produces for `lsp`, built through the
 /// library's public API.
-Poldo::Ptr<IC::IsisLspParsedContent> buildContent(const LspSpec& lsp, BuildParts parts = {});
+Poldo::Ptr<IC::IsisLspParsedContent> buildContent(const LspPlan& lsp, BuildParts parts = {});
 
 /// The agent's merge of one parsed content into its database: a new entry,
 /// or the node attributes, neighbors and prefixes merged into the existing one.
@@ -159,7 +159,7 @@ void mergeContent(IC::IgpLspDatabase& db, const Poldo::Ptr<IC::IsisLspParsedCont
 /// makes the prefixes go and come back.
 struct Churn {
     std::vector<std::size_t> lspIndex;  // into Topology::lsps, ascending
-    std::vector<LspSpec> changed;       // parallel to lspIndex
+    std::vector<LspPlan> changed;       // parallel to lspIndex
     std::size_t metricChanges = 0;
     std::size_t prefixRemovals = 0;
 };

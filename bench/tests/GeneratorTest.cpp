@@ -24,9 +24,9 @@ namespace {
 using namespace IgpBench;
 namespace Dec = Routing::IsisDecoder;
 
-Poldo::Ptr<IC::IgpLspDatabase> buildDb(const std::vector<LspSpec>& lsps, IC::IgpLevel level) {
+Poldo::Ptr<IC::IgpLspDatabase> buildDb(const std::vector<LspPlan>& lsps, IC::IgpLevel level) {
     auto db = IC::igpLspDatabaseFactory(level);
-    for (const LspSpec& s : lsps) {
+    for (const LspPlan& s : lsps) {
         mergeContent(*db, buildContent(s));
     }
     return db;
@@ -99,12 +99,12 @@ TEST(Generator, TopologyHasTheAdvertisedShape) {
     EXPECT_EQ(t.bindings, 2u * 400u);
     std::size_t routerNeighbors = 0, routerPrefixes = 0, mt2 = 0, lan = 0, parallelKeys = 0;
     for (std::size_t i = 0; i < t.routers; ++i) {
-        const LspSpec& s = t.lsps[i];
+        const LspPlan& s = t.lsps[i];
         ASSERT_FALSE(s.isPseudonode());
         routerNeighbors += s.links.size();
         routerPrefixes += s.prefixEntries();
         std::map<IC::IgpNodeId, unsigned> perNeighbor;
-        for (const LinkSpec& l : s.links) {
+        for (const LinkPlan& l : s.links) {
             mt2 += l.mtId == 2 ? 1 : 0;
             lan += l.neighbor.isPnodeId() ? 1 : 0;
             parallelKeys += l.mtId == 0 && ++perNeighbor[l.neighbor] == 2 ? 1 : 0;
@@ -152,7 +152,7 @@ TEST(Generator, ChurnChangesWhatItCountsAndRestoringUndoesIt) {
     for (auto it = db->lsp().begin(); it != db->lsp().end(); ++it) {
         prefixesBefore += (*it)->prefix().size();
     }
-    for (const LspSpec& s : churn.changed) {
+    for (const LspPlan& s : churn.changed) {
         mergeContent(*db, buildContent(s));
     }
     for (auto it = db->lsp().begin(); it != db->lsp().end(); ++it) {
@@ -210,7 +210,7 @@ TEST(Encoder, AnyFragmentSizeDecodesToTheSameDatabase) {
         params.maxPduSize = maxPdu;
         Dec::LspKeeper keeper(IC::igpLevelIsisLevel2);
         std::size_t fragments = 0;
-        for (const LspSpec& s : t.lsps) {
+        for (const LspPlan& s : t.lsps) {
             const auto pdus = encodeLsp(s, params);
             fragments += pdus.size();
             for (const Bytes& pdu : pdus) {
@@ -230,8 +230,8 @@ TEST(Encoder, RefusesWhatTheFormatCannotCarry) {
     EncodeParams tiny;
     tiny.maxPduSize = 100;  // the node-wide TLVs alone take more
     EXPECT_THROW(encodeLsp(t.lsps[0], tiny), std::length_error);
-    LspSpec crowded = t.lsps[0];
-    LinkSpec& lan = crowded.links[0];
+    LspPlan crowded = t.lsps[0];
+    LinkPlan& lan = crowded.links[0];
     for (std::uint32_t i = 0; i < 20; ++i) {
         lan.lanAdjSids.emplace_back(0x30, 15000 + i, 0, Routing::Isis::SystemId({0, 0, 0, 0, 0, 1}));
     }
