@@ -2,7 +2,9 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <ostream>
 
 #include "IgpCommon/framework/Array.h"
@@ -55,7 +57,7 @@ public:
     explicit operator bool() const noexcept { return toU64() != 0; }
 
     static bool isEq(const IgpNodeId& a, const IgpNodeId& b) noexcept {
-        return &a == &b || a.bytes_ == b.bytes_;
+        return a.word(0) == b.word(0) && a.word(3) == b.word(3);
     }
     friend bool operator==(const IgpNodeId& a, const IgpNodeId& b) noexcept { return isEq(a, b); }
     /// The bytes as an unsigned byte string, byte 0 first.
@@ -69,6 +71,14 @@ public:
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
 
 private:
+    // Two overlapping 4-byte words cover the seven bytes: comparing the arrays
+    // would call memcmp out of line, and every look-up compares node ids.
+    std::uint32_t word(std::size_t at) const noexcept {
+        std::uint32_t w;
+        std::memcpy(&w, &bytes_.slot(at), sizeof w);
+        return w;
+    }
+
     Bytes bytes_;
 };
 

@@ -19,6 +19,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstdint>
 #include <ostream>
@@ -84,7 +85,14 @@ public:
 
     Poldo::String stringValue() const;
 
-    friend constexpr bool operator==(const Ip6Addr&, const Ip6Addr&) noexcept = default;
+    /// As two words: comparing the byte arrays calls memcmp out of line, and
+    /// keys holding addresses are compared on every look-up.
+    friend constexpr bool operator==(const Ip6Addr& a, const Ip6Addr& b) noexcept {
+        using Words = std::array<std::uint64_t, 2>;
+        const auto x = std::bit_cast<Words>(a.bytes_);
+        const auto y = std::bit_cast<Words>(b.bytes_);
+        return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
+    }
     friend constexpr std::strong_ordering operator<=>(const Ip6Addr&, const Ip6Addr&) noexcept = default;
 
 private:
