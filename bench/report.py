@@ -92,15 +92,15 @@ def report(res, memory):
         return None if b is None else b.get(counter)
 
     print("\nPer-element and per-LSP costs (CPU time):")
-    print("%-14s" % "scenario" + "".join("%22s" % s for s in sizes))
+    print("%-20s" % "scenario" + "".join("%22s" % s for s in sizes))
     for scenario in ["ContentBuild", "Decode", "Ingest", "Build", "Refresh", "RefreshFloor", "Lookup",
-                     "LookupFloor", "LookupAbsl", "Churn", "Dump"]:
+                     "LookupFloor", "LookupAbsl", "LookupAbslKeyCopies", "Churn", "Dump"]:
         cells = []
         for s in sizes:
             lsp = get(scenario, s, "per_lsp")
             unit = get(scenario, s, "per_change" if scenario == "Churn" else "per_elem")
             cells.append("%22s" % ("-" if lsp is None else "%s | %s" % (ns(lsp), ns(unit))))
-        print("%-14s" % scenario + "".join(cells))
+        print("%-20s" % scenario + "".join(cells))
     print("  (each cell: per LSP | per element; Churn: per merged LSP | per change)")
 
     # The targets are judged on the pairs: two passes run in turns in one
@@ -158,6 +158,9 @@ def report(res, memory):
         build, content = get("Build", s, "per_lsp"), get("ContentBuild", s, "per_lsp")
         if build and content:
             info("first build / building the parsed content (c), %s" % s, build / content)
+        v = get("LookupVsAbslKeyCopies", s, "ratio")
+        if v is not None:
+            info("our look-up / absl holding key copies (pair), %s" % s, v)
         api, absl = get("Lookup", s, "per_elem"), get("LookupAbsl", s, "per_elem")
         if api and absl:
             info("look-up through the public API / absl, %s" % s, api / absl)
