@@ -266,6 +266,12 @@ constexpr std::uint32_t referenceRouters = 1000;
 World& world(std::uint32_t routers) {
     static std::unique_ptr<World> reference;
     static std::unique_ptr<World> current;
+    // The reference is built first, on a fresh heap as the larger worlds
+    // are: built after a large one, among the holes its construction left,
+    // its members lie scattered and its refresh per LSP costs twice as much.
+    if (routers != referenceRouters && !reference) {
+        world(referenceRouters);
+    }
     std::unique_ptr<World>& slot = routers == referenceRouters ? reference : current;
     if (!slot || slot->routers != routers) {
         slot.reset();
