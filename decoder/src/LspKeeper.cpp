@@ -1,5 +1,7 @@
 #include "IsisDecoder/LspKeeper.h"
 
+#include <algorithm>
+
 namespace Routing::IsisDecoder {
 
 namespace IC = Routing::IgpCommon;
@@ -28,6 +30,15 @@ std::size_t LspKeeper::fragmentCount(const IC::IgpNodeId& id) const noexcept {
     return n;
 }
 
+LspKeeper::Fragment* LspKeeper::heldFragment(const IC::IgpNodeId& id, std::uint8_t fragment) {
+    const auto node = nodes_.find(id);
+    if (node == nodes_.end()) {
+        return nullptr;
+    }
+    const auto f = node->second.find(fragment);
+    return f == node->second.end() ? nullptr : &f->second;
+}
+
 LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
     const LspHeader& h = lsp.header;
     if (h.level != static_cast<unsigned>(level_) || !lsp.content) {
@@ -50,8 +61,74 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
     Fragment& f = frags[h.fragment];
     f.seq = h.sequenceNumber;
     f.content = h.isPurge() ? nullptr : lsp.content;
+    f.octets.clear();
     rebuild(id, frags);
     return h.isPurge() ? Outcome::purged : Outcome::installed;
+}
+
+namespace {
+
+// LSP PDU octets (ISO 10589 9.9): PDU length, remaining lifetime, LSP ID,
+// sequence number, checksum, then the flags and the TLVs.
+constexpr std::size_t pduLengthAt = 8;
+constexpr std::size_t lifetimeAt = 10;
+constexpr std::size_t lspIdAt = 12;
+constexpr std::size_t seqAt = 20;
+constexpr std::size_t flagsAt = 26;
+constexpr std::size_t fixedLength = 27;
+
+std::uint32_t readU16(std::span<const std::uint8_t> p, std::size_t at) {
+    return (std::uint32_t{p[at]} << 8) | p[at + 1];
+}
+std::uint32_t readU32(std::span<const std::uint8_t> p, std::size_t at) {
+    return (readU16(p, at) << 16) | readU16(p, at + 2);
+}
+
+// The same PDU but for lifetime, sequence number and checksum. The held copy
+// was decoded whole, so a copy that matches it and passes the checksum is
+// as well formed as it was.
+bool sameButHeader(std::span<const std::uint8_t> pdu, const std::vector<std::uint8_t>& held) {
+    const auto same = [&](std::size_t from, std::size_t to) {
+        return std::equal(pdu.begin() + static_cast<std::ptrdiff_t>(from),
+                          pdu.begin() + static_cast<std::ptrdiff_t>(to),
+                          held.begin() + static_cast<std::ptrdiff_t>(from));
+    };
+    return pdu.size() == held.size() && same(0, lifetimeAt) && same(lspIdAt, seqAt) &&
+           same(flagsAt, pdu.size());
+}
+
+}  // namespace
+
+LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
+    if (pdu.size() >= fixedLength) {
+        const std::size_t length = readU16(pdu, pduLengthAt);
+        if (length >= fixedLength && length <= pdu.size()) {
+            const auto body = pdu.first(length);
+            Fragment* held = heldFragment(IC::IgpNodeId::fromBytes(&body[lspIdAt]), body[lspIdAt + 7]);
+            if (held != nullptr && held->content && readU16(body, lifetimeAt) != 0 &&
+                readU32(body, seqAt) > held->seq && sameButHeader(body, held->octets) &&
+                lspChecksumValid(body)) {
+                held->seq = readU32(body, seqAt);
+                std::copy(body.begin(), body.end(), held->octets.begin());
+                ++refreshed_;
+                return Outcome::refreshed;
+            }
+        }
+    }
+    const DecodeResult r = decodeLsp(pdu);
+    if (!r) {
+        if (error != nullptr) {
+            *error = r.error();
+        }
+        return Outcome::rejected;
+    }
+    const Outcome outcome = receive(r.lsp());
+    if (outcome == Outcome::installed) {
+        const LspHeader& h = r.lsp().header;
+        const auto body = pdu.first(h.pduLength);
+        nodes_[h.nodeId()][h.fragment].octets.assign(body.begin(), body.end());
+    }
+    return outcome;
 }
 
 namespace {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "IgpCommon/platform/Umbo.h"
 #include "IsisDecoder/LspKeeper.h"
 #include "ModelText.h"
 #include "TestSupport.h"
@@ -33,6 +34,12 @@ DecodedLsp lsp(std::uint8_t fragment, std::uint32_t seq, const Enc& tlvs, std::u
     const auto r = decodeLsp(buildLsp(f, tlvs));
     EXPECT_TRUE(r.ok());
     return r.ok() ? r.lsp() : DecodedLsp{};
+}
+
+std::string dumpOf(const IC::IgpLspDatabase& db) {
+    const auto ctx = Umbo::DumpContext::dumpContextIs();
+    db.dumpState(ctx, 0);
+    return ctx->text();
 }
 
 Enc prefix(std::uint8_t third, std::uint32_t metric) {
@@ -159,6 +166,62 @@ TEST(LspKeeper, PurgesRemoveFragmentsThenTheEntryAndBlockOlderCopies) {
     EXPECT_EQ(k.database()->lspCount(), 0u);
     EXPECT_EQ(k.receive(lsp(0, 5, Enc().tlv(135, prefix(1, 5)))), Outcome::installed);
     EXPECT_EQ(k.database()->lspCount(), 1u);
+}
+
+// The refresh of an unchanged fragment is taken without decoding; anything
+// else that differs in flags or TLVs goes through the decoder and the merge.
+TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
+    const Enc tlvs = Enc().tlv(135, prefix(1, 5)).tlv(22, neighbor(2));
+    const auto pdu = [&](std::uint32_t seq, const Enc& body, std::uint8_t flags = 0x03,
+                         std::uint16_t lifetime = 1199) {
+        LspFields f;
+        f.seq = seq;
+        f.flags = flags;
+        f.lifetime = lifetime;
+        return buildLsp(f, body);
+    };
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    EXPECT_EQ(k.receivePdu(pdu(1, tlvs)), Outcome::installed);
+    const std::string before = dumpOf(*k.database());
+    const auto entry = k.database()->lsp(node(1));
+    const auto prefixBefore = entry->prefix(pkey("10.0.1.0/24"));
+
+    EXPECT_EQ(k.receivePdu(pdu(2, tlvs)), Outcome::refreshed);
+    EXPECT_EQ(k.receivePdu(pdu(3, tlvs, 0x03, 600)), Outcome::refreshed);
+    EXPECT_EQ(k.refreshedCount(), 2u);
+    EXPECT_EQ(dumpOf(*k.database()), before);
+    EXPECT_EQ(k.database()->lsp(node(1))->prefix(pkey("10.0.1.0/24")), prefixBefore);
+    // The sequence number was taken: the copies in between are old now.
+    EXPECT_EQ(k.receivePdu(pdu(3, tlvs)), Outcome::ignored);
+    EXPECT_EQ(k.receivePdu(pdu(2, Enc().tlv(135, prefix(1, 9)))), Outcome::ignored);
+
+    // The overload bit alone, then a metric alone, are changes.
+    EXPECT_EQ(k.receivePdu(pdu(4, tlvs, 0x07)), Outcome::installed);
+    EXPECT_TRUE(entry->node()->flags().overloadBit());
+    EXPECT_EQ(k.receivePdu(pdu(5, Enc().tlv(135, prefix(1, 9)).tlv(22, neighbor(2)), 0x07)),
+              Outcome::installed);
+    EXPECT_EQ(entry->prefix(pkey("10.0.1.0/24"))->metric(), 9u);
+
+    // A copy that would be a refresh but for a corrupted checksum or body is
+    // rejected and changes nothing.
+    Bytes bad = pdu(6, Enc().tlv(135, prefix(1, 9)).tlv(22, neighbor(2)), 0x07);
+    bad[24] ^= 0xFF;
+    DecodeError why;
+    EXPECT_EQ(k.receivePdu(bad, &why), Outcome::rejected);
+    EXPECT_EQ(why.reason, DecodeError::Reason::badChecksum);
+    EXPECT_EQ(k.receivePdu(Bytes(bad.begin(), bad.begin() + 20)), Outcome::rejected);
+    EXPECT_EQ(entry->prefix(pkey("10.0.1.0/24"))->metric(), 9u);
+
+    // A purge is never a refresh; after it, the same octets install again.
+    EXPECT_EQ(k.receivePdu(pdu(7, Enc(), 0x07, 0)), Outcome::purged);
+    EXPECT_FALSE(k.database()->lsp(node(1)));
+    EXPECT_EQ(k.receivePdu(pdu(8, tlvs)), Outcome::installed);
+    EXPECT_EQ(dumpOf(*k.database()), before);
+
+    // A copy installed from a decoded LSP holds no octets to compare with.
+    EXPECT_EQ(k.receive(lsp(0, 9, tlvs)), Outcome::installed);
+    EXPECT_EQ(k.receivePdu(pdu(10, tlvs)), Outcome::installed);
+    EXPECT_EQ(k.refreshedCount(), 2u);
 }
 
 }  // namespace

@@ -82,12 +82,14 @@ void Lsdb::lsp(const FrameRef& where, const Capture& capture, std::span<const st
     }
     switch (outcome) {
         case ID::LspKeeper::Outcome::installed:
+        case ID::LspKeeper::Outcome::refreshed:
             ++c.installed;
             break;
         case ID::LspKeeper::Outcome::purged:
             ++c.purges;
             break;
         case ID::LspKeeper::Outcome::ignored:
+        case ID::LspKeeper::Outcome::rejected:  // not from receive(): decoded above
             ++c.ignoredAsOld;
             break;
     }
