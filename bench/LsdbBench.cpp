@@ -497,6 +497,67 @@ void refresh(benchmark::State& state, std::uint32_t routers) {
     state.counters["notif_nonbinding_per_lsp"] = perIteration(state, notified - bindingsNotified, lsps);
 }
 
+/// Every LSP flooded again unchanged, with the next sequence number, to a
+/// keeper that holds them all: an agent's refresh interval as it reaches the
+/// database. `Pdus`: through receivePdu(), which takes an unchanged copy
+/// without decoding; otherwise decoded first, then received. Allocations are
+/// split into the model's own objects (counted by their trackers: decoded
+/// content, which the merge then drops) and every other heap block.
+template <bool Pdus>
+void reflood(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    CountingObserver observer;  // first: it outlives the keeper's publishers
+    Routing::IsisDecoder::LspKeeper keeper(IC::igpLevelIsisLevel2);
+    std::vector<Bytes> pdus = w.pdus;
+    const auto receive = [&keeper](const Bytes& pdu) {
+        if constexpr (Pdus) {
+            keeper.receivePdu(pdu);
+        } else {
+            keeper.receive(Routing::IsisDecoder::decodeLsp(pdu).lsp());
+        }
+    };
+    for (const Bytes& pdu : pdus) {
+        receive(pdu);
+    }
+    observeAll(*keeper.database(), observer);
+    const auto modelObjects = [] {
+        std::uint64_t n = 0;
+        Drimm::AllocTracker::forEach([&](const Drimm::AllocTracker& t) { n += t.allocations(); });
+        return n;
+    };
+    const std::uint64_t modelBefore = modelObjects();
+    const AllocSnapshot before = AllocSnapshot::start();
+    for (auto _ : state) {
+        state.PauseTiming();
+        for (Bytes& pdu : pdus) {
+            // The sequence number: octets 20 to 23 of an LSP PDU.
+            for (std::size_t i = 23; ++pdu[i] == 0 && i > 20; --i) {
+            }
+            fillLspChecksum(pdu);
+        }
+        state.ResumeTiming();
+        for (const Bytes& pdu : pdus) {
+            receive(pdu);
+        }
+    }
+    const AllocSnapshot after = AllocSnapshot::finish();
+    const std::uint64_t model = modelObjects() - modelBefore;
+    perUnit(state, w.lsps(), w.elements());
+    const auto n = static_cast<double>(pdus.size());
+    // Heap entities are in both counts.
+    const auto heapEntities =
+        static_cast<double>(after.total() - before.total()) - static_cast<double>(model);
+    state.counters["allocs_per_pdu"] =
+        perIteration(state, static_cast<double>(after.total() - before.total()), n);
+    state.counters["allocs_model_per_pdu"] = perIteration(state, static_cast<double>(model), n);
+    state.counters["allocs_other_per_pdu"] = perIteration(state, heapEntities, n);
+    state.counters["notif_nonbinding_per_lsp"] = perIteration(
+        state, static_cast<double>(observer.all - observer.bindings), static_cast<double>(w.lsps()));
+    if (keeper.ignoredCount() != 0) {
+        state.SkipWithError("the keeper ignored a refreshed fragment");
+    }
+}
+
 /// A look-up scenario: `pass` must find every key, every time.
 template <std::size_t (*Pass)(const World&)>
 void lookupScenario(benchmark::State& state, std::uint32_t routers) {
@@ -797,6 +858,8 @@ void registerAll(std::uint32_t routers) {
         {"ContentBuild", contentBuild, false},
         {"Decode", decode, false},
         {"Ingest", ingest, false},
+        {"Reflood", reflood<true>, false},
+        {"RefloodDecoded", reflood<false>, false},
         {"Build", build, true},
         {"Refresh", refresh, false},
         {"RefreshFloor", lookupScenario<refreshFloorPass>, false},

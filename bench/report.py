@@ -93,7 +93,8 @@ def report(res, memory):
 
     print("\nPer-element and per-LSP costs (CPU time):")
     print("%-20s" % "scenario" + "".join("%22s" % s for s in sizes))
-    for scenario in ["ContentBuild", "Decode", "Ingest", "Build", "Refresh", "RefreshFloor", "Lookup",
+    for scenario in ["ContentBuild", "Decode", "Ingest", "Reflood", "RefloodDecoded", "Build", "Refresh",
+                     "RefreshFloor", "Lookup",
                      "LookupFloor", "LookupAbsl", "LookupAbslKeyCopies", "Churn", "Dump"]:
         cells = []
         for s in sizes:
@@ -167,6 +168,13 @@ def report(res, memory):
         ingest, build = get("Ingest", s, "per_lsp"), get("Build", s, "per_lsp")
         if ingest and build:
             info("ingest (decode + keeper) / first build, %s" % s, ingest / build)
+        reflood, decoded = get("Reflood", s, "per_lsp"), get("RefloodDecoded", s, "per_lsp")
+        if reflood and decoded:
+            info("reflood through receivePdu / decoded and received, %s" % s, reflood / decoded)
+        for scenario in ["Reflood", "RefloodDecoded"]:
+            v = get(scenario, s, "allocs_per_pdu")
+            if v is not None:
+                info("%s allocations per PDU, %s" % (scenario, s), v)
         v = get("Refresh", s, "allocs_per_lsp")
         if v is not None:
             info("refresh allocations per LSP, bindings included, %s" % s, v)
