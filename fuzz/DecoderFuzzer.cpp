@@ -10,7 +10,9 @@
 //
 // Checks: no crash, leak or read outside the buffer; a rejected PDU leaves both databases exactly as
 // they were (their dumps before and after are equal) and leaves no object alive; whatever is in a
-// database sits under its own node id and dumps; after teardown no tracked object is alive.
+// database sits under its own node id and dumps; keepers fed the same PDUs raw (receivePdu, which
+// takes unchanged refreshes without decoding) agree with them on every outcome and database; after
+// teardown no tracked object is alive.
 //
 // A record is one PDU today. To fuzz link-layer frames, let `pduOf` parse the record as a frame.
 #include <cstddef>
@@ -85,7 +87,38 @@ void checkDatabase(const D::LspKeeper& keeper) {
     IgpFuzz::check(entries == db.lspCount(), "the database counts another number of entries");
 }
 
-void receive(std::span<const std::uint8_t> record, bool fixSum, D::LspKeeper& l1, D::LspKeeper& l2) {
+/// The keepers of both levels, fed decoded LSPs (`l1`, `l2`) or raw PDUs (`p1`, `p2`).
+struct Keepers {
+    D::LspKeeper l1{IC::igpLevelIsisLevel1};
+    D::LspKeeper l2{IC::igpLevelIsisLevel2};
+    D::LspKeeper p1{IC::igpLevelIsisLevel1};
+    D::LspKeeper p2{IC::igpLevelIsisLevel2};
+};
+
+/// receivePdu() of the same PDU to the raw keepers: the same outcome as the
+/// decoded path (a refresh where that installed), and the same databases.
+void receiveRaw(std::span<const std::uint8_t> pdu, Keepers& k, std::optional<D::LspKeeper::Outcome> decoded,
+                unsigned level) {
+    using Outcome = D::LspKeeper::Outcome;
+    D::DecodeError why;
+    const Outcome o1 = k.p1.receivePdu(pdu, &why);
+    const Outcome o2 = k.p2.receivePdu(pdu, &why);
+    if (!decoded) {
+        IgpFuzz::check(o1 == Outcome::rejected && o2 == Outcome::rejected, "receivePdu took a malformed PDU");
+    } else {
+        const Outcome mine = level == 1 ? o1 : o2;
+        const Outcome other = level == 1 ? o2 : o1;
+        IgpFuzz::check(other == Outcome::ignored, "receivePdu took the other level's LSP");
+        IgpFuzz::check(mine == *decoded || (mine == Outcome::refreshed && *decoded == Outcome::installed),
+                       "receivePdu and receive disagree on a PDU");
+    }
+    IgpFuzz::check(dump(k.p1) == dump(k.l1) && dump(k.p2) == dump(k.l2),
+                   "the keepers fed raw PDUs and decoded ones hold different databases");
+}
+
+void receive(std::span<const std::uint8_t> record, bool fixSum, Keepers& k) {
+    D::LspKeeper& l1 = k.l1;
+    D::LspKeeper& l2 = k.l2;
     const auto pdu = pduOf(record);
     if (!pdu) {
         return;
@@ -106,6 +139,7 @@ void receive(std::span<const std::uint8_t> record, bool fixSum, D::LspKeeper& l1
         IgpFuzz::check(dump(l1) == before1 && dump(l2) == before2, "a rejected PDU changed a database");
         const std::string leftAlive = IgpFuzz::Census::now().differenceFrom(census);
         IgpFuzz::check(leftAlive.empty(), "a rejected PDU left objects alive", leftAlive);
+        receiveRaw(buf, k, std::nullopt, 0);
         return;
     }
     const D::DecodedLsp& lsp = result.lsp();
@@ -121,9 +155,9 @@ void receive(std::span<const std::uint8_t> record, bool fixSum, D::LspKeeper& l1
     IgpFuzz::check(other.receive(lsp) == D::LspKeeper::Outcome::ignored,
                    "a keeper took the other level's LSP");
     IgpFuzz::check(dump(other) == otherBefore, "an ignored LSP changed the other level's database");
-    (void)mine.receive(lsp);
+    const D::LspKeeper::Outcome outcome = mine.receive(lsp);
     checkDatabase(mine);
-    (void)dump(mine);
+    receiveRaw(buf, k, outcome, lsp.header.level);
 }
 
 }  // namespace
@@ -135,13 +169,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const IgpFuzz::Census before = IgpFuzz::Census::now();
     {
         const bool fixSum = (data[0] & 1) == 0;
-        D::LspKeeper l1(IC::igpLevelIsisLevel1);
-        D::LspKeeper l2(IC::igpLevelIsisLevel2);
+        Keepers k;
         std::span<const std::uint8_t> rest(data + 1, size - 1);
         while (rest.size() >= 2) {
             const std::size_t length =
                 std::min<std::size_t>((std::size_t{rest[0]} << 8) | rest[1], rest.size() - 2);
-            receive(rest.subspan(2, length), fixSum, l1, l2);
+            receive(rest.subspan(2, length), fixSum, k);
             rest = rest.subspan(2 + length);
         }
     }

@@ -83,6 +83,14 @@ def main():
         for pdu in distinct:
             write(mode + record(pdu))
         write(mode + b"".join(record(p) for p in pdus[: args.sequence]))
+        # Each LSP again with the next sequence number: the periodic refresh.
+        refreshed = []
+        for pdu in pdus[: args.sequence]:
+            again = bytearray(pdu)
+            if len(again) >= 27:
+                again[20:24] = struct.pack(">I", (struct.unpack(">I", pdu[20:24])[0] + 1) & 0xFFFFFFFF)
+            refreshed.append(bytes(again))
+        write(mode + b"".join(record(p) for p in pdus[: args.sequence] + refreshed))
         for i, pdu in enumerate(distinct[:4]):
             changed = bytearray(pdu)
             at = 27 + (7 * i + 1) % max(1, len(pdu) - 27)
