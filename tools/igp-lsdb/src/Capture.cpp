@@ -25,8 +25,12 @@ struct Capture::Handle {
 namespace {
 
 // Hands `f` to libpcap, which owns it from then on; null with `error` set when
-// the contents are not a capture.
+// the contents are not a capture, or when `f` is null (a failed open: errno).
 pcap_t* openOn(FILE* f, std::string& error) {
+    if (f == nullptr) {
+        error = std::strerror(errno);
+        return nullptr;
+    }
     char errbuf[PCAP_ERRBUF_SIZE] = {};
     pcap_t* p = pcap_fopen_offline(f, errbuf);
     if (p == nullptr) {
@@ -56,12 +60,7 @@ std::unique_ptr<Capture> Capture::open(const std::string& path, std::string& err
         error = std::strerror(EISDIR);
         return nullptr;
     }
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (f == nullptr) {
-        error = std::strerror(errno);
-        return nullptr;
-    }
-    pcap_t* p = openOn(f, error);
+    pcap_t* p = openOn(std::fopen(path.c_str(), "rb"), error);
     if (p == nullptr) {
         return nullptr;
     }
@@ -71,10 +70,6 @@ std::unique_ptr<Capture> Capture::open(const std::string& path, std::string& err
 std::unique_ptr<Capture> Capture::openBuiltIn(std::string& error) {
     // fmemopen wants a non-const buffer but only reads it in "rb" mode.
     FILE* f = fmemopen(const_cast<unsigned char*>(igpLsdbBuiltinCapture), igpLsdbBuiltinCapture_size, "rb");
-    if (f == nullptr) {
-        error = std::strerror(errno);
-        return nullptr;
-    }
     pcap_t* p = openOn(f, error);
     if (p == nullptr) {
         return nullptr;

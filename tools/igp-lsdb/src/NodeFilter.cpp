@@ -63,8 +63,8 @@ std::optional<std::string> HostNames::of(const IC::IgpNodeId& id) const {
     return it->second;
 }
 
-NodeFilter::NodeFilter(std::string spec) : spec_(std::move(spec)) {
-    if (const auto parsed = parseNodeId(spec_)) {
+NodeFilter::NodeFilter(std::string pattern) : pattern_(std::move(pattern)) {
+    if (const auto parsed = parseNodeId(pattern_)) {
         id_ = parsed->first;
         exact_ = parsed->second;
     }
@@ -78,7 +78,7 @@ bool NodeFilter::matches(const IC::IgpNodeId& id, const HostNames& names) const 
         return exact_ ? id.toU64() == *id_ : systemOf(id) == *id_ >> 16;
     }
     const auto name = names.of(id);
-    return name && *name == spec_;
+    return name && *name == pattern_;
 }
 
 }  // namespace IgpLsdb

@@ -33,14 +33,14 @@ private:
 class NodeFilter {
 public:
     NodeFilter() = default;
-    explicit NodeFilter(std::string spec);
+    explicit NodeFilter(std::string pattern);
 
-    bool any() const noexcept { return spec_.empty(); }
-    const std::string& spec() const noexcept { return spec_; }
+    bool any() const noexcept { return pattern_.empty(); }
+    const std::string& pattern() const noexcept { return pattern_; }
     bool matches(const IC::IgpNodeId& id, const HostNames& names) const;
 
 private:
-    std::string spec_;
+    std::string pattern_;
     std::optional<std::uint64_t> id_;  // IgpNodeId::toU64 of the identifier given
     bool exact_ = false;               // the pseudonode byte was given
 };

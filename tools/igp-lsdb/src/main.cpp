@@ -65,31 +65,15 @@ public:
         : opt_(std::move(o)), filter_(opt_.node), progress_(::isatty(STDERR_FILENO) == 1) {}
 
     int dump() {
-        Lsdb lsdb(opt_.level);
-        if (!build(lsdb, opt_.captures, true)) {
-            return exitBadInput;
-        }
-        learnNames(lsdb);
-        if (opt_.json) {
-            std::cout << jsonText(dumpJson(lsdb, filter_, names_), false) << '\n';
-        } else {
-            printDump(std::cout, lsdb, filter_, names_);
-        }
-        return finish({&lsdb});
+        return report(
+            true, [&](const Lsdb& l) { return dumpJson(l, filter_, names_); },
+            [&](const Lsdb& l) { printDump(std::cout, l, filter_, names_); });
     }
 
     int stats() {
-        Lsdb lsdb(opt_.level);
-        if (!build(lsdb, opt_.captures, false)) {
-            return exitBadInput;
-        }
-        learnNames(lsdb);
-        if (opt_.json) {
-            std::cout << jsonText(statsJson(lsdb, opt_.captures, filter_, names_), false) << '\n';
-        } else {
-            printStats(std::cout, lsdb, filter_, names_);
-        }
-        return finish({&lsdb});
+        return report(
+            false, [&](const Lsdb& l) { return statsJson(l, opt_.captures, filter_, names_); },
+            [&](const Lsdb& l) { printStats(std::cout, l, filter_, names_); });
     }
 
     int events() {
@@ -155,6 +139,22 @@ private:
         for (const unsigned level : lsdb.levels()) {
             names_.noteAll(*lsdb.keeper(level).database());
         }
+    }
+
+    /// Builds the database of the captures and prints it as `json` or `text` make it.
+    template <class JsonOf, class PrintText>
+    int report(bool builtInWhenNone, JsonOf json, PrintText text) {
+        Lsdb lsdb(opt_.level);
+        if (!build(lsdb, opt_.captures, builtInWhenNone)) {
+            return exitBadInput;
+        }
+        learnNames(lsdb);
+        if (opt_.json) {
+            std::cout << jsonText(json(lsdb), false) << '\n';
+        } else {
+            text(lsdb);
+        }
+        return finish({&lsdb});
     }
 
     // Opens every capture before reading any, so that a bad name stops the run
@@ -223,7 +223,7 @@ private:
             printMalformed(std::cerr, lsdb->malformed());
         }
         if (!filter_.any() && !matched_ && !anyMatch(built)) {
-            std::cerr << "igp-lsdb: no node matches '" << filter_.spec() << "'\n";
+            std::cerr << "igp-lsdb: no node matches '" << filter_.pattern() << "'\n";
         }
         return 0;
     }
