@@ -947,13 +947,27 @@ bool lspChecksumValid(std::span<const std::uint8_t> pdu) noexcept {
     return c0 == 0 && c1 == 0;
 }
 
+bool lspChecksumAccepted(const LspHeader& h, std::span<const std::uint8_t> pdu) noexcept {
+    // A purge may carry checksum 0 (its body is gone); anything else must add up.
+    if (h.isPurge() && h.checksum == 0) {
+        return true;
+    }
+    return h.checksum != 0 && lspChecksumValid(pdu.first(h.pduLength));
+}
+
+std::optional<LspHeader> decodeLspHeader(std::span<const std::uint8_t> pdu) {
+    try {
+        return readHeader(pdu);
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
+}
+
 DecodeResult decodeLsp(std::span<const std::uint8_t> pdu) {
     try {
         const LspHeader h = readHeader(pdu);
         const auto body = pdu.first(h.pduLength);
-        // A purge may carry checksum 0 (its body is gone); anything else must add up.
-        const bool uncheckedPurge = h.isPurge() && h.checksum == 0;
-        if (!uncheckedPurge && (h.checksum == 0 || !lspChecksumValid(body))) {
+        if (!lspChecksumAccepted(h, body)) {
             fail(Reason::badChecksum, 0, 24, "checksum does not verify");
         }
         LspDecoder d(body.data(), h);

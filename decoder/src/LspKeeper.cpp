@@ -68,21 +68,12 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
 
 namespace {
 
-// LSP PDU octets (ISO 10589 9.9): PDU length, remaining lifetime, LSP ID,
-// sequence number, checksum, then the flags and the TLVs.
-constexpr std::size_t pduLengthAt = 8;
+// LSP PDU octets (ISO 10589 9.9): remaining lifetime, LSP ID, sequence number,
+// checksum, then the flags and the TLVs.
 constexpr std::size_t lifetimeAt = 10;
 constexpr std::size_t lspIdAt = 12;
 constexpr std::size_t seqAt = 20;
 constexpr std::size_t flagsAt = 26;
-constexpr std::size_t fixedLength = 27;
-
-std::uint32_t readU16(std::span<const std::uint8_t> p, std::size_t at) {
-    return (std::uint32_t{p[at]} << 8) | p[at + 1];
-}
-std::uint32_t readU32(std::span<const std::uint8_t> p, std::size_t at) {
-    return (readU16(p, at) << 16) | readU16(p, at + 2);
-}
 
 // The same PDU but for lifetime, sequence number and checksum. The held copy
 // was decoded whole, so a copy that matches it and passes the checksum is
@@ -100,19 +91,15 @@ bool sameButHeader(std::span<const std::uint8_t> pdu, const std::vector<std::uin
 }  // namespace
 
 LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
-    if (pdu.size() >= fixedLength) {
-        const std::size_t length = readU16(pdu, pduLengthAt);
-        if (length >= fixedLength && length <= pdu.size()) {
-            const auto body = pdu.first(length);
-            Fragment* held = heldFragment(IC::IgpNodeId::fromBytes(&body[lspIdAt]), body[lspIdAt + 7]);
-            if (held != nullptr && held->content && readU16(body, lifetimeAt) != 0 &&
-                readU32(body, seqAt) > held->seq && sameButHeader(body, held->octets) &&
-                lspChecksumValid(body)) {
-                held->seq = readU32(body, seqAt);
-                std::copy(body.begin(), body.end(), held->octets.begin());
-                ++refreshed_;
-                return Outcome::refreshed;
-            }
+    if (const auto h = decodeLspHeader(pdu); h && !h->isPurge()) {
+        Fragment* held = heldFragment(h->nodeId(), h->fragment);
+        const auto body = pdu.first(h->pduLength);
+        if (held != nullptr && held->content && h->sequenceNumber > held->seq &&
+            sameButHeader(body, held->octets) && lspChecksumAccepted(*h, body)) {
+            held->seq = h->sequenceNumber;
+            std::copy(body.begin(), body.end(), held->octets.begin());
+            ++refreshed_;
+            return Outcome::refreshed;
         }
     }
     const DecodeResult r = decodeLsp(pdu);

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <variant>
@@ -91,8 +92,16 @@ private:
 /// Octets beyond the PDU length field (link padding) are ignored.
 DecodeResult decodeLsp(std::span<const std::uint8_t> pdu);
 
+/// The fixed header of an LSP PDU, checked as decodeLsp() checks it (its
+/// checksum aside), or nothing when it is malformed.
+std::optional<LspHeader> decodeLspHeader(std::span<const std::uint8_t> pdu);
+
 /// The ISO 10589 7.3.11 check of an LSP: the Fletcher sum from the LSP ID to
 /// the end of `pdu` (the PDU length octets) is zero. Needs at least 27 octets.
 bool lspChecksumValid(std::span<const std::uint8_t> pdu) noexcept;
+
+/// Whether decodeLsp() accepts the checksum of the PDU with header `h`: it
+/// verifies and is not 0, or `h` is a purge with checksum 0.
+bool lspChecksumAccepted(const LspHeader& h, std::span<const std::uint8_t> pdu) noexcept;
 
 }  // namespace Routing::IsisDecoder
