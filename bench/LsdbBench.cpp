@@ -56,6 +56,7 @@ struct AllocSnapshot {
     std::uint64_t heap = 0;
     std::uint64_t slab = 0;
     std::uint64_t bindings = 0;
+    std::uint64_t model = 0;  // entities of every tracked type, slab and heap alike
 
     // Walking the trackers allocates a snapshot vector: the heap count is
     // read after the walk when starting and before it when finishing, so
@@ -79,6 +80,7 @@ struct AllocSnapshot {
         s.slab = tracked - IC::Neighbor::allocTracker().allocations() -
                  IC::IsisLspParsedContent::allocTracker().allocations();
         s.bindings = IC::SidLabelBinding::allocTracker().allocations();
+        s.model = tracked;
         return s;
     }
     std::uint64_t total() const noexcept { return heap + slab; }
@@ -520,12 +522,6 @@ void reflood(benchmark::State& state, std::uint32_t routers) {
         receive(pdu);
     }
     observeAll(*keeper.database(), observer);
-    const auto modelObjects = [] {
-        std::uint64_t n = 0;
-        Drimm::AllocTracker::forEach([&](const Drimm::AllocTracker& t) { n += t.allocations(); });
-        return n;
-    };
-    const std::uint64_t modelBefore = modelObjects();
     const AllocSnapshot before = AllocSnapshot::start();
     for (auto _ : state) {
         state.PauseTiming();
@@ -541,16 +537,13 @@ void reflood(benchmark::State& state, std::uint32_t routers) {
         }
     }
     const AllocSnapshot after = AllocSnapshot::finish();
-    const std::uint64_t model = modelObjects() - modelBefore;
+    const std::uint64_t model = after.model - before.model;
     perUnit(state, w.lsps(), w.elements());
     const auto n = static_cast<double>(pdus.size());
-    // Heap entities are in both counts.
-    const auto heapEntities =
-        static_cast<double>(after.total() - before.total()) - static_cast<double>(model);
-    state.counters["allocs_per_pdu"] =
-        perIteration(state, static_cast<double>(after.total() - before.total()), n);
+    const auto all = static_cast<double>(after.total() - before.total());
+    state.counters["allocs_per_pdu"] = perIteration(state, all, n);
     state.counters["allocs_model_per_pdu"] = perIteration(state, static_cast<double>(model), n);
-    state.counters["allocs_other_per_pdu"] = perIteration(state, heapEntities, n);
+    state.counters["allocs_other_per_pdu"] = perIteration(state, all - static_cast<double>(model), n);
     state.counters["notif_nonbinding_per_lsp"] = perIteration(
         state, static_cast<double>(observer.all - observer.bindings), static_cast<double>(w.lsps()));
     if (keeper.ignoredCount() != 0) {
