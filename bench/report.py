@@ -141,14 +141,15 @@ def report(res, memory):
     def info(label, value):
         print("  %-56s %8.3f" % (label, value))
 
+    def info_ratio(label, size, top, bottom, counter):
+        a, b = get(top, size, counter), get(bottom, size, counter)
+        if a and b:
+            info("%s, %s" % (label, size), a / b)
+
     print("\nThe same ratios from separate benchmarks (each alone: its own cache state and load):")
     for s in sizes:
-        refresh, floor = get("Refresh", s, "per_elem"), get("RefreshFloor", s, "per_elem")
-        if refresh and floor:
-            info("refresh / floor (a), per element, %s" % s, refresh / floor)
-        ours, absl = get("LookupFloor", s, "per_elem"), get("LookupAbsl", s, "per_elem")
-        if ours and absl:
-            info("our look-up / absl (b), %s" % s, ours / absl)
+        info_ratio("refresh / floor (a), per element", s, "Refresh", "RefreshFloor", "per_elem")
+        info_ratio("our look-up / absl (b)", s, "LookupFloor", "LookupAbsl", "per_elem")
         for scenario in ["Build", "Refresh"]:
             a, b = get(scenario, sizes[0], "per_lsp"), get(scenario, s, "per_lsp")
             if a and b and s != sizes[0]:
@@ -156,21 +157,13 @@ def report(res, memory):
 
     print("\nFor information:")
     for s in sizes:
-        build, content = get("Build", s, "per_lsp"), get("ContentBuild", s, "per_lsp")
-        if build and content:
-            info("first build / building the parsed content (c), %s" % s, build / content)
+        info_ratio("first build / building the parsed content (c)", s, "Build", "ContentBuild", "per_lsp")
         v = get("LookupVsAbslKeyCopies", s, "ratio")
         if v is not None:
             info("our look-up / absl holding key copies (pair), %s" % s, v)
-        api, absl = get("Lookup", s, "per_elem"), get("LookupAbsl", s, "per_elem")
-        if api and absl:
-            info("look-up through the public API / absl, %s" % s, api / absl)
-        ingest, build = get("Ingest", s, "per_lsp"), get("Build", s, "per_lsp")
-        if ingest and build:
-            info("ingest (decode + keeper) / first build, %s" % s, ingest / build)
-        reflood, decoded = get("Reflood", s, "per_lsp"), get("RefloodDecoded", s, "per_lsp")
-        if reflood and decoded:
-            info("reflood through receivePdu / decoded and received, %s" % s, reflood / decoded)
+        info_ratio("look-up through the public API / absl", s, "Lookup", "LookupAbsl", "per_elem")
+        info_ratio("ingest (decode + keeper) / first build", s, "Ingest", "Build", "per_lsp")
+        info_ratio("reflood through receivePdu / decoded and received", s, "Reflood", "RefloodDecoded", "per_lsp")
         for scenario in ["Reflood", "RefloodDecoded"]:
             v = get(scenario, s, "allocs_per_pdu")
             if v is not None:
