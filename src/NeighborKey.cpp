@@ -12,19 +12,6 @@ using Kest::AttrKind;
 namespace {
 
 template <class Set>
-bool setsEqual(const Set& a, const Set& b) noexcept {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (auto i = a.uncheckedBegin(), j = b.uncheckedBegin(); i != a.uncheckedEnd(); ++i, ++j) {
-        if (!(*i == *j)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-template <class Set>
 std::strong_ordering compareSets(const Set& a, const Set& b) noexcept {
     if (a.size() != b.size()) {
         return a.size() < b.size() ? std::strong_ordering::less : std::strong_ordering::greater;
@@ -129,10 +116,11 @@ std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
 }
 
 bool NeighborKey::isEq(const NeighborKey& a, const NeighborKey& b) noexcept {
-    return &a == &b ||
-           (a.nodeId_ == b.nodeId_ && a.mtId_ == b.mtId_ && setsEqual(a.remoteIpv4Addr_, b.remoteIpv4Addr_) &&
-            setsEqual(a.remoteIpv6Addr_, b.remoteIpv6Addr_) &&
-            setsEqual(a.localIpv4Addr_, b.localIpv4Addr_) && setsEqual(a.localIpv6Addr_, b.localIpv6Addr_));
+    return &a == &b || (a.nodeId_ == b.nodeId_ && a.mtId_ == b.mtId_ &&
+                        Kest::sameMembers(a.remoteIpv4Addr_, b.remoteIpv4Addr_) &&
+                        Kest::sameMembers(a.remoteIpv6Addr_, b.remoteIpv6Addr_) &&
+                        Kest::sameMembers(a.localIpv4Addr_, b.localIpv4Addr_) &&
+                        Kest::sameMembers(a.localIpv6Addr_, b.localIpv6Addr_));
 }
 
 std::strong_ordering operator<=>(const NeighborKey& a, const NeighborKey& b) noexcept {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "IgpCommon/framework/Assert.h"
+#include "IgpCommon/framework/HashMap2018.h"
 #include "IgpCommon/framework/Ptr.h"
 #include "IgpCommon/framework/Publisher.h"
 #include "IgpCommon/framework/TypeData.h"
@@ -94,6 +95,7 @@ protected:
     /// theirs is added, then every member of mine that theirs lacks is removed.
     template <class Set>
     void membersSync(AttrId id, Set& mine, const Set& theirs) {
+        // In a merge of an unchanged LSP the sets are always the same.
         if (sameMembers(mine, theirs)) {
             return;
         }
@@ -160,23 +162,6 @@ protected:
         for (auto it = map.begin(); it != map.end(); ++it) {
             entryTake(id, map, it->key);
         }
-    }
-
-private:
-    /// Equal sets of one type iterate in the same order (the order depends on
-    /// the contents only), so one walk in step, without hashing, tells
-    /// whether a sync has anything to do: in a merge of an unchanged LSP it never has.
-    template <class Set>
-    static bool sameMembers(const Set& a, const Set& b) noexcept {
-        if (a.size() != b.size()) {
-            return false;
-        }
-        for (auto i = a.uncheckedBegin(), j = b.uncheckedBegin(); i != a.uncheckedEnd(); ++i, ++j) {
-            if (!(*i == *j)) {
-                return false;
-            }
-        }
-        return true;
     }
 };
 

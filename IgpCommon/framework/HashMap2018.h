@@ -812,6 +812,22 @@ private:
     Table table_;
 };
 
+/// Equal sets of one type iterate in the same order (the order depends on the
+/// contents, seed and salt only), so one walk in step, without hashing, tells
+/// whether two are equal.
+template <class Set>
+bool sameMembers(const Set& a, const Set& b) noexcept {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (auto i = a.uncheckedBegin(), j = b.uncheckedBegin(); i != a.uncheckedEnd(); ++i, ++j) {
+        if (!(*i == *j)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// The generic text form of a set: its members in iteration order, "[a, b]".
 template <class K, std::uint32_t Salt, unsigned InlineN>
 std::ostream& operator<<(std::ostream& os, const HashMap2018<K, K, IdentityKey, Salt, InlineN>& set) {
