@@ -38,7 +38,7 @@ for p in "${passes[@]}"; do
     ir[$p]=$total
     ir[$p/elements]=$elements
     awk -v p="$p" -v t="$total" -v l="$lsps" -v d="$pdus" -v e="$elements" \
-        'BEGIN { printf "%-22s %16d %12.0f %12.0f %12.1f\n", p, t, t / l, t / d, t / e }'
+        'BEGIN { printf "%-22s %16.0f %12.0f %12.0f %12.1f\n", p, t, t / l, t / d, t / e }'
 done
 
 # Ratios of passes counted over the same units (elements), where both ran.
