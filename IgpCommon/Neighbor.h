@@ -31,7 +31,7 @@ struct AdminGroupIndex : Kest::BoundedIndex<AdminGroupIndex, 0, 63> {
     using BoundedIndex::BoundedIndex;
 };
 
-class Neighbor final : public Kest::ObservedEntity<Neighbor>, public Drimm::SlabAllocated<Neighbor> {
+class Neighbor final : public Kest::ObservedEntity<Neighbor>, public Drimm::HeapAllocated<Neighbor> {
 public:
     using NeighborAttrsPresent = detail::NeighborAttrsPresent;
     struct Attr {

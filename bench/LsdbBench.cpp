@@ -1504,7 +1504,7 @@ void registerAll(std::uint32_t routers) {
 
 /// The receive path's scenarios of one shape (1k, 10k, 50k or dense).
 void registerReceivePath(std::uint32_t routers) {
-    const std::string size = "/" + sizeName(routers);
+    const std::string size = std::string("/").append(sizeName(routers));
     // Long enough for a few turns of each order even at 50k routers.
     benchmark::RegisterBenchmark(("IngestVsFloor" + size).c_str(), ingestVsFloor, routers)
         ->UseManualTime()
