@@ -104,12 +104,16 @@ public:
     /// Removes and returns the neighbor with that key (null when absent).
     Poldo::Ptr<Neighbor> neighborDel(const NeighborKey& key);
     void neighborDelAll() noexcept { neighbor_.clear(); }
+    /// Makes room for `n` neighbors in all, so that a decoder that counted
+    /// them fills the collection without regrowing it (one heap block).
+    void neighborReserve(std::uint32_t n) { neighbor_.reserve(n); }
 
     Poldo::Ptr<Prefix> prefixIs(const PrefixKey& key);
     Poldo::Ptr<Prefix> prefix(const PrefixKey& key) const;
     const PrefixMap& prefix() const noexcept { return prefix_; }
     Poldo::Ptr<Prefix> prefixDel(const PrefixKey& key);
     void prefixDelAll() noexcept { prefix_.clear(); }
+    void prefixReserve(std::uint32_t n) { prefix_.reserve(n); }
 
     /// The SRLG record of the link with that local address (the empty
     /// address is an ordinary key), created empty when absent.
@@ -118,6 +122,7 @@ public:
     const SrlgMap& parsedSrLg() const noexcept { return parsedSrLg_; }
     Poldo::Ptr<NeighborSrlg> parsedSrLgDel(const Lumo::IpGenAddr& localAddr);
     void parsedSrLgDelAll() noexcept { parsedSrLg_.clear(); }
+    void parsedSrLgReserve(std::uint32_t n) { parsedSrLg_.reserve(n); }
 
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
