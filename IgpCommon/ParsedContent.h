@@ -76,8 +76,10 @@ public:
     // Each member carries its key; a member's key never changes.
     using NeighborMap =
         Kest::HashMap2018<Poldo::Ptr<Neighbor>, NeighborKey, detail::NeighborKeyOf, 0x17A25829>;
+    // An LSP names the SRLGs of a few links at most: up to four records in
+    // place are found without hashing, as the merge does for every neighbor.
     using SrlgMap =
-        Kest::HashMap2018<Poldo::Ptr<NeighborSrlg>, Lumo::IpGenAddr, detail::LocalAddrOf, 0xDA4A436F>;
+        Kest::HashMap2018<Poldo::Ptr<NeighborSrlg>, Lumo::IpGenAddr, detail::LocalAddrOf, 0xDA4A436F, 4>;
     using PrefixMap = Kest::HashMap2018<Poldo::Ptr<Prefix>, PrefixKey, detail::PrefixKeyOf, 0x9FAF01C0>;
 
     static Poldo::Ptr<IsisLspParsedContent> IsisLspParsedContentIs();

@@ -51,20 +51,51 @@ void IgpLsp::prefixDelAll() {
 
 namespace {
 
-// Folds the SRLG record of `addr`, if the parsed content has one, into `p`.
-void foldSrlg(const IsisLspParsedContent& parsed, const Lumo::IpGenAddr& addr, Neighbor& p) {
+// The SRLG records of a parsed content by the first local address of a
+// neighbor's family. Only that address names the link's record; a neighbor
+// without one matches a record under the empty address, which is looked up
+// once per merge rather than once per such neighbor.
+class SrlgRecords {
+public:
+    explicit SrlgRecords(const IsisLspParsedContent::SrlgMap& records) noexcept : records_(records) {}
+
     // Most LSPs carry no SRLG: then no address needs hashing.
-    if (parsed.parsedSrLg().empty()) {
-        return;
+    bool empty() const noexcept { return records_.empty(); }
+
+    template <class Set>
+    const NeighborSrlg* of(const Set& localAddrs) noexcept {
+        if (localAddrs.empty()) {
+            if (!emptyLooked_) {
+                const auto* record = records_.find(Lumo::IpGenAddr());
+                emptyRecord_ = record ? *record : nullptr;
+                emptyLooked_ = true;
+            }
+            return emptyRecord_.get();
+        }
+        return find(Lumo::IpGenAddr(*localAddrs.uncheckedBegin()));
     }
-    const auto* record = parsed.parsedSrLg().find(addr);
+
+private:
+    const NeighborSrlg* find(const Lumo::IpGenAddr& addr) const noexcept {
+        const auto* record = records_.find(addr);
+        return record ? record->get() : nullptr;
+    }
+
+    const IsisLspParsedContent::SrlgMap& records_;
+    // Held: observers of the neighbors it is folded into run meanwhile.
+    Poldo::Ptr<NeighborSrlg> emptyRecord_;
+    bool emptyLooked_ = false;
+};
+
+// Folds an SRLG record, if there is one, into `p`.
+void foldSrlg(const NeighborSrlg* record, Neighbor& p) {
     if (record == nullptr) {
         return;
     }
     Neighbor::NeighborAttrsPresent present = p.attrsPresent();
     present.srlgValuesIs(true);
     p.attrsPresentIs(present);
-    const auto& values = (*record)->srlgValue();
+    const auto& values = record->srlgValue();
     for (auto it = values.begin(); it != values.end(); ++it) {
         p.srlgValuesIs(*it);
     }
@@ -108,21 +139,14 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
     // Sized once for what the entry will hold; a refresh finds it large enough.
     neighbor_.reserve(theirs.size());
     FirstPass<NeighborMap> pass(neighbor_);
+    SrlgRecords srlgs(content.parsedSrLg());
     for (auto it = theirs.begin(); it != theirs.end(); ++it) {
         const Poldo::Ptr<Neighbor>& p = *it;
         const NeighborKey& k = p->key();
-        // Only the first address of each family names the link's SRLG record;
-        // a neighbor without one matches a record under the empty address.
-        Lumo::IpGenAddr a4;
-        if (!k.localIpv4Addr().empty()) {
-            a4 = Lumo::IpGenAddr(*k.localIpv4Addr().uncheckedBegin());
+        if (!srlgs.empty()) {
+            foldSrlg(srlgs.of(k.localIpv4Addr()), *p);
+            foldSrlg(srlgs.of(k.localIpv6Addr()), *p);
         }
-        foldSrlg(content, a4, *p);
-        Lumo::IpGenAddr a6;
-        if (!k.localIpv6Addr().empty()) {
-            a6 = Lumo::IpGenAddr(*k.localIpv6Addr().uncheckedBegin());
-        }
-        foldSrlg(content, a6, *p);
         pass.beforeChange();
         // One look-up: a neighbor held under k takes over p's attributes, else p is adopted.
         const auto [member, adopted] = neighbor_.findOrInsert(k, NeighborMap::hashOf(k), [&p] { return p; });

@@ -496,6 +496,7 @@ TEST(IgpLspSrlgFold, ANeighborWithoutLocalAddressesTakesOnlyTheEmptyAddressRecor
     auto unnumbered =
         parsed->neighborIs(nbrKey(2, {}, {"10.0.0.2", "fe80::2"}));  // remote ones name no record
     auto numbered = parsed->neighborIs(nbrKey(3, {"10.0.1.1", "fe80::9"}));
+    auto v4Only = parsed->neighborIs(nbrKey(4, {"10.0.4.1"}));  // its IPv6 family takes the empty record
     parsed->parsedSrLgIs(IpGenAddr())->srlgValueIs(300);
     parsed->parsedSrLgIs(IpGenAddr())->srlgValueIs(301);
     parsed->parsedSrLgIs(IpGenAddr(v4("10.0.0.2")))->srlgValueIs(1);
@@ -506,6 +507,7 @@ TEST(IgpLspSrlgFold, ANeighborWithoutLocalAddressesTakesOnlyTheEmptyAddressRecor
     EXPECT_TRUE(unnumbered->attrsPresent().srlgValues());
     EXPECT_TRUE(srlgsOf(*numbered).empty()) << "both families have a first address and neither has a record";
     EXPECT_FALSE(numbered->attrsPresent().srlgValues());
+    EXPECT_EQ(srlgsOf(*v4Only), (std::set<std::uint32_t>{300, 301}));
 }
 
 TEST(IgpLspSrlgFold, OnlyTheFirstLocalIpv4AddressInIterationOrderNamesTheRecord) {

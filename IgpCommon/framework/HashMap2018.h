@@ -65,6 +65,7 @@ template <class K, class V>
 struct HashMapEntry {
     K key;
     V value;
+    friend bool operator==(const HashMapEntry&, const HashMapEntry&) = default;
 };
 
 /// KeyFunktor of sets: the member is its own key.
