@@ -459,7 +459,8 @@ TEST(IgpLspDatabaseMerge, AContentWithoutNodeIsRefusedAndAnEntryWithoutNodeTakes
 }
 
 // An observer that slips a member of its own into the entry while the parsed
-// members are adopted: the merge still leaves the parsed keys alone.
+// members are adopted (before the merge adopts another): the merge still
+// leaves the parsed keys alone.
 TEST(IgpLspDatabaseMerge, AMemberAnObserverAddsDuringTheMergeIsRemoved) {
     auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
     const auto entry = db->lspMerge(sampleLsp(false));
@@ -473,11 +474,12 @@ TEST(IgpLspDatabaseMerge, AMemberAnObserverAddsDuringTheMergeIsRemoved) {
     });
     auto parsed = sampleLsp(false);
     parsed->neighborIs(nbrKey(7, {"10.0.7.1"}));
+    parsed->neighborIs(nbrKey(8, {"10.0.8.1"}));
     db->lspMerge(parsed);
     ASSERT_TRUE(added);
     EXPECT_EQ(entry->neighbor(kGone), nullptr);
     EXPECT_EQ(entry->prefix(pGone), nullptr);
-    EXPECT_EQ(entry->neighbor().size(), 4u);
+    EXPECT_EQ(entry->neighbor().size(), 5u);
     EXPECT_EQ(entry->prefix().size(), 3u);
 }
 
