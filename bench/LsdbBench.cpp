@@ -475,16 +475,31 @@ double threadCpuSeconds() {
     return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
+/// Allocations of a first build: building the parsed contents, merging them.
+struct BuildAllocs {
+    std::uint64_t contents = 0;
+    std::uint64_t merges = 0;
+};
+
 /// The first build: every content merged into an empty database (adopting
-/// its objects). Returns the CPU seconds of the merges alone.
-double buildPass(const World& w) {
+/// its objects). Returns the CPU seconds of the merges alone; counts the
+/// allocations into `allocs` when given.
+double buildPass(const World& w, BuildAllocs* allocs = nullptr) {
+    const AllocSnapshot c0 = allocs ? AllocSnapshot::start() : AllocSnapshot{};
     std::vector<Content> contents = buildAll(w.topology.lsps);
     auto db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
+    const AllocSnapshot c1 = allocs ? AllocSnapshot::finish() : AllocSnapshot{};
+    const AllocSnapshot m0 = allocs ? AllocSnapshot::start() : AllocSnapshot{};
     const double t0 = threadCpuSeconds();
     for (const Content& c : contents) {
         mergeContent(*db, c);
     }
     const double t1 = threadCpuSeconds();
+    if (allocs) {
+        const AllocSnapshot m1 = AllocSnapshot::finish();
+        allocs->contents += c1.total() - c0.total();
+        allocs->merges += m1.total() - m0.total();
+    }
     if (db->lspCount() != w.lsps()) {
         std::abort();  // the generator gave two LSPs one node identifier
     }
@@ -581,10 +596,16 @@ std::size_t lookupPass(const World& w) {
 void build(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);
     warmHeap(w);
+    BuildAllocs allocs;
     for (auto _ : state) {
-        state.SetIterationTime(buildPass(w));
+        state.SetIterationTime(buildPass(w, &allocs));
     }
     perUnit(state, w.lsps(), w.elements());
+    const auto lsps = static_cast<double>(w.lsps());
+    // The merges' own (the entry and its tables: the rest is adopted), and the parsed contents'.
+    state.counters["allocs_per_lsp"] = perIteration(state, static_cast<double>(allocs.merges), lsps);
+    state.counters["content_allocs_per_lsp"] =
+        perIteration(state, static_cast<double>(allocs.contents), lsps);
 }
 
 void refresh(benchmark::State& state, std::uint32_t routers) {

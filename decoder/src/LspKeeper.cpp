@@ -298,18 +298,7 @@ void LspKeeper::rebuild(const IC::IgpNodeId& id, const Fragments& frags) {
         db_->lspDel(id);
         return;
     }
-    Poldo::Ptr<IC::IgpLsp> entry = db_->lsp(id);
-    if (!entry) {
-        entry = IC::igpLspFactory(id);
-        entry->nodeIs(all->node());
-        entry->updateNeighbors(all);
-        entry->updatePrefixes(all);
-        db_->lspIs(entry);
-        return;
-    }
-    entry->node()->updateNodeAttrs(all->nodeRawPtr());
-    entry->updateNeighbors(all);
-    entry->updatePrefixes(all);
+    db_->lspMerge(all);
 }
 
 }  // namespace Routing::IsisDecoder
