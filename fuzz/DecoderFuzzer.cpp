@@ -14,10 +14,11 @@
 //   Each PDU: no crash, leak or read outside the buffer; a rejected PDU leaves no object alive and
 //   moves no keeper's counts (entries, fragments, ignored LSPs); the other level's keeper ignores an
 //   LSP and its entry for that node stays as it was; the entry of the LSP's node sits under its own
-//   id with its own node, and prints the same in the raw and the decoded keeper of each level;
-//   both paths agree on the outcome and on every count.
-//   Each input: every entry of every keeper sits under its own node id with its own node, and the
-//   raw and decoded keepers' database dumps are equal; after teardown no tracked object is alive.
+//   id with its own node, and is equal in the raw and the decoded keeper of each level; both paths
+//   agree on the outcome and on every count.
+//   Each input: every entry of every keeper sits under its own node id with its own node, every
+//   entry of a decoded keeper equals the raw keeper's, and the decoded databases dump (which prints
+//   every decoded value); after teardown no tracked object is alive.
 //
 // A record is one PDU today. To fuzz link-layer frames, let `pduOf` parse the record as a frame.
 #include <cstddef>
