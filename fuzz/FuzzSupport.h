@@ -2,11 +2,13 @@
 // keeps the input as a crash; the allocation trackers' census shows what an operation left alive.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "IgpCommon/platform/Drimm.h"
@@ -25,6 +27,15 @@ namespace IgpFuzz {
 inline void check(bool ok, std::string_view what, std::string_view detail = {}) {
     if (!ok) {
         fail(what, detail);
+    }
+}
+
+/// The same, with a detail that is only built when the check fails: the checks run on every
+/// input, and printing the compared states each time would cost more than comparing them.
+template <std::invocable Detail>
+void check(bool ok, std::string_view what, Detail&& detail) {
+    if (!ok) {
+        fail(what, std::string(std::forward<Detail>(detail)()));
     }
 }
 
