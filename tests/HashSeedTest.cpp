@@ -151,8 +151,7 @@ TEST(HashSeedProcessDeathTest, TheVariableMakesDumpsReproducibleWhateverTheInser
 
 // An attacker who knew the seed could pick node ids that share one home bucket, or one full hash,
 // and turn every lookup into a walk over all of them. Searched under seed A, the same ids spread
-// out under seed B. Identifiers whose non-zero bytes form the same sequence hash alike under any
-// seed (the identifier's hash skips zero bytes), so the search takes ids without zero bytes.
+// out under seed B.
 TEST(HashSeed, NodeIdsCraftedToCollideUnderOneSeedDoNotCollideUnderAnother) {
     constexpr std::uint32_t lspSalt = 0xA3BE44FEu;  // the database's entry collection
     const std::uint32_t seedA = 0x1234abcdu ^ lspSalt;

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -167,6 +168,19 @@ public:
             static_assert(sizeof(U) == 8, "items are 1, 2, 4 or 8 bytes");
             return mix64(u);
         }
+    }
+    /// Mixes `n` bytes as `n` one-byte items, four at a time: an address's bytes
+    /// reach the keyed mixer themselves, never through an unkeyed digest of them.
+    constexpr HashState& mixBytes(const std::uint8_t* p, std::size_t n) noexcept {
+        std::size_t i = 0;
+        for (; i + 4 <= n; i += 4) {
+            mix32(std::uint32_t{p[i]} | (std::uint32_t{p[i + 1]} << 8) | (std::uint32_t{p[i + 2]} << 16) |
+                  (std::uint32_t{p[i + 3]} << 24));
+        }
+        for (; i < n; ++i) {
+            mix8(p[i]);
+        }
+        return *this;
     }
     /// Mixes a pointer's address as an 8-byte item (identity-based hashes).
     HashState& mixAddress(const void* p) noexcept { return mix64(reinterpret_cast<std::uintptr_t>(p)); }
