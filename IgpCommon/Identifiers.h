@@ -36,7 +36,7 @@ public:
     friend constexpr bool operator==(IgpMultiTopologyId, IgpMultiTopologyId) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(IgpMultiTopologyId,
                                                       IgpMultiTopologyId) noexcept = default;
-    /// The single-attribute hash of the value; keys hash it with seed 0.
+    /// The single-attribute hash of the value.
     constexpr std::uint32_t hash(std::uint32_t seed = 0) const noexcept {
         return Kest::HashState(seed).mix16(value_).result();
     }

@@ -9,6 +9,7 @@
 
 #include "IgpCommon/framework/Array.h"
 #include "IgpCommon/framework/BoundedIndex.h"
+#include "IgpCommon/framework/Hash.h"
 #include "IgpCommon/framework/String.h"
 #include "IgpCommon/framework/Text.h"
 #include "IgpCommon/framework/TypeData.h"
@@ -24,7 +25,8 @@ struct IgpNodeIdIndex : Kest::BoundedIndex<IgpNodeIdIndex, 0, 6> {
 /// Seven bytes: the six-byte IS-IS system identifier, most significant byte
 /// first as on the wire, then the pseudonode number (0 for a router). The
 /// all-zero identifier means "no node". A byte equal to 0 counts as absent:
-/// deleting a byte stores 0, and the hash mixes only the non-zero bytes.
+/// deleting a byte stores 0. The hash mixes all seven bytes, zeros too:
+/// skipping them would make 01 00 02 … and 01 02 00 … collide under every seed.
 class IgpNodeId {
 public:
     using Bytes = Kest::Array<std::uint8_t, IgpNodeIdIndex, 7>;
@@ -63,6 +65,9 @@ public:
     /// The bytes as an unsigned byte string, byte 0 first.
     friend std::strong_ordering operator<=>(const IgpNodeId& a, const IgpNodeId& b) noexcept;
     std::uint32_t hash(std::uint32_t seed) const noexcept;
+    /// Mixes the seven bytes into a key's hash (a key never mixes an
+    /// identifier's hash made with a seed everybody knows).
+    void mixInto(Kest::HashState& s) const noexcept { s.mixBytes(&bytes_.slot(0), 7); }
 
     /// The generic text form (the byte array); dumps use toStrep().
     friend std::ostream& operator<<(std::ostream& os, const IgpNodeId& id);

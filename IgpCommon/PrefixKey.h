@@ -26,8 +26,9 @@ public:
     IgpMultiTopologyId mtId() const noexcept { return mtId_; }
     void mtIdIs(IgpMultiTopologyId v) & noexcept { mtId_ = v; }
 
-    /// Hashes the address word and length itself (Thomas Wang's 32-bit
-    /// integer scramble), then the topology; not the prefix type's own hash.
+    /// The address (4 or 16 bytes), then the family, the length and the
+    /// topology as one last word: every byte of the key through the seeded
+    /// hash, nothing before it.
     std::uint32_t hash(std::uint32_t seed) const noexcept;
     static bool isEq(const PrefixKey& a, const PrefixKey& b) noexcept {
         return &a == &b || (a.prefix_ == b.prefix_ && a.mtId_ == b.mtId_);

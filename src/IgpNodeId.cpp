@@ -83,11 +83,7 @@ std::strong_ordering operator<=>(const IgpNodeId& a, const IgpNodeId& b) noexcep
 
 std::uint32_t IgpNodeId::hash(std::uint32_t seed) const noexcept {
     Kest::HashState s(seed);
-    for (std::size_t i = 0; i < 7; ++i) {
-        if (bytes_.slot(i) != 0) {
-            s.mix8(bytes_.slot(i));
-        }
-    }
+    mixInto(s);
     return s.result();
 }
 

@@ -1,5 +1,9 @@
 #include "IgpCommon/NeighborKey.h"
 
+#include <algorithm>
+#include <iterator>
+#include <type_traits>
+
 #include "Define.h"
 
 #include "IgpCommon/framework/Assert.h"
@@ -28,9 +32,13 @@ std::strong_ordering compareSets(const Set& a, const Set& b) noexcept {
 }
 
 template <class Set>
-void mixAddressHashes(Kest::HashState& s, const Set& set) noexcept {
+void mixMembers(Kest::HashState& s, const Set& set) noexcept {
     for (auto it = set.uncheckedBegin(); it != set.uncheckedEnd(); ++it) {
-        s.mix32(it->hash());
+        if constexpr (std::is_same_v<typename Set::key_type, Lumo::IpAddr>) {
+            s.mix32(it->value());
+        } else {
+            s.mixBytes(it->bytes().data(), 16);
+        }
     }
 }
 
@@ -105,14 +113,28 @@ bool NeighborKey::twoWayCheckAddrCmp(const NeighborKey& other) const noexcept {
 }
 
 std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
+    // Every byte of the key reaches the seeded hash itself (a digest made
+    // first, unkeyed or with a known seed, would let a sender aim collisions
+    // that hold under every seed), and the set sizes come first, so that an
+    // address cannot pass from one set to the next unnoticed. Sizes below 255,
+    // the norm, share one word; a word of all ones announces four full sizes.
     Kest::HashState s(seed);
-    s.mix32(nodeId_.hash(0));
-    mixAddressHashes(s, remoteIpv4Addr_);
-    mixAddressHashes(s, remoteIpv6Addr_);
-    mixAddressHashes(s, localIpv4Addr_);
-    mixAddressHashes(s, localIpv6Addr_);
-    s.mix32(mtId_.hash(0));
-    return s.result();
+    const std::uint32_t sizes[] = {remoteIpv4Addr_.size(), remoteIpv6Addr_.size(), localIpv4Addr_.size(),
+                                   localIpv6Addr_.size()};
+    if (std::all_of(std::begin(sizes), std::end(sizes), [](std::uint32_t n) { return n < 0xff; })) {
+        s.mix32(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
+    } else {
+        s.mix32(0xffffffffu);
+        for (const std::uint32_t n : sizes) {
+            s.mix32(n);
+        }
+    }
+    mixMembers(s, remoteIpv4Addr_);
+    mixMembers(s, remoteIpv6Addr_);
+    mixMembers(s, localIpv4Addr_);
+    mixMembers(s, localIpv6Addr_);
+    nodeId_.mixInto(s);
+    return s.mix16(mtId_.value()).result();
 }
 
 bool NeighborKey::isEq(const NeighborKey& a, const NeighborKey& b) noexcept {

@@ -8,33 +8,19 @@ namespace Routing::IgpCommon {
 
 using Kest::AttrKind;
 
-namespace {
-
-// Thomas Wang's 32-bit integer hash, with the prefix length folded in first so
-// that 10.0.0.0/8 and 10.0.0.0/16 part ways.
-constexpr std::uint32_t scramble(std::uint32_t h, std::uint8_t length) noexcept {
-    std::uint32_t k = length ^ h;
-    k = ~k + (k << 15);
-    k = k ^ (k >> 12);
-    k = k + (k << 2);
-    k = k ^ (k >> 4);
-    k = k * 2057;
-    k = k ^ (k >> 16);
-    return k;
-}
-
-}  // namespace
-
 PrefixKey::PrefixKey(Kest::CharRange& r) : PrefixKey(Kest::readValue<PrefixKey>(r)) {}
 
 std::uint32_t PrefixKey::hash(std::uint32_t seed) const noexcept {
-    std::uint32_t h = 0;
+    // The address bytes go to the keyed hash as they are: any unkeyed digest
+    // of them first would let a sender choose addresses that share the digest,
+    // and so the hash, under every seed.
+    Kest::HashState s(seed);
     if (prefix_.isIpv4()) {
-        h = scramble(prefix_.ipv4Addr().value(), prefix_.length());
+        s.mix32(prefix_.ipv4Addr().value());
     } else if (prefix_.isIpv6()) {
-        h = scramble(prefix_.ipv6Addr().hash(), prefix_.length());
+        s.mixBytes(prefix_.ipv6Addr().bytes().data(), 16);
     }
-    return Kest::HashState(seed).mix32(h).mix32(mtId_.hash(0)).result();
+    return s.mix8(prefix_.family()).mix8(prefix_.length()).mix16(mtId_.value()).result();
 }
 
 std::ostream& operator<<(std::ostream& os, const PrefixKey& k) {

@@ -5,24 +5,10 @@
 #include "IgpCommon/framework/Assert.h"
 #include "IgpCommon/framework/Hash.h"
 #include "IgpCommon/platform/Lumo.h"
-#include "IgpCommon/platform/Umbo.h"
 
 namespace Routing::IgpCommon {
 
 using Kest::AttrKind;
-
-namespace {
-
-// The system identifier's own hash: all six bytes through the byte mixer.
-std::uint32_t systemIdHash(const Isis::SystemId& id) noexcept {
-    Umbo::HashMix mix(0);
-    for (std::uint8_t b : id.bytes()) {
-        mix.mix(b);
-    }
-    return mix.value();
-}
-
-}  // namespace
 
 SrSid::SrSid(Kest::CharRange& r) : SrSid(Kest::readValue<SrSid>(r)) {}
 unsigned SrSid::valueLength() const {
@@ -49,7 +35,7 @@ std::uint32_t LanAdjacencySid::hash(std::uint32_t seed) const noexcept {
         .mix8(flags_)
         .mix32(value_)
         .mix8(weight_)
-        .mix32(systemIdHash(systemId_))
+        .mixBytes(systemId_.bytes().data(), 6)
         .result();
 }
 std::ostream& operator<<(std::ostream& os, const LanAdjacencySid& s) {

@@ -11,7 +11,7 @@ using Kest::AttrKind;
 SrSidRange::SrSidRange(Kest::CharRange& r) : SrSidRange(Kest::readValue<SrSidRange>(r)) {}
 
 std::uint32_t SrSidRange::hash(std::uint32_t seed) const noexcept {
-    return Kest::HashState(seed).mix32(range_).mix32(Kest::HashHelper::hash(startingSid_, 0)).result();
+    return Kest::HashState(seed).mix32(range_).mix32(startingSid_.value()).result();
 }
 
 std::ostream& operator<<(std::ostream& os, const SrSidRange& r) {

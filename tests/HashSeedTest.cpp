@@ -139,6 +139,38 @@ TEST(HashSeedProcessDeathTest, TwoProcessesWithoutTheVariableChooseDifferentSeed
     EXPECT_NE(first, second);
 }
 
+TEST(HashSeedProcessDeathTest, AnEmptyVariableCountsAsUnset) {
+    const std::string first = inFreshProcess("", writeSeed, 0);
+    const std::string second = inFreshProcess("", writeSeed, 1);
+    ASSERT_FALSE(first.empty());
+    EXPECT_NE(first, second);
+}
+
+TEST(HashSeedProcessDeathTest, AMalformedVariableStopsTheProcessNamingItAndItsValue) {
+    // The library chooses its seed while it loads: a fresh process never reaches the statement.
+    const std::string savedStyle = GTEST_FLAG_GET(death_test_style);
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (const char* bad : {"12abc", "0x", "-1", "4294967296"}) {
+        const ScopedEnv env(seedVariable, bad);
+        EXPECT_DEATH(std::_Exit(0), std::string("IGPCOMMON_HASH_SEED='") + bad + "' is not a hash seed")
+            << bad;
+    }
+    GTEST_FLAG_SET(death_test_style, savedStyle);
+}
+
+TEST(HashSeed, ParsesWholeDecimalOrHexNumbersOfThirtyTwoBitsOnly) {
+    using Kest::HashHelper;
+    EXPECT_EQ(HashHelper::parseSeed("0"), 0u);
+    EXPECT_EQ(HashHelper::parseSeed("010"), 10u);  // decimal, not octal
+    EXPECT_EQ(HashHelper::parseSeed("4294967295"), 0xffffffffu);
+    EXPECT_EQ(HashHelper::parseSeed("0xffffFFFF"), 0xffffffffu);
+    EXPECT_EQ(HashHelper::parseSeed("0X00000000012"), 0x12u);
+    for (const char* bad : {"", "0x", "0X", "12abc", "4294967296", "0x100000000", "99999999999999999999999",
+                            "-1", "+1", " 1", "1 ", "0x-1", "0xg", "1e3", "0b1"}) {
+        EXPECT_FALSE(HashHelper::parseSeed(bad).has_value()) << "'" << bad << "'";
+    }
+}
+
 TEST(HashSeedProcessDeathTest, TheVariableMakesDumpsReproducibleWhateverTheInsertionOrder) {
     const std::string one = inFreshProcess("12345", writeDumpAscending, 0);
     const std::string two = inFreshProcess("12345", writeDumpDescending, 1);
@@ -151,8 +183,7 @@ TEST(HashSeedProcessDeathTest, TheVariableMakesDumpsReproducibleWhateverTheInser
 
 // An attacker who knew the seed could pick node ids that share one home bucket, or one full hash,
 // and turn every lookup into a walk over all of them. Searched under seed A, the same ids spread
-// out under seed B. Identifiers whose non-zero bytes form the same sequence hash alike under any
-// seed (the identifier's hash skips zero bytes), so the search takes ids without zero bytes.
+// out under seed B.
 TEST(HashSeed, NodeIdsCraftedToCollideUnderOneSeedDoNotCollideUnderAnother) {
     constexpr std::uint32_t lspSalt = 0xA3BE44FEu;  // the database's entry collection
     const std::uint32_t seedA = 0x1234abcdu ^ lspSalt;

@@ -104,19 +104,16 @@ TEST(IgpNodeIdTest, OrderAgreesWithToU64OverManyRandomIds) {
     EXPECT_EQ(ids[0] <=> ids[0], std::strong_ordering::equal);  // the same object
 }
 
-TEST(IgpNodeIdTest, HashMixesOnlyTheNonZeroBytes) {
+TEST(IgpNodeIdTest, HashMixesAllSevenBytesZerosIncluded) {
     const IgpNodeId a = idOf({1, 0, 2, 0, 0, 0, 0});
     const IgpNodeId b = idOf({1, 2, 0, 0, 0, 0, 0});
-    const IgpNodeId c = idOf({0, 0, 0, 0, 0, 1, 2});
-    EXPECT_NE(a, b);
     for (std::uint32_t seed : {0u, 1u, 0xdeadbeefu}) {
-        EXPECT_EQ(a.hash(seed), b.hash(seed));
-        EXPECT_EQ(a.hash(seed), c.hash(seed));
-        EXPECT_EQ(a.hash(seed), Kest::HashState(seed).mix8(1).mix8(2).result());
+        // Skipping zeros made these two alike under every seed.
+        EXPECT_NE(a.hash(seed), b.hash(seed));
+        EXPECT_EQ(a.hash(seed), Kest::HashState(seed).mix32(0x00020001u).mix16(0).mix8(0).result());
     }
     EXPECT_NE(a.hash(1), a.hash(2));
-    EXPECT_NE(a.hash(7), idOf({2, 1, 0, 0, 0, 0, 0}).hash(7)) << "the order of the bytes still counts";
-    EXPECT_EQ(IgpNodeId().hash(9), Kest::HashState(9).result());
+    EXPECT_EQ(IgpNodeId().hash(9), Kest::HashState(9).mix32(0).mix16(0).mix8(0).result());
 }
 
 TEST(IgpNodeIdTest, StreamOperatorWritesTheGenericByteArray) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/AllocationCounter.h"
+#include "support/UnseededTwins.h"
 
 #include <algorithm>
 #include <array>
@@ -58,17 +59,27 @@ auto members(const Set& s) {
 
 std::uint32_t expectedHash(const NeighborKey& k, std::uint32_t seed) {
     Kest::HashState s(seed);
-    s.mix32(k.nodeId().hash(0));
+    s.mix8(static_cast<std::uint8_t>(k.remoteIpv4Addr().size()));
+    s.mix8(static_cast<std::uint8_t>(k.remoteIpv6Addr().size()));
+    s.mix8(static_cast<std::uint8_t>(k.localIpv4Addr().size()));
+    s.mix8(static_cast<std::uint8_t>(k.localIpv6Addr().size()));
+    const auto mix6 = [&s](const Ip6Addr& a) {
+        for (const std::uint8_t b : a.bytes()) {
+            s.mix8(b);
+        }
+    };
     for (const auto& a : members(k.remoteIpv4Addr()))
-        s.mix32(a.hash());
+        s.mix32(a.value());
     for (const auto& a : members(k.remoteIpv6Addr()))
-        s.mix32(a.hash());
+        mix6(a);
     for (const auto& a : members(k.localIpv4Addr()))
-        s.mix32(a.hash());
+        s.mix32(a.value());
     for (const auto& a : members(k.localIpv6Addr()))
-        s.mix32(a.hash());
-    s.mix32(k.mtId().hash(0));
-    return s.result();
+        mix6(a);
+    for (std::uint8_t i = 0; i < 7; ++i) {
+        s.mix8(k.nodeId().byte(Routing::IgpCommon::IgpNodeIdIndex(i)));
+    }
+    return s.mix16(k.mtId().value()).result();
 }
 
 template <class Set>
@@ -323,6 +334,37 @@ TEST(NeighborKey, KeysBuiltThroughDifferentHistoriesAgreeAndOneChangedFieldMakes
         }
     }
     EXPECT_GT(hashChangesChecked, 50);
+}
+
+// Keys that hashed alike under every seed while the key mixed digests: addresses with one unseeded
+// hash, an address that moves to the next set, node ids that differ only in where their zeros are.
+TEST(NeighborKey, KeysThatDigestsWouldMergeHashApart) {
+    const auto [a, b] = testsupport::unseededHashTwins();
+    NeighborKey withA(node(kNode), IgpMultiTopologyId(0));
+    NeighborKey withB = withA;
+    withA.remoteIpv6AddrIs(a);
+    withB.remoteIpv6AddrIs(b);
+    NeighborKey remote(node(kNode), IgpMultiTopologyId(0));
+    NeighborKey local = remote;
+    remote.remoteIpv4AddrIs(v4("10.0.0.1"));
+    local.localIpv4AddrIs(v4("10.0.0.1"));
+    const NeighborKey zerosFirst(node({1, 0, 2, 0, 0, 0, 0}), IgpMultiTopologyId(0));
+    const NeighborKey zerosLast(node({1, 2, 0, 0, 0, 0, 0}), IgpMultiTopologyId(0));
+    // Past 254 members the sizes take one word each; moving a member to another set still counts.
+    NeighborKey many(node(kNode), IgpMultiTopologyId(0));
+    for (unsigned i = 0; i < 300; ++i) {
+        many.remoteIpv4AddrIs(v4n(i));
+    }
+    NeighborKey fewer = many;
+    fewer.remoteIpv4AddrDel(v4n(299));
+    fewer.localIpv4AddrIs(v4n(299));
+    for (const std::uint32_t seed : {0u, 1u, 0xdeadbeefu}) {
+        SCOPED_TRACE(seed);
+        EXPECT_NE(withA.hash(seed), withB.hash(seed));
+        EXPECT_NE(remote.hash(seed), local.hash(seed));
+        EXPECT_NE(zerosFirst.hash(seed), zerosLast.hash(seed));
+        EXPECT_NE(many.hash(seed), fewer.hash(seed));
+    }
 }
 
 TEST(NeighborKey, HashAndComparisonAllocateNothing) {

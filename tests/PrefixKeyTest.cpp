@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/UnseededTwins.h"
+
 #include <sstream>
 #include <string>
 
@@ -27,25 +29,16 @@ std::string text(const PrefixKey& k) {
 }
 
 // The documented hash, written out independently of the library.
-std::uint32_t wang(std::uint32_t h, std::uint32_t len) {
-    std::uint32_t k = len ^ h;
-    k = ~k + (k << 15);
-    k ^= k >> 12;
-    k *= 5;
-    k ^= k >> 4;
-    k *= 2057;
-    k ^= k >> 16;
-    return k;
-}
-
 std::uint32_t expectedHash(const PrefixKey& k, std::uint32_t seed) {
-    std::uint32_t h = 0;
+    Kest::HashState s(seed);
     if (k.prefix().isIpv4()) {
-        h = wang(k.prefix().ipv4Addr().value(), k.prefix().length());
+        s.mix32(k.prefix().ipv4Addr().value());
     } else if (k.prefix().isIpv6()) {
-        h = wang(k.prefix().ipv6Addr().hash(), k.prefix().length());
+        for (const std::uint8_t b : k.prefix().ipv6Addr().bytes()) {
+            s.mix8(b);
+        }
     }
-    return Kest::HashState(seed).mix32(h).mix32(k.mtId().hash(0)).result();
+    return s.mix8(k.prefix().family()).mix8(k.prefix().length()).mix16(k.mtId().value()).result();
 }
 
 TEST(PrefixKey, TopologyAndLengthMakeDifferentKeys) {
@@ -79,7 +72,7 @@ TEST(PrefixKey, OrderIsPrefixFirstThenTopology) {
     EXPECT_EQ(key("none", 0), PrefixKey());
 }
 
-TEST(PrefixKey, HashIsTheScrambledAddressWordThenTopology) {
+TEST(PrefixKey, HashIsEveryByteOfTheKeyThroughTheSeededHash) {
     const char* prefixes[] = {"10.0.0.0/8",         "10.0.0.0/16",   "192.0.2.1/32",    "0.0.0.0/0",
                               "255.255.255.255/32", "2001:db8::/32", "2001:db8::1/128", "::/0",
                               "fe80::/10",          "none"};
@@ -91,12 +84,20 @@ TEST(PrefixKey, HashIsTheScrambledAddressWordThenTopology) {
             }
         }
     }
-    // No family hashes the plain 0 word; 0.0.0.0/0 goes through the scramble.
-    EXPECT_EQ(PrefixKey().hash(3), Kest::HashState(3).mix32(0).mix32(IgpMultiTopologyId(0).hash(0)).result());
-    EXPECT_NE(PrefixKey().hash(3), key("0.0.0.0/0", 0).hash(3));
-    // The key's hash is its own, not the prefix type's.
-    EXPECT_EQ(key("10.0.0.0/8", 0).hash(9),
-              Kest::HashState(9).mix32(wang(0x0a000000u, 8)).mix32(IgpMultiTopologyId(0).hash(0)).result());
+}
+
+// Keys that an unkeyed step before the seed made collide under every seed: a length folded into the
+// address word (10.0.0.0/8 and 10.0.0.24/16 once shared it), and addresses with one unseeded hash.
+TEST(PrefixKey, KeysThatAnUnkeyedDigestWouldMergeHashApart) {
+    const auto [a, b] = testsupport::unseededHashTwins();
+    ASSERT_NE(a, b);
+    ASSERT_EQ(a.hash(), b.hash());
+    for (const std::uint32_t seed : {0u, 1u, 0xdeadbeefu}) {
+        EXPECT_NE(key("10.0.0.0/8", 0).hash(seed), key("10.0.0.24/16", 0).hash(seed)) << seed;
+        EXPECT_NE(PrefixKey(IpGenPrefix(a, 128), IgpMultiTopologyId(0)).hash(seed),
+                  PrefixKey(IpGenPrefix(b, 128), IgpMultiTopologyId(0)).hash(seed))
+            << seed;
+    }
 }
 
 TEST(PrefixKey, TextFormAndRoundTrips) {

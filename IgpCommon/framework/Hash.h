@@ -15,13 +15,24 @@
 //
 // The process-wide seed, Kest::HashHelper::hashSeed32(), is random, chosen
 // once when the library is loaded. Set the environment variable
-// IGPCOMMON_HASH_SEED (decimal or 0x-prefixed hex) to fix it, for example to
-// make the iteration order of hash collections, and so a dump, reproducible.
+// IGPCOMMON_HASH_SEED to fix it, for example to make the iteration order of
+// hash collections, and so a dump, reproducible: decimal digits, or 0x (or 0X)
+// and hexadecimal digits, for a number from 0 to 4294967295 (0xffffffff);
+// nothing else, not even a sign or white space. An empty value counts as
+// unset. Any other value stops the process while the library loads, before
+// main() runs: a line on stderr names the variable and the value, then
+// std::abort(). A mistyped seed must not pass for a random one (a test that
+// expects reproducible output would then flicker), nor for a fixed one (a
+// deployment that meant to fix it for a test would run with it), and a
+// library being loaded has nobody to return an error to.
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
+#include <string_view>
 #include <type_traits>
 
 namespace Kest {
@@ -168,6 +179,19 @@ public:
             return mix64(u);
         }
     }
+    /// Mixes `n` bytes as `n` one-byte items, four at a time: an address's bytes
+    /// reach the keyed mixer themselves, never through an unkeyed digest of them.
+    constexpr HashState& mixBytes(const std::uint8_t* p, std::size_t n) noexcept {
+        std::size_t i = 0;
+        for (; i + 4 <= n; i += 4) {
+            mix32(std::uint32_t{p[i]} | (std::uint32_t{p[i + 1]} << 8) | (std::uint32_t{p[i + 2]} << 16) |
+                  (std::uint32_t{p[i + 3]} << 24));
+        }
+        for (; i < n; ++i) {
+            mix8(p[i]);
+        }
+        return *this;
+    }
     /// Mixes a pointer's address as an 8-byte item (identity-based hashes).
     HashState& mixAddress(const void* p) noexcept { return mix64(reinterpret_cast<std::uintptr_t>(p)); }
 
@@ -186,6 +210,11 @@ concept SelfHashing = requires(const T& v, std::uint32_t seed) {
 struct HashHelper {
     /// The process-wide seed of every hash collection.
     static std::uint32_t hashSeed32() noexcept { return seed_; }
+
+    /// Reads a seed as IGPCOMMON_HASH_SEED gives it (see the top of this
+    /// file): nullopt for empty text and for anything but a whole decimal or
+    /// 0x-hexadecimal number of at most 32 bits.
+    static std::optional<std::uint32_t> parseSeed(std::string_view text) noexcept;
 
     /// The single-attribute hash: one value hashed on its own from `seed`.
     template <class T>

@@ -12,7 +12,10 @@
 //
 // IpAddr and Ip6Addr also have an unseeded hash(): a fixed mixer of the
 // address alone, identical in every process, for tables that are shared or
-// persisted and so cannot use the process-wide random seed.
+// persisted and so cannot use the process-wide random seed. Anyone can find
+// addresses that collide under it, so no table of addresses that arrive from
+// the network may use it, not even as a step before a seeded hash: the
+// library's keys feed the address bytes themselves to their seeded hash.
 //
 // Costs: no type allocates except for the strings that stringValue() returns;
 // comparisons and hashes are a few instructions (Ip6Addr: 16 bytes).

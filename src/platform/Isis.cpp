@@ -72,11 +72,7 @@ std::uint8_t SystemId::byte(unsigned i) const noexcept {
 }
 
 std::uint32_t SystemId::hash(std::uint32_t seed) const noexcept {
-    Kest::HashState s(seed);
-    for (std::uint8_t b : bytes_) {
-        s.mix8(b);
-    }
-    return s.result();
+    return Kest::HashState(seed).mixBytes(bytes_.data(), bytes_.size()).result();
 }
 
 Poldo::String SystemId::stringValue() const {

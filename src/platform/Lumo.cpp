@@ -224,11 +224,7 @@ std::uint32_t Ip6Addr::hash() const noexcept {
 }
 
 std::uint32_t Ip6Addr::hash(std::uint32_t seed) const noexcept {
-    Kest::HashState s(seed);
-    for (std::uint8_t b : bytes_) {
-        s.mix8(b);
-    }
-    return s.result();
+    return Kest::HashState(seed).mixBytes(bytes_.data(), bytes_.size()).result();
 }
 
 Poldo::String Ip6Addr::stringValue() const {
@@ -318,9 +314,7 @@ std::uint32_t IpGenAddr::hash(std::uint32_t seed) const noexcept {
     if (isIpv4()) {
         s.mix32(v4_.value());
     } else if (isIpv6()) {
-        for (std::uint8_t b : v6_.bytes()) {
-            s.mix8(b);
-        }
+        s.mixBytes(v6_.bytes().data(), 16);
     }
     return s.result();
 }
@@ -395,9 +389,7 @@ std::uint32_t IpGenPrefix::hash(std::uint32_t seed) const noexcept {
     if (isIpv4()) {
         s.mix32(ipv4Addr().value());
     } else if (isIpv6()) {
-        for (std::uint8_t b : ipv6Addr().bytes()) {
-            s.mix8(b);
-        }
+        s.mixBytes(ipv6Addr().bytes().data(), 16);
     }
     return s.result();
 }

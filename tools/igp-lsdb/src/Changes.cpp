@@ -1,8 +1,20 @@
 #include "Changes.h"
 
+#include "SortedText.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+#include <tuple>
+
 namespace IgpLsdb {
 
 namespace {
+
+int entityRank(std::string_view entity) {
+    constexpr std::string_view order[] = {"lsdb", "lsp", "node", "neighbor", "prefix"};
+    return static_cast<int>(std::find(std::begin(order), std::end(order), entity) - std::begin(order));
+}
 
 // Notifications hand out const entities; the pending change keeps its own
 // counted reference so the entity is still there when the merge is over.
@@ -51,6 +63,42 @@ void ChangeFeed::watchEntry(const IC::IgpLsp& entry) {
     }
 }
 
+std::vector<Change> sortedChanges(std::vector<Change> changes) {
+    // The library publishes a merge's members in hash order, which the seed
+    // decides: order them by entity and key instead. An entity's attributes
+    // keep the order they were published in (declaration order), and one
+    // attribute's changes go by key.
+    struct Item {
+        std::size_t firstOfAttr;
+        std::size_t index;
+    };
+    std::vector<Item> items;
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        std::size_t first = i;
+        for (std::size_t j = 0; j < i; ++j) {
+            if (changes[j].entity == changes[i].entity && changes[j].entityKey == changes[i].entityKey &&
+                changes[j].attr == changes[i].attr) {
+                first = j;
+                break;
+            }
+        }
+        items.push_back({first, i});
+    }
+    const auto tie = [&](const Item& it) {
+        const Change& c = changes[it.index];
+        return std::tuple<int, const std::string&, std::size_t, const Text&, const Text&, const Text&>(
+            entityRank(c.entity), c.entityKey, it.firstOfAttr, c.key, c.oldValue, c.newValue);
+    };
+    std::stable_sort(items.begin(), items.end(),
+                     [&](const Item& a, const Item& b) { return tie(a) < tie(b); });
+    std::vector<Change> out;
+    out.reserve(changes.size());
+    for (const Item& it : items) {
+        out.push_back(std::move(changes[it.index]));
+    }
+    return out;
+}
+
 void ChangeFeed::begin(const FrameRef& where, unsigned level, const IC::IgpNodeId& node) {
     context_ = Change{where, level, node, {}, {}, {}, {}, {}, {}};
     pending_.clear();
@@ -60,11 +108,21 @@ void ChangeFeed::end() {
     // The sink may start another merge; work on a list of our own.
     std::vector<Pending> done;
     done.swap(pending_);
+    std::vector<Change> changes;
     for (Pending& p : done) {
         p.change.newValue = p.newValue();
-        if (p.change.oldValue != p.change.newValue) {
-            sink_(p.change);
+        // Values print their sets in hash order; the seed must not show.
+        for (Text* t : {&p.change.oldValue, &p.change.newValue}) {
+            if (*t) {
+                **t = sortSetLists(**t);
+            }
         }
+        if (p.change.oldValue != p.change.newValue) {
+            changes.push_back(std::move(p.change));
+        }
+    }
+    for (const Change& c : sortedChanges(std::move(changes))) {
+        sink_(c);
     }
 }
 

@@ -32,6 +32,11 @@ struct Change {
     Text newValue;
 };
 
+/// One merge's changes in an order the hash seed does not decide: by entity
+/// (lsdb, lsp, node, neighbor, prefix) and entity key, an entity's attributes
+/// in publication order, one attribute's changes by key.
+std::vector<Change> sortedChanges(std::vector<Change> changes);
+
 /// Observes databases and everything in them. Declare it before the
 /// databases it watches, so that it outlives every object it is registered on.
 class ChangeFeed final : public Poldo::Observer {
@@ -46,7 +51,7 @@ public:
 
     /// Opens a merge: what is heard until end() belongs to this LSP.
     void begin(const FrameRef& where, unsigned level, const IC::IgpNodeId& node);
-    /// Closes the merge and hands its changes to the sink, in publication order.
+    /// Closes the merge and hands its changes to the sink, in sortedChanges() order.
     void end();
 
     void onChange(const Poldo::Notification& n) override;

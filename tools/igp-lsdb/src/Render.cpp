@@ -65,8 +65,37 @@ Text text(const IC::IgpNodeId& id) {
     return std::string(id.toStrep());
 }
 
+namespace {
+
+/// The smallest member of an address set: NeighborKey::toStrep() shows the
+/// first in hash order, which the process's seed decides.
+template <class Set>
+void putSmallest(std::string& out, const char* tag, const Set& set) {
+    if (set.empty()) {
+        return;
+    }
+    auto smallest = set.uncheckedBegin();
+    for (auto it = set.uncheckedBegin(); it != set.uncheckedEnd(); ++it) {
+        if (*it < *smallest) {
+            smallest = it;
+        }
+    }
+    out += tag + std::string(smallest->stringValue());
+}
+
+}  // namespace
+
 Text text(const IC::NeighborKey& key) {
-    return printable(std::string_view(key.toStrep()));
+    // NeighborKey::toStrep()'s form, "1921.6800.1001;lv410.0.0.1;rv410.0.0.2;mtId 2".
+    std::string out(key.nodeId().toStrep());
+    putSmallest(out, ";lv4", key.localIpv4Addr());
+    putSmallest(out, ";rv4", key.remoteIpv4Addr());
+    putSmallest(out, ";lv6", key.localIpv6Addr());
+    putSmallest(out, ";rv6", key.remoteIpv6Addr());
+    if (key.mtId().value() != 0) {
+        out += ";mtId " + std::to_string(key.mtId().value());
+    }
+    return printable(out);
 }
 
 Text text(const IC::PrefixKey& key) {

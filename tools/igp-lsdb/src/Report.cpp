@@ -3,6 +3,7 @@
 #include <iomanip>
 
 #include "Render.h"
+#include "SortedText.h"
 
 namespace IgpLsdb {
 
@@ -40,7 +41,7 @@ void printDump(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, co
             << ", " << counted(pseudonodes, "pseudonode") << '\n';
         const auto ctx = Umbo::DumpContext::dumpContextIs();
         shown->dumpState(ctx, 0);
-        out << printable(std::string_view(ctx->text()), true);
+        out << printable(sortedDump(std::string_view(ctx->text())), true);
     }
 }
 

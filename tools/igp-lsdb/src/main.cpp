@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -28,15 +27,12 @@ namespace {
 using namespace IgpLsdb;
 
 constexpr int exitBadInput = 2;
-constexpr const char* seedVariable = "IGPCOMMON_HASH_SEED";
-constexpr const char* fixedSeed = "1";
-
 constexpr const char* seedNote =
-    "Reproducible output: the order of dump lines and of changes follows the library's hash tables,\n"
-    "whose seed the library reads from IGPCOMMON_HASH_SEED when it loads. When that variable is\n"
-    "unset, igp-lsdb sets it to 1 and runs itself again, so the same captures always give the same\n"
-    "output; set the variable to choose another seed, or pass --random-seed to keep a random one.\n"
-    "JSON dumps and statistics are sorted and do not depend on the seed.\n\n"
+    "Reproducible output: the library's hash tables iterate in an order that follows its random hash\n"
+    "seed, so igp-lsdb sorts what it prints: dump nodes by node ID and each node's members and sets as\n"
+    "text, changes within one LSP by entity and key; JSON dumps and statistics are sorted too. The same\n"
+    "captures give the same output whatever the seed, and the seed stays secret. IGPCOMMON_HASH_SEED\n"
+    "still fixes it (see the library's README); --random-seed is accepted and does nothing.\n\n"
     "Exit status: 0 when every capture was read (malformed PDUs are reported on stderr and change\n"
     "nothing), 2 when a capture is missing, unreadable or not a capture, or the command line is wrong.";
 
@@ -47,17 +43,6 @@ struct Options {
     std::string node;
     bool randomSeed = false;
 };
-
-// Keeps the library's seed fixed across runs; see seedNote.
-void fixHashSeed(char** argv) {
-    if (std::getenv(seedVariable) != nullptr) {
-        return;
-    }
-    ::setenv(seedVariable, fixedSeed, 1);
-    ::execv("/proc/self/exe", argv);
-    std::cerr << "igp-lsdb: could not run itself again with " << seedVariable
-              << " set; the hash seed is random\n";
-}
 
 class Run {
 public:
@@ -259,7 +244,8 @@ void addCommonOptions(CLI::App& cmd, Options& opt, bool withJson = true) {
     cmd.add_option("--node", opt.node,
                    "Only this node: a system ID (0000.0000.0001, with its pseudonodes), a node ID\n"
                    "(0000.0000.0001.02) or a host name");
-    cmd.add_flag("--random-seed", opt.randomSeed, "Keep the hash seed random (see below)");
+    // Once kept the seed random where the tool fixed it; the tool no longer fixes it.
+    cmd.add_flag("--random-seed", opt.randomSeed, "Accepted for compatibility; does nothing (see below)");
 }
 
 }  // namespace
@@ -307,10 +293,6 @@ int main(int argc, char** argv) {
         const int rc = app.exit(e);
         return rc == 0 ? 0 : exitBadInput;
     }
-    if (!opt.randomSeed) {
-        fixHashSeed(argv);
-    }
-
     Run run(std::move(opt));
     if (dump->parsed()) {
         return run.dump();
