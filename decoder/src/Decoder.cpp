@@ -972,7 +972,7 @@ DecodeResult decodeLsp(std::span<const std::uint8_t> pdu) {
         }
         LspDecoder d(body.data(), h);
         auto content = d.run();
-        return DecodedLsp{h, content};
+        return DecodedLsp{h, content, std::vector<std::uint8_t>(body.begin(), body.end())};
     } catch (const Failure& f) {
         return f.error;
     }

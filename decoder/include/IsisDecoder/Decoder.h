@@ -12,6 +12,7 @@
 #include <span>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "IgpCommon/IgpLsp.h"
 
@@ -44,6 +45,9 @@ struct LspHeader {
 struct DecodedLsp {
     LspHeader header;
     Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
+    /// The PDU the content was decoded from, up to its PDU length: what an
+    /// LSP keeper holds, floods and decodes again.
+    std::vector<std::uint8_t> octets;
 };
 
 struct DecodeError {
