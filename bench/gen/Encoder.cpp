@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "IsisDecoder/Decoder.h"
+
 namespace IgpBench {
 
 namespace {
@@ -365,26 +367,7 @@ Bytes header(const LspPlan& s, std::uint8_t fragment, const EncodeParams& params
 }  // namespace
 
 void fillLspChecksum(Bytes& pdu) {
-    // ISO 10589 7.3.11 / RFC 1008: Fletcher over LSP ID .. end, the two
-    // checksum octets chosen so that both running sums end at 0.
-    pdu[24] = pdu[25] = 0;
-    std::uint32_t c0 = 0, c1 = 0;
-    for (std::size_t i = 12; i < pdu.size(); ++i) {
-        c0 = (c0 + pdu[i]) % 255;
-        c1 = (c1 + c0) % 255;
-    }
-    const auto n = static_cast<std::int64_t>(pdu.size() - 12);
-    const std::int64_t pos = 13;  // 1-based offset of octet 24 within the summed range
-    std::int64_t x = ((n - pos) * c0 - c1) % 255;
-    if (x <= 0) {
-        x += 255;
-    }
-    std::int64_t y = (c1 - (n - pos + 1) * c0) % 255;
-    if (y <= 0) {
-        y += 255;
-    }
-    pdu[24] = static_cast<std::uint8_t>(x);
-    pdu[25] = static_cast<std::uint8_t>(y);
+    Routing::IsisDecoder::fillLspChecksum(pdu);
 }
 
 std::vector<Bytes> encodeLsp(const LspPlan& lsp, const EncodeParams& params) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "DecoderInternal.h"
+
 namespace Routing::IsisDecoder {
 
 namespace IC = Routing::IgpCommon;
@@ -225,9 +227,8 @@ std::vector<Key> inEntryOrder(std::vector<Key> keys) {
 // The content of octets that decoded when they were taken.
 Poldo::Ptr<IC::IsisLspParsedContent> decodeHeld(const IC::IgpNodeId& id,
                                                 std::span<const std::uint8_t> octets) {
-    const DecodeResult r = decodeLsp(octets);
-    if (r.ok()) {
-        return r.lsp().content;
+    if (auto content = decodeAcceptedLsp(octets)) {
+        return content;
     }
     auto empty = IC::isisLspParsedContentFactory();
     empty->nodeIs(IC::nodeFactory(id));
@@ -288,12 +289,11 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
     // The keeper merges contents of its own: the caller's stays as it was.
     Poldo::Ptr<IC::IsisLspParsedContent> content;
     if (!h.isPurge()) {
-        const DecodeResult r = decodeLsp(lsp.octets);
-        if (!r) {
+        content = decodeAcceptedLsp(lsp.octets);
+        if (!content) {
             ++ignored_;
             return Outcome::ignored;
         }
-        content = r.lsp().content;
     }
     return take(h, lsp.octets, content, false);
 }

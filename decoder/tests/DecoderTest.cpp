@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 
 #include "IsisDecoder/Decoder.h"
 #include "TestSupport.h"
@@ -352,7 +353,7 @@ struct Bad {
 Bytes broken(const Enc& tlvs, void (*edit)(Bytes&)) {
     Bytes pdu = buildLsp(tlvs);
     edit(pdu);
-    fillChecksum(pdu);
+    fillLspChecksum(pdu);
     return pdu;
 }
 
@@ -453,6 +454,28 @@ TEST(DecoderMalformed, EveryChecksumOctetFlipIsCaught) {
     EXPECT_TRUE(decodeLsp(aged).ok());
 }
 
+// The checksums routers computed, octet for octet, over PDUs of nearly every
+// length modulo 8 (the sum takes eight octets at a time).
+TEST(DecoderChecksum, FillGivesTheRoutersChecksums) {
+    std::size_t lsps = 0;
+    std::set<std::size_t> tails;
+    for (const auto& f : readPcap(dataPath("frr-initial.pcap"))) {
+        if (!isLspFrame(f)) {
+            continue;
+        }
+        Bytes pdu = f.pdu;
+        pdu.resize((std::size_t{pdu[8]} << 8) | pdu[9]);
+        const Bytes sent = pdu;
+        fillLspChecksum(pdu);
+        EXPECT_EQ(pdu, sent) << "frame " << f.number;
+        EXPECT_TRUE(lspChecksumValid(pdu));
+        tails.insert((pdu.size() - 12) % 8);
+        ++lsps;
+    }
+    EXPECT_GT(lsps, 20u);
+    EXPECT_GE(tails.size(), 7u);
+}
+
 TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
     // Under ASan a read past the copy below is caught; every prefix of a rich
     // LSP, with the PDU length adjusted and the checksum refilled, either
@@ -468,7 +491,7 @@ TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
         Bytes cut(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(n));
         cut[8] = static_cast<std::uint8_t>(n >> 8);
         cut[9] = static_cast<std::uint8_t>(n);
-        fillChecksum(cut);
+        fillLspChecksum(cut);
         const auto r = decodeLsp(cut);
         rejected += r.ok() ? 0 : 1;
     }

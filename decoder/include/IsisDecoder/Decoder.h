@@ -104,6 +104,11 @@ std::optional<LspHeader> decodeLspHeader(std::span<const std::uint8_t> pdu);
 /// the end of `pdu` (the PDU length octets) is zero. Needs at least 27 octets.
 bool lspChecksumValid(std::span<const std::uint8_t> pdu) noexcept;
 
+/// Sets the checksum (octets 24 and 25) of the complete LSP `pdu` so that
+/// lspChecksumValid() holds; `pdu` ends at its PDU length. Needs at least
+/// 27 octets, else does nothing.
+void fillLspChecksum(std::span<std::uint8_t> pdu) noexcept;
+
 /// Whether decodeLsp() accepts the checksum of the PDU with header `h`: it
 /// verifies and is not 0, or `h` is a purge with checksum 0.
 bool lspChecksumAccepted(const LspHeader& h, std::span<const std::uint8_t> pdu) noexcept;
