@@ -421,8 +421,13 @@ private:
     }
 
     void addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, const LinkAttrs& a) {
+        const bool again = content_->neighbor(key) != nullptr;
         const auto nbr = content_->neighborIs(key);
-        nbr->igpMetricIs(metric);
+        // Parallel links the key cannot tell apart (unnumbered ones) are one
+        // link: the best metric of them.
+        if (!again || metric < nbr->igpMetric()) {
+            nbr->igpMetricIs(metric);
+        }
         // A link described over several entries keeps what each one said.
         nbr->attrsPresentIs(
             IC::Neighbor::NeighborAttrsPresent(nbr->attrsPresent().value() | a.present.value()));
@@ -639,15 +644,46 @@ private:
         if (v.remaining() < 16 || (v.remaining() - 16) % 4 != 0) {
             fail(Reason::badLength, 138, it.start, "SRLG TLV length not 16 + 4k");
         }
-        v.skip(7);
+        const auto neighbor = IC::IgpNodeId::fromBytes(v.bytes(7));
         const bool numbered = (v.u8() & 0x01) != 0;
         const auto local = readV4(v);
         v.skip(4);
-        // An unnumbered link has no local address; its neighbor's key has
-        // none either, and the model matches the two under the empty address.
-        const auto rec = content_->parsedSrLgIs(numbered ? Lumo::IpGenAddr(local) : Lumo::IpGenAddr());
+        if (!numbered) {
+            // Link identifiers, not addresses: the record would be filed
+            // under the empty address, which every link without an IPv4
+            // address folds. The SRLGs go onto the neighbor's links without
+            // addresses instead, once the whole LSP is read.
+            UnnumberedSrlg u{neighbor, {}};
+            while (!v.empty()) {
+                u.values.push_back(v.u32());
+            }
+            unnumberedSrlgs_.push_back(std::move(u));
+            return;
+        }
+        const auto rec = content_->parsedSrLgIs(Lumo::IpGenAddr(local));
         while (!v.empty()) {
             rec->srlgValueIs(v.u32());
+        }
+    }
+
+    struct UnnumberedSrlg {
+        IC::IgpNodeId neighbor;
+        std::vector<std::uint32_t> values;
+    };
+
+    void attachUnnumberedSrlgs() {
+        for (const auto& u : unnumberedSrlgs_) {
+            for (const auto& n : content_->neighbor()) {
+                if (n->key().nodeId() != u.neighbor || !n->key().addressesEmpty()) {
+                    continue;
+                }
+                auto present = n->attrsPresent();
+                present.srlgValuesIs(true);
+                n->attrsPresentIs(present);
+                for (const std::uint32_t v : u.values) {
+                    n->srlgValuesIs(v);
+                }
+            }
         }
     }
 
@@ -795,6 +831,7 @@ private:
     }
 
     void finish() {
+        attachUnnumberedSrlgs();
         if (areas_) {
             node_->isisAreaIdColIs(areas_);
         }
@@ -826,6 +863,7 @@ private:
     Poldo::Ptr<IC::IgpMsdCol> msds_;
     std::uint32_t msdCount_ = 0;
     Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol> fads_;
+    std::vector<UnnumberedSrlg> unnumberedSrlgs_;
 };
 
 std::uint16_t be16(const std::uint8_t* p) noexcept {

@@ -78,8 +78,9 @@ void uniteNode(IC::Node& into, const IC::Node& from, std::uint8_t fragment) {
 }
 
 // A link that a later fragment describes again under the same key: each TE
-// attribute comes from the first fragment that carries it, the metric from
-// the first fragment, and the adjacency SIDs of all are kept.
+// attribute comes from the first fragment that carries it, the metric is the
+// best of them (as within one fragment, for parallel links the key cannot
+// tell apart), and the adjacency SIDs and SRLGs of all are kept.
 void uniteNeighbor(IC::Neighbor& into, const IC::Neighbor& from) {
     const auto have = into.attrsPresent();
     const auto add = from.attrsPresent();
@@ -106,6 +107,12 @@ void uniteNeighbor(IC::Neighbor& into, const IC::Neighbor& from) {
         into.teDefMetricIs(from.teDefMetric());
     }
     into.attrsPresentIs(IC::Neighbor::NeighborAttrsPresent(have.value() | add.value()));
+    if (from.igpMetric() < into.igpMetric()) {
+        into.igpMetricIs(from.igpMetric());
+    }
+    for (auto it = from.srlgValues().begin(); it != from.srlgValues().end(); ++it) {
+        into.srlgValuesIs(*it);
+    }
     for (const auto& sid : from.adjSid()) {
         into.adjSidIs(sid);
     }

@@ -3,6 +3,15 @@
 //
 // A malformed LSP is rejected whole: the result then holds a DecodeError and
 // no content, so nothing of a bad LSP can reach a database.
+//
+// Links are keyed by neighbor, topology and interface addresses; link
+// identifiers (RFC 5307 1.1) are not part of the key. So parallel unnumbered
+// links to one neighbor become one link, with the best (lowest) metric of
+// their entries and the TE attributes and adjacency SIDs of each. An SRLG TLV
+// of an unnumbered link (RFC 5307 1.4, TLV 138 without addresses) puts its
+// SRLGs onto the links to its neighbor without addresses that the same LSP
+// fragment describes, not into an SRLG record: filed under no address, the
+// merge would fold it onto every link without an IPv4 address.
 #pragma once
 
 #include <array>
