@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "DecoderInternal.h"
+#include "LspDecoder.h"
 
 namespace Routing::IsisDecoder {
 
