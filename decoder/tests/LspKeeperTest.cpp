@@ -325,6 +325,13 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
     EXPECT_EQ(header->header.sequenceNumber, 2u);
     EXPECT_EQ(header->octets.size(), header->header.pduLength);
     EXPECT_FALSE(k.fragment(node(1), 250));
+    std::size_t seen = 0;
+    k.forEachFragment([&](const LspKeeper::HeldFragment& f) {
+        EXPECT_NE(f.header.fragment, 250u);
+        EXPECT_TRUE(lspChecksumValid(f.octets));
+        ++seen;
+    });
+    EXPECT_EQ(seen, 251u);
 }
 
 }  // namespace
