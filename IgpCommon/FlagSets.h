@@ -103,4 +103,10 @@ public:
 };
 
 }  // namespace detail
+
+// The bit-mask enumeration's functions, callable by their own names (an
+// unsigned or a string argument finds nothing in `detail` by itself).
+using detail::SidLabelBindingFlagsBitsMaskInstance;
+using detail::sidLabelBindingFlagsBitsMaskTable;
+
 }  // namespace Routing::IgpCommon

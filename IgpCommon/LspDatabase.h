@@ -9,19 +9,12 @@
 // once. Merging an LSP that did not change publishes nothing and allocates
 // nothing.
 //
+// IgpLspDatabase::lspMerge does all of it for one received LSP:
+//
 //     auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
 //     auto parsed = isisLspParsedContentFactory();
 //     ...                                       // the agent fills parsed
-//     Poldo::Ptr<IgpLsp> entry = db->lsp(id);
-//     if (!entry) {
-//         entry = igpLspFactory(id);
-//         entry->nodeIs(parsed->node());
-//         db->lspIs(entry);
-//     } else {
-//         entry->node()->updateNodeAttrs(parsed->nodeRawPtr());
-//     }
-//     entry->updateNeighbors(parsed);
-//     entry->updatePrefixes(parsed);
+//     db->lspMerge(parsed);
 #pragma once
 
 #include <cstdint>
@@ -142,6 +135,24 @@ public:
     /// (whole-object replacement: nothing is merged). Re-adding the stored
     /// object does nothing. A null entry raises Kest::MutatorNullPointerException.
     void lspIs(const Poldo::Ptr<IgpLsp>& entry);
+    /// Merges a received LSP into the entry of its node (the parsed node's
+    /// identifier) and returns the entry. A known node's entry is updated in
+    /// place: Node::updateNodeAttrs (or, when the entry has no node, the
+    /// parsed node is taken), then updateNeighbors and updatePrefixes. An
+    /// unknown node gets a new entry that adopts the parsed node, neighbors
+    /// and prefixes; it is stored, and its addition published, once filled.
+    /// Each real change is published once, on the object that changed; an
+    /// unchanged LSP publishes and allocates nothing but the new SID/label
+    /// binding that Prefix::updateAttr installs on a prefix that has one.
+    /// Cost: one hash of the node identifier and one of each neighbor and
+    /// prefix key, plus, when members have gone, a walk of the entry and a
+    /// look-up of each of its keys in the parsed content. A new entry takes
+    /// three allocations (the entry and its two tables, each sized once) and
+    /// now and then a larger table of entries. A null content,
+    /// or one without a node, raises Kest::MutatorNullPointerException and
+    /// changes nothing; a range exception of the node merge leaves the
+    /// neighbors and prefixes unmerged.
+    Poldo::Ptr<IgpLsp> lspMerge(const Poldo::Ptr<IsisLspParsedContent>& parsed);
     /// Removes and returns the entry of that node (null when absent).
     Poldo::Ptr<IgpLsp> lspDel(const IgpNodeId& nodeId);
     /// Removes every entry: in one sweep while nobody ever observed the

@@ -114,11 +114,58 @@ public:
 
     static Poldo::Ptr<IgpMsdCol> IgpMsdColIs();
 
+    /// A present MSD: a position below the upper bound that holds a value other than (0, 0).
+    struct Entry {
+        std::uint32_t position;
+        IgpMsd msd;
+    };
+    /// Walks the present MSDs in ascending position. Deleting the current one
+    /// (msdDel) while walking is allowed; writing another position is not.
+    class const_iterator {
+    public:
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        const_iterator() = default;
+        Entry operator*() const { return {position_, col_->msd(position_)}; }
+        const_iterator& operator++() {
+            ++position_;
+            skipAbsent();
+            return *this;
+        }
+        const_iterator operator++(int) {
+            const_iterator before = *this;
+            ++*this;
+            return before;
+        }
+        std::uint32_t position() const noexcept { return position_; }
+        friend bool operator==(const const_iterator& a, const const_iterator& b) noexcept {
+            return a.position_ == b.position_;
+        }
+
+    private:
+        friend class IgpMsdCol;
+        const_iterator(const IgpMsdCol* col, std::uint32_t position) : col_(col), position_(position) {
+            skipAbsent();
+        }
+        void skipAbsent() {
+            while (position_ < col_->upperBound_ && col_->msd(position_) == IgpMsd()) {
+                ++position_;
+            }
+        }
+        const IgpMsdCol* col_ = nullptr;
+        std::uint32_t position_ = 0;
+    };
+
+    const_iterator begin() const { return const_iterator(this, lowerBound_); }
+    const_iterator end() const { return const_iterator(this, upperBound_); }
+
     /// The MSD at `position`, (0, 0) beyond the storage.
     IgpMsd msd(std::uint32_t position) const { return msd_.get(position); }
     void msdIs(std::uint32_t position, IgpMsd v);
     /// Resets `position` to (0, 0) and returns what was there.
     IgpMsd msdDel(std::uint32_t position);
+    /// Deletes the MSD the iterator stands on, as msdDel(position).
+    IgpMsd msdDel(const const_iterator& it) { return msdDel(it.position()); }
     void msdDelAll();
     std::uint32_t lowerBound() const noexcept { return lowerBound_; }
     std::uint32_t upperBound() const noexcept { return upperBound_; }
@@ -207,8 +254,9 @@ class IgpFlexAlgoPrefixMetric final : public Poldo::RefCounted,
                                       public Drimm::SlabAllocated<IgpFlexAlgoPrefixMetric> {
 public:
     // A prefix has a metric for one algorithm or two at most, usually none:
-    // a sorted array with one in place keeps this object at 24 bytes.
-    using MetricMap = Kest::FlatMap<std::uint8_t, std::uint32_t, 1>;
+    // a sorted array with two in place keeps this object at 32 bytes, its
+    // slab class, and a prefix of two flexible algorithms allocates nothing.
+    using MetricMap = Kest::FlatMap<std::uint8_t, std::uint32_t, 2>;
     using KestMetric = MetricMap::value_type;
 
     static Poldo::Ptr<IgpFlexAlgoPrefixMetric> IgpFlexAlgoPrefixMetricIs();

@@ -76,8 +76,10 @@ public:
     // Each member carries its key; a member's key never changes.
     using NeighborMap =
         Kest::HashMap2018<Poldo::Ptr<Neighbor>, NeighborKey, detail::NeighborKeyOf, 0x17A25829>;
+    // An LSP names the SRLGs of a few links at most: up to four records in
+    // place are found without hashing, as the merge does for every neighbor.
     using SrlgMap =
-        Kest::HashMap2018<Poldo::Ptr<NeighborSrlg>, Lumo::IpGenAddr, detail::LocalAddrOf, 0xDA4A436F>;
+        Kest::HashMap2018<Poldo::Ptr<NeighborSrlg>, Lumo::IpGenAddr, detail::LocalAddrOf, 0xDA4A436F, 4>;
     using PrefixMap = Kest::HashMap2018<Poldo::Ptr<Prefix>, PrefixKey, detail::PrefixKeyOf, 0x9FAF01C0>;
 
     static Poldo::Ptr<IsisLspParsedContent> IsisLspParsedContentIs();
@@ -104,12 +106,16 @@ public:
     /// Removes and returns the neighbor with that key (null when absent).
     Poldo::Ptr<Neighbor> neighborDel(const NeighborKey& key);
     void neighborDelAll() noexcept { neighbor_.clear(); }
+    /// Makes room for `n` neighbors in all, so that a decoder that counted
+    /// them fills the collection without regrowing it (one heap block).
+    void neighborReserve(std::uint32_t n) { neighbor_.reserve(n); }
 
     Poldo::Ptr<Prefix> prefixIs(const PrefixKey& key);
     Poldo::Ptr<Prefix> prefix(const PrefixKey& key) const;
     const PrefixMap& prefix() const noexcept { return prefix_; }
     Poldo::Ptr<Prefix> prefixDel(const PrefixKey& key);
     void prefixDelAll() noexcept { prefix_.clear(); }
+    void prefixReserve(std::uint32_t n) { prefix_.reserve(n); }
 
     /// The SRLG record of the link with that local address (the empty
     /// address is an ordinary key), created empty when absent.
@@ -118,6 +124,7 @@ public:
     const SrlgMap& parsedSrLg() const noexcept { return parsedSrLg_; }
     Poldo::Ptr<NeighborSrlg> parsedSrLgDel(const Lumo::IpGenAddr& localAddr);
     void parsedSrLgDelAll() noexcept { parsedSrLg_.clear(); }
+    void parsedSrLgReserve(std::uint32_t n) { parsedSrLg_.reserve(n); }
 
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }

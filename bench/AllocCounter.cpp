@@ -16,6 +16,7 @@ namespace {
 std::atomic<std::uint64_t> calls{0};
 std::atomic<std::int64_t> live{0};
 std::atomic<std::int64_t> chunks{0};
+std::atomic<std::int64_t> blocks{0};
 
 constexpr std::size_t slabChunkSize = std::size_t{64} * 1024;
 constexpr std::int64_t chunkHeader = 8;
@@ -36,6 +37,7 @@ void* counted(void* p, std::size_t size) noexcept {
             bump(chunks, bytes);
         } else {
             calls.store(calls.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+            bump(blocks, 1);
         }
     }
     return p;
@@ -61,6 +63,7 @@ void* allocateAligned(std::size_t size, std::align_val_t align) {
 void release(void* p) noexcept {
     if (p != nullptr) {
         bump(live, -held(p));
+        bump(blocks, -1);
         std::free(p);
     }
 }
@@ -75,6 +78,9 @@ std::int64_t liveBytes() noexcept {
 }
 std::int64_t slabChunkBytes() noexcept {
     return chunks.load(std::memory_order_relaxed);
+}
+std::int64_t liveBlocks() noexcept {
+    return blocks.load(std::memory_order_relaxed);
 }
 
 }  // namespace IgpBench::AllocCounter

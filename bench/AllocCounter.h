@@ -18,5 +18,8 @@ std::int64_t liveBytes() noexcept;
 /// carves its blocks from (it never gives them back), so that slab memory is
 /// counted once, by Drimm::Slab::bytesInUse().
 std::int64_t slabChunkBytes() noexcept;
+/// Heap blocks alive now, the slab's chunks excluded (the slab never frees
+/// them, so every free is of some other block).
+std::int64_t liveBlocks() noexcept;
 
 }  // namespace IgpBench::AllocCounter

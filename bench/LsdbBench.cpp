@@ -21,6 +21,16 @@
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
 
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#else
+// Without valgrind's headers --count-pass runs, but counts nothing.
+#define CALLGRIND_TOGGLE_COLLECT
+#define CALLGRIND_START_INSTRUMENTATION
+#define CALLGRIND_STOP_INSTRUMENTATION
+#endif
+
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +39,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -163,6 +174,104 @@ struct AbslKeyCopies {
     absl::flat_hash_map<IC::PrefixKey, IC::Prefix*, PrefixKeyHash> prefixes;
 };
 
+// ---- the dense shape ------------------------------------------------------------------
+
+/// The dense shape, registered as "/dense": the domain of 2,000 routers, each
+/// with 16 more point-to-point links to random peers (both ends advertise
+/// them, with TE attributes, adjacency SIDs and their subnets) and 100
+/// external routes of each family: about 40 neighbors and 290 prefixes per
+/// router, LSPs of about seven fragments instead of two.
+constexpr std::uint32_t denseShape = 2000;
+
+Lumo::Ip6Addr denseV6(std::uint16_t g2, std::uint16_t g3, std::uint32_t low) {
+    std::uint8_t b[16] = {0x20, 0x01, 0x0d, 0xb8};
+    b[4] = static_cast<std::uint8_t>(g2 >> 8);
+    b[5] = static_cast<std::uint8_t>(g2);
+    b[6] = static_cast<std::uint8_t>(g3 >> 8);
+    b[7] = static_cast<std::uint8_t>(g3);
+    b[12] = static_cast<std::uint8_t>(low >> 24);
+    b[13] = static_cast<std::uint8_t>(low >> 16);
+    b[14] = static_cast<std::uint8_t>(low >> 8);
+    b[15] = static_cast<std::uint8_t>(low);
+    return Lumo::Ip6Addr::fromBytes(b);
+}
+
+Topology denseTopology() {
+    // Address plan beside the generator's: extra link L 172.16.0.0 + 2L /31 and
+    // 2001:db8:4::2L /127; externals of router i 10.160.0.0 + 128i + k /32 and
+    // 2001:db8:5:i::k /128; adjacency SIDs from 15500 in the local block.
+    constexpr std::uint32_t extraLinksPerRouter = 16;
+    constexpr std::uint32_t externalsPerFamily = 100;
+    Topology t = generate(denseShape, topologySeed);
+    Rng rng(topologySeed + 1);
+    const std::uint32_t routers = t.routers;
+    std::vector<std::uint32_t> nextLabel(routers, 15500);
+    std::uint32_t link = 0;
+    for (std::uint32_t a = 0; a < routers; ++a) {
+        for (std::uint32_t k = 0; k < extraLinksPerRouter; ++k, ++link) {
+            std::uint32_t b = rng.below(routers - 1);
+            b += b >= a ? 1 : 0;
+            const std::uint32_t metric = 10 * (1 + rng.below(20));
+            const std::uint32_t adminGroup = 1u << rng.below(8);
+            for (int side = 0; side < 2; ++side) {
+                const std::uint32_t self = side == 0 ? a : b;
+                const std::uint32_t peer = side == 0 ? b : a;
+                const auto s = static_cast<std::uint32_t>(side);
+                LinkPlan l;
+                l.neighbor = t.lsps[peer].id;
+                l.metric = metric;
+                l.localV4 = Lumo::IpAddr(0xAC100000u + 2 * link + s);
+                l.remoteV4 = Lumo::IpAddr(0xAC100000u + 2 * link + 1 - s);
+                l.localV6 = denseV6(4, 0, 2 * link + s);
+                l.remoteV6 = denseV6(4, 0, 2 * link + 1 - s);
+                l.te = true;
+                l.adminGroup = adminGroup;
+                l.maxBw = 1.25e10f;
+                l.maxRsvBw = 1.25e10f * 0.75f;
+                l.unrsvBw.fill(l.maxRsvBw);
+                l.teMetric = metric + 5;
+                l.adjSids.emplace_back(0x30, nextLabel[self]++, 0);
+                l.adjSids.emplace_back(0xB0, nextLabel[self]++, 0);
+                LspPlan& lsp = t.lsps[self];
+                lsp.links.push_back(l);
+                PrefixPlan sub4;
+                sub4.prefix = Lumo::IpGenPrefix(Lumo::IpAddr(0xAC100000u + 2 * link), 31);
+                sub4.metric = metric;
+                lsp.prefixes.push_back(sub4);
+                PrefixPlan sub6;
+                sub6.prefix = Lumo::IpGenPrefix(denseV6(4, 0, 2 * link), 127);
+                sub6.metric = metric;
+                lsp.prefixes.push_back(sub6);
+            }
+        }
+    }
+    for (std::uint32_t i = 0; i < routers; ++i) {
+        LspPlan& lsp = t.lsps[i];
+        for (std::uint32_t k = 0; k < externalsPerFamily; ++k) {
+            PrefixPlan e4;
+            e4.prefix = Lumo::IpGenPrefix(Lumo::IpAddr(0x0AA00000u + 128 * i + k), 32);
+            e4.metric = 1000 + rng.below(1000);
+            lsp.prefixes.push_back(e4);
+            PrefixPlan e6;
+            e6.prefix = Lumo::IpGenPrefix(denseV6(5, static_cast<std::uint16_t>(i), k), 128);
+            e6.metric = e4.metric;
+            lsp.prefixes.push_back(e6);
+        }
+    }
+    t.neighbors = 0;
+    t.prefixes = 0;
+    for (const LspPlan& s : t.lsps) {
+        t.neighbors += s.links.size();
+        t.prefixes += s.prefixEntries();
+    }
+    return t;
+}
+
+/// The topology a world of that size (or of the dense shape) holds.
+Topology shapeTopology(std::uint32_t routers) {
+    return routers == denseShape ? denseTopology() : generate(routers, topologySeed);
+}
+
 // ---- the world of one size ------------------------------------------------------------
 
 struct LspKeys {
@@ -219,7 +328,7 @@ void observeAll(IC::IgpLspDatabase& db, Poldo::Observer& o) {
 std::unique_ptr<World> makeWorld(std::uint32_t routers) {
     auto w = std::make_unique<World>();
     w->routers = routers;
-    w->topology = generate(routers, topologySeed);
+    w->topology = shapeTopology(routers);
     w->pdus = encodeTopology(w->topology);
     w->db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
     for (const LspPlan& s : w->topology.lsps) {
@@ -366,16 +475,31 @@ double threadCpuSeconds() {
     return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
+/// Allocations of a first build: building the parsed contents, merging them.
+struct BuildAllocs {
+    std::uint64_t contents = 0;
+    std::uint64_t merges = 0;
+};
+
 /// The first build: every content merged into an empty database (adopting
-/// its objects). Returns the CPU seconds of the merges alone.
-double buildPass(const World& w) {
+/// its objects). Returns the CPU seconds of the merges alone; counts the
+/// allocations into `allocs` when given.
+double buildPass(const World& w, BuildAllocs* allocs = nullptr) {
+    const AllocSnapshot c0 = allocs ? AllocSnapshot::start() : AllocSnapshot{};
     std::vector<Content> contents = buildAll(w.topology.lsps);
     auto db = IC::igpLspDatabaseFactory(IC::igpLevelIsisLevel2);
+    const AllocSnapshot c1 = allocs ? AllocSnapshot::finish() : AllocSnapshot{};
+    const AllocSnapshot m0 = allocs ? AllocSnapshot::start() : AllocSnapshot{};
     const double t0 = threadCpuSeconds();
     for (const Content& c : contents) {
         mergeContent(*db, c);
     }
     const double t1 = threadCpuSeconds();
+    if (allocs) {
+        const AllocSnapshot m1 = AllocSnapshot::finish();
+        allocs->contents += c1.total() - c0.total();
+        allocs->merges += m1.total() - m0.total();
+    }
     if (db->lspCount() != w.lsps()) {
         std::abort();  // the generator gave two LSPs one node identifier
     }
@@ -472,10 +596,16 @@ std::size_t lookupPass(const World& w) {
 void build(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);
     warmHeap(w);
+    BuildAllocs allocs;
     for (auto _ : state) {
-        state.SetIterationTime(buildPass(w));
+        state.SetIterationTime(buildPass(w, &allocs));
     }
     perUnit(state, w.lsps(), w.elements());
+    const auto lsps = static_cast<double>(w.lsps());
+    // The merges' own (the entry and its tables: the rest is adopted), and the parsed contents'.
+    state.counters["allocs_per_lsp"] = perIteration(state, static_cast<double>(allocs.merges), lsps);
+    state.counters["content_allocs_per_lsp"] =
+        perIteration(state, static_cast<double>(allocs.contents), lsps);
 }
 
 void refresh(benchmark::State& state, std::uint32_t routers) {
@@ -837,7 +967,510 @@ int memoryMode(std::uint32_t routers) {
 
 /// "1k", "50k": a size's name, so that a filter such as '/1k' selects it alone.
 std::string sizeName(std::uint32_t routers) {
+    if (routers == denseShape) {
+        return "dense";
+    }
     return routers % 1000 == 0 ? std::to_string(routers / 1000) + "k" : std::to_string(routers);
+}
+
+// ---- the receive path: PDU octets through LspKeeper::receivePdu --------------------------
+
+/// Set by --count-pass: the measured region of each pass toggles callgrind's
+/// collection, so that instruction counts cover that region and nothing else.
+bool collectInstructions = false;
+
+/// CPU seconds of `f`, the region whose instructions --count-pass counts.
+template <class F>
+double measured(F f) {
+    if (collectInstructions) {
+        CALLGRIND_TOGGLE_COLLECT;
+    }
+    const double t0 = threadCpuSeconds();
+    f();
+    const double t = threadCpuSeconds() - t0;
+    if (collectInstructions) {
+        CALLGRIND_TOGGLE_COLLECT;
+    }
+    return t;
+}
+
+/// The next sequence number and a checksum to match: the periodic refresh of an unchanged fragment.
+void bumpSequence(std::vector<Bytes>& pdus) {
+    for (Bytes& pdu : pdus) {
+        // The sequence number: octets 20 to 23 of an LSP PDU.
+        for (std::size_t i = 23; ++pdu[i] == 0 && i > 20; --i) {
+        }
+        fillLspChecksum(pdu);
+    }
+}
+
+/// Every PDU through receivePdu() into a fresh keeper. Returns the CPU
+/// seconds of the receives; `keeper` holds the result afterwards (its
+/// destruction is not timed). False in `ok` when a PDU was not installed.
+double receiveAll(const std::vector<Bytes>& pdus, std::unique_ptr<Routing::IsisDecoder::LspKeeper>& keeper,
+                  bool& ok) {
+    using Routing::IsisDecoder::LspKeeper;
+    keeper.reset();
+    std::size_t installed = 0;
+    const double t = measured([&] {
+        keeper = std::make_unique<LspKeeper>(IC::igpLevelIsisLevel2);
+        for (const Bytes& pdu : pdus) {
+            installed += keeper->receivePdu(pdu) == LspKeeper::Outcome::installed;
+        }
+    });
+    ok = installed == pdus.size();
+    return t;
+}
+
+/// The ingest of a whole capture: the receive path the floor is set against.
+double ingestPass(const World& w, bool& ok) {
+    std::unique_ptr<Routing::IsisDecoder::LspKeeper> keeper;
+    const double t = receiveAll(w.pdus, keeper, ok);
+    ok = ok && keeper->database()->lspCount() == w.lsps();
+    return t;
+}
+
+/// Keys the ingest floor found and did not find.
+struct FloorKeys {
+    std::size_t found = 0;
+    std::size_t missed = 0;
+};
+
+/// The floor of ingest for one PDU: the entry of its node found once in the
+/// built database, then its TLVs walked just far enough to build each
+/// element's key (neighbor or prefix) on the stack, each key looked up once
+/// in that entry. Nothing is decoded beyond the keys; lengths are checked
+/// only so that the walk stays inside the PDU.
+void ingestFloorPdu(const IC::IgpLspDatabase& db, const Bytes& pdu, FloorKeys& keys) {
+    // ISO 10589 9.9: PDU length at octet 8, LSP ID at 12, TLVs from 27.
+    constexpr std::size_t tlvsAt = 27;
+    if (pdu.size() < tlvsAt) {
+        ++keys.missed;
+        return;
+    }
+    const std::size_t end = std::min<std::size_t>(pdu.size(), std::size_t{pdu[8]} << 8 | pdu[9]);
+    const auto* found = db.lsp().find(IC::IgpNodeId::fromBytes(pdu.data() + 12));
+    if (found == nullptr) {
+        ++keys.missed;
+        return;
+    }
+    const IC::IgpLsp& entry = **found;
+    const std::uint8_t* p = pdu.data();
+    const auto lookUpPrefix = [&](const Lumo::IpGenPrefix& prefix, std::uint16_t mt) {
+        const bool hit = entry.prefix().find(IC::PrefixKey(prefix, IC::IgpMultiTopologyId(mt))).has_value();
+        keys.found += hit;
+        keys.missed += !hit;
+    };
+    // A prefix of `len` bits in the fewest octets (RFC 5305 4, RFC 5308 2); false if it does not fit.
+    const auto readPrefix = [&](std::size_t at, std::size_t stop, std::uint8_t len, bool v6,
+                                Lumo::IpGenPrefix& out) {
+        const std::size_t n = (len + 7u) / 8u;
+        if (len > (v6 ? 128 : 32) || at + n > stop) {
+            return false;
+        }
+        std::uint8_t buf[16] = {};
+        std::memcpy(buf, p + at, n);
+        out = v6 ? Lumo::IpGenPrefix(Lumo::Ip6Addr::fromBytes(buf), len).masked()
+                 : Lumo::IpGenPrefix(Lumo::IpAddr::fromBytes(buf), len).masked();
+        return true;
+    };
+    for (std::size_t at = tlvsAt; at + 2 <= end;) {
+        const std::uint8_t type = p[at];
+        std::size_t v = at + 2;
+        const std::size_t stop = v + p[at + 1];
+        if (stop > end) {
+            ++keys.missed;
+            return;
+        }
+        at = stop;
+        std::uint16_t mt = 0;
+        if (type == 222 || type == 235 || type == 237 || type == 150) {  // RFC 5120 7: MT ID first
+            if (v + 2 > stop) {
+                continue;
+            }
+            mt = static_cast<std::uint16_t>((p[v] << 8 | p[v + 1]) & 0x0FFF);
+            v += 2;
+        }
+        switch (type) {
+            case 22:
+            case 222:  // RFC 5305 3: node ID, metric, sub-TLVs; the addresses belong to the key
+                while (v + 11 <= stop) {
+                    IC::NeighborKey key(IC::IgpNodeId::fromBytes(p + v), IC::IgpMultiTopologyId(mt));
+                    std::size_t s = v + 11;
+                    const std::size_t subEnd = std::min(stop, s + p[v + 10]);
+                    for (; s + 2 <= subEnd && s + 2 + p[s + 1] <= subEnd; s += 2 + p[s + 1]) {
+                        const std::uint8_t subType = p[s];
+                        const std::uint8_t subLen = p[s + 1];
+                        if (subType == 6 && subLen == 4) {  // RFC 5305 3.2, 3.3; RFC 6119 4.2, 4.3
+                            key.localIpv4AddrIs(Lumo::IpAddr::fromBytes(p + s + 2));
+                        } else if (subType == 8 && subLen == 4) {
+                            key.remoteIpv4AddrIs(Lumo::IpAddr::fromBytes(p + s + 2));
+                        } else if (subType == 12 && subLen == 16) {
+                            key.localIpv6AddrIs(Lumo::Ip6Addr::fromBytes(p + s + 2));
+                        } else if (subType == 13 && subLen == 16) {
+                            key.remoteIpv6AddrIs(Lumo::Ip6Addr::fromBytes(p + s + 2));
+                        }
+                    }
+                    v = subEnd;
+                    const bool hit = entry.neighbor().find(key).has_value();
+                    keys.found += hit;
+                    keys.missed += !hit;
+                }
+                break;
+            case 135:
+            case 235:  // RFC 5305 4: metric, control (S bit, length), prefix, sub-TLVs
+                while (v + 5 <= stop) {
+                    const std::uint8_t control = p[v + 4];
+                    Lumo::IpGenPrefix prefix;
+                    if (!readPrefix(v + 5, stop, control & 0x3F, false, prefix)) {
+                        break;
+                    }
+                    v += 5 + (std::size_t{control & 0x3Fu} + 7) / 8;
+                    if ((control & 0x40) != 0 && v < stop) {
+                        v += 1 + p[v];
+                    }
+                    lookUpPrefix(prefix, mt);
+                }
+                break;
+            case 236:
+            case 237:  // RFC 5308 2: metric, control (S bit), length, prefix, sub-TLVs
+                while (v + 6 <= stop) {
+                    const std::uint8_t control = p[v + 4];
+                    const std::uint8_t len = p[v + 5];
+                    Lumo::IpGenPrefix prefix;
+                    if (!readPrefix(v + 6, stop, len, true, prefix)) {
+                        break;
+                    }
+                    v += 6 + (len + 7u) / 8u;
+                    if ((control & 0x20) != 0 && v < stop) {
+                        v += 1 + p[v];
+                    }
+                    lookUpPrefix(prefix, mt);
+                }
+                break;
+            case 149:
+            case 150: {  // RFC 8667 2.4: flags (F: IPv6), reserved, range, prefix; sub-TLVs follow
+                Lumo::IpGenPrefix prefix;
+                if (v + 5 <= stop && readPrefix(v + 5, stop, p[v + 4], (p[v] & 0x80) != 0, prefix)) {
+                    lookUpPrefix(prefix, mt);
+                }
+                break;
+            }
+            default:
+                break;
+        }
+    }
+}
+
+FloorKeys ingestFloorPass(const World& w, double& seconds) {
+    FloorKeys keys;
+    seconds = measured([&] {
+        for (const Bytes& pdu : w.pdus) {
+            ingestFloorPdu(*w.db, pdu, keys);
+        }
+    });
+    return keys;
+}
+
+/// Ingest over its floor, per element: a fresh keeper receiving every PDU of
+/// the capture, and the floor's key look-ups for the same PDUs in the built
+/// database, in turns.
+void ingestVsFloor(benchmark::State& state, std::uint32_t routers) {
+    World& w = world(routers);
+    warmHeap(w);
+    bool ok = true;
+    FloorKeys keys;
+    const auto e = static_cast<double>(w.elements());
+    paired(
+        state,
+        [&] {
+            bool passOk = false;
+            const double t = ingestPass(w, passOk);
+            ok = ok && passOk;
+            return t;
+        },
+        [&] {
+            double t = 0;
+            const FloorKeys k = ingestFloorPass(w, t);
+            keys.found += k.found;
+            keys.missed += k.missed;
+            return t;
+        },
+        e, e);
+    if (!ok) {
+        state.SkipWithError("the keeper did not install every PDU");
+    } else if (keys.missed != 0 || keys.found < state.iterations() * w.elements()) {
+        state.SkipWithError("the floor missed a key");
+    }
+    state.counters["lsps"] = static_cast<double>(w.lsps());
+    state.counters["pdus"] = static_cast<double>(w.pdus.size());
+}
+
+/// Once: what the ingest of the capture through receivePdu() leaves on the
+/// heap and how many allocations it makes, per LSP (node), set against the
+/// objects the database alone keeps once the keeper is gone.
+void ingestHeap(benchmark::State& state, std::uint32_t routers) {
+    using Routing::IsisDecoder::LspKeeper;
+    World& w = world(routers);
+    // Heap blocks plus slab entities alive (the heap-allocated entities are among the blocks).
+    const auto liveObjects = [] {
+        std::int64_t slab = 0;
+        Drimm::AllocTracker::forEach(
+            [&](const Drimm::AllocTracker& t) { slab += static_cast<std::int64_t>(t.live()); });
+        slab -= static_cast<std::int64_t>(IC::Neighbor::allocTracker().live() +
+                                          IC::IsisLspParsedContent::allocTracker().live());
+        return AllocCounter::liveBlocks() + slab;
+    };
+    double allocs = 0, keptAll = 0, keptDb = 0, bytesAll = 0, bytesDb = 0;
+    for (auto _ : state) {
+        const std::int64_t objectsBefore = liveObjects();
+        const std::int64_t bytesBefore = footprint();
+        const AllocSnapshot before = AllocSnapshot::start();
+        auto keeper = std::make_unique<LspKeeper>(IC::igpLevelIsisLevel2);
+        std::size_t installed = 0;
+        for (const Bytes& pdu : w.pdus) {
+            installed += keeper->receivePdu(pdu) == LspKeeper::Outcome::installed;
+        }
+        const AllocSnapshot after = AllocSnapshot::finish();
+        allocs = static_cast<double>(after.total() - before.total());
+        keptAll = static_cast<double>(liveObjects() - objectsBefore);
+        bytesAll = static_cast<double>(footprint() - bytesBefore);
+        const Poldo::Ptr<IC::IgpLspDatabase> db = keeper->database();
+        keeper.reset();
+        keptDb = static_cast<double>(liveObjects() - objectsBefore);
+        bytesDb = static_cast<double>(footprint() - bytesBefore);
+        if (installed != w.pdus.size() || db->lspCount() != w.lsps()) {
+            state.SkipWithError("the keeper did not install every PDU");
+        }
+    }
+    const auto lsps = static_cast<double>(w.lsps());
+    state.counters["lsps"] = lsps;
+    state.counters["pdus_per_lsp"] = static_cast<double>(w.pdus.size()) / lsps;
+    state.counters["allocs_per_lsp"] = allocs / lsps;
+    state.counters["objects_kept_per_lsp"] = keptAll / lsps;
+    state.counters["db_objects_per_lsp"] = keptDb / lsps;
+    state.counters["heap_bytes_per_lsp"] = bytesAll / lsps;
+    state.counters["db_heap_bytes_per_lsp"] = bytesDb / lsps;
+}
+
+// ---- one node of 256 fragments against 256 nodes of one fragment ----------------------
+
+/// The same prefixes (IPv4 /32 and IPv6 /128 in turns, each with a prefix
+/// SID) as the 256 fragments of one node, as full as 1492 octets allow, and
+/// spread evenly over 256 nodes of one fragment each.
+struct FragmentWorld {
+    std::size_t prefixes = 0;
+    std::vector<Bytes> oneNode;
+    std::vector<Bytes> nodes;
+};
+
+constexpr std::uint32_t fragmentShape = 256;
+
+LspPlan prefixNode(std::uint32_t node, std::size_t first, std::size_t count) {
+    const std::uint8_t id[7] = {
+        0x19, 0x22, 0x00, static_cast<std::uint8_t>(node >> 8), static_cast<std::uint8_t>(node), 0x01, 0x00};
+    LspPlan plan;
+    plan.id = IC::IgpNodeId::fromBytes(id);
+    for (std::size_t i = first; i < first + count; ++i) {
+        const auto n = static_cast<std::uint32_t>(i);
+        PrefixPlan p;
+        p.metric = 10 + n % 100;
+        p.sid = IC::PrefixSid(0, 1000 + n, 0, true);
+        p.prefix = i % 2 == 0 ? Lumo::IpGenPrefix(Lumo::IpAddr(0x0AC80000u + n), 32)
+                              : Lumo::IpGenPrefix(denseV6(6, 0, n), 128);
+        plan.prefixes.push_back(p);
+    }
+    return plan;
+}
+
+const FragmentWorld& fragmentWorld() {
+    static const FragmentWorld fw = [] {
+        FragmentWorld f;
+        // The most prefixes that fit 256 fragments.
+        std::size_t lo = fragmentShape, hi = std::size_t{fragmentShape} * 256;
+        while (lo < hi) {
+            const std::size_t mid = (lo + hi + 1) / 2;
+            try {
+                encodeLsp(prefixNode(0, 0, mid));
+                lo = mid;
+            } catch (const std::length_error&) {
+                hi = mid - 1;
+            }
+        }
+        f.prefixes = lo;
+        f.oneNode = encodeLsp(prefixNode(0, 0, lo));
+        for (std::uint32_t k = 0; k < fragmentShape; ++k) {
+            const std::size_t first = lo * k / fragmentShape;
+            const std::size_t next = lo * (k + 1) / fragmentShape;
+            std::vector<Bytes> one = encodeLsp(prefixNode(k + 1, first, next - first));
+            if (one.size() != 1) {
+                std::abort();  // a 256th of the prefixes fills more than one fragment
+            }
+            f.nodes.push_back(std::move(one.front()));
+        }
+        if (f.oneNode.size() != fragmentShape) {
+            std::abort();
+        }
+        return f;
+    }();
+    return fw;
+}
+
+/// Ingest: a fresh keeper receives the node's 256 fragments, and another
+/// the 256 nodes, in turns; `ratio` is the first's time over the second's.
+void fragmentsIngestVsNodes(benchmark::State& state, std::uint32_t) {
+    const FragmentWorld& f = fragmentWorld();
+    std::unique_ptr<Routing::IsisDecoder::LspKeeper> keeper;
+    bool ok = true;
+    const auto receive = [&](const std::vector<Bytes>& pdus) {
+        bool passOk = false;
+        const double t = receiveAll(pdus, keeper, passOk);
+        ok = ok && passOk;
+        keeper.reset();
+        return t;
+    };
+    const auto n = static_cast<double>(f.prefixes);
+    paired(
+        state, [&] { return receive(f.oneNode); }, [&] { return receive(f.nodes); }, n, n);
+    if (!ok) {
+        state.SkipWithError("the keeper did not install every PDU");
+    }
+    state.counters["prefixes"] = n;
+}
+
+/// Refresh fragment by fragment: every fragment again, unchanged with the
+/// next sequence number, to a keeper holding the node's 256 fragments, and
+/// the same to one holding the 256 nodes, in turns.
+void fragmentsRefreshVsNodes(benchmark::State& state, std::uint32_t) {
+    using Routing::IsisDecoder::LspKeeper;
+    const FragmentWorld& f = fragmentWorld();
+    std::vector<Bytes> oneNode = f.oneNode, nodes = f.nodes;
+    std::unique_ptr<LspKeeper> oneNodeKeeper, nodesKeeper;
+    bool ok = true;
+    receiveAll(oneNode, oneNodeKeeper, ok);
+    receiveAll(nodes, nodesKeeper, ok);
+    const auto refresh = [&](std::vector<Bytes>& pdus, LspKeeper& keeper) {
+        bumpSequence(pdus);
+        std::size_t refreshed = 0;
+        const double t = measured([&] {
+            for (const Bytes& pdu : pdus) {
+                refreshed += keeper.receivePdu(pdu) == LspKeeper::Outcome::refreshed;
+            }
+        });
+        ok = ok && refreshed == pdus.size();
+        return t;
+    };
+    const auto n = static_cast<double>(f.prefixes);
+    paired(
+        state, [&] { return refresh(oneNode, *oneNodeKeeper); }, [&] { return refresh(nodes, *nodesKeeper); },
+        n, n);
+    if (!ok) {
+        state.SkipWithError("a fragment was not installed, or a refresh not taken as one");
+    }
+    state.counters["prefixes"] = n;
+}
+
+// ---- --count-pass: one pass under callgrind ---------------------------------------------
+
+/// `--count-pass=<Pass>/<shape>`: builds what the pass needs, runs it once
+/// unmeasured, then once more with callgrind collecting over the measured
+/// region only (run under `valgrind --tool=callgrind --instr-atstart=no
+/// --collect-atstart=no`, as bench/callgrind.sh does), and prints the units
+/// to divide the count by. Passes: Ingest, IngestFloor, Reflood (on 1k, 10k,
+/// 50k or dense), FragmentsIngest, NodesIngest, FragmentsRefresh,
+/// NodesRefresh (on 256).
+int countPassMode(const std::string& spec) {
+    const std::size_t slash = spec.find('/');
+    const std::string pass = spec.substr(0, slash);
+    const std::string shape = slash == std::string::npos ? "" : spec.substr(slash + 1);
+    const auto start = [] {
+        CALLGRIND_START_INSTRUMENTATION;
+        collectInstructions = true;
+    };
+    bool ok = true;
+    std::size_t lsps = 0, pdus = 0, elements = 0;
+    if (shape == "256") {
+        const FragmentWorld& f = fragmentWorld();
+        const bool one = pass.rfind("Fragments", 0) == 0;
+        std::vector<Bytes> input = one ? f.oneNode : f.nodes;
+        lsps = one ? 1 : f.nodes.size();
+        pdus = input.size();
+        elements = f.prefixes;
+        std::unique_ptr<Routing::IsisDecoder::LspKeeper> keeper;
+        if (pass == "FragmentsIngest" || pass == "NodesIngest") {
+            receiveAll(input, keeper, ok);
+            start();
+            receiveAll(input, keeper, ok);
+        } else if (pass == "FragmentsRefresh" || pass == "NodesRefresh") {
+            receiveAll(input, keeper, ok);
+            for (int round = 0; round < 2; ++round) {
+                bumpSequence(input);
+                if (round == 1) {
+                    start();
+                }
+                measured([&] {
+                    for (const Bytes& pdu : input) {
+                        keeper->receivePdu(pdu);
+                    }
+                });
+            }
+            ok = ok && keeper->refreshedCount() == 2 * input.size();
+        } else {
+            std::fprintf(stderr, "unknown pass %s\n", pass.c_str());
+            return 2;
+        }
+    } else {
+        std::uint32_t routers = 0;
+        for (const std::uint32_t r : {1000u, 10000u, 50000u, denseShape}) {
+            routers = sizeName(r) == shape ? r : routers;
+        }
+        if (routers == 0) {
+            std::fprintf(stderr, "unknown shape %s (1k, 10k, 50k, dense, 256)\n", shape.c_str());
+            return 2;
+        }
+        const std::unique_ptr<World> w = makeWorld(routers);
+        lsps = w->lsps();
+        pdus = w->pdus.size();
+        elements = w->elements();
+        if (pass == "Ingest") {
+            ingestPass(*w, ok);
+            start();
+            ingestPass(*w, ok);
+        } else if (pass == "IngestFloor") {
+            double t = 0;
+            ingestFloorPass(*w, t);
+            start();
+            const FloorKeys k = ingestFloorPass(*w, t);
+            ok = k.missed == 0 && k.found >= elements;
+        } else if (pass == "Reflood") {
+            std::vector<Bytes> input = w->pdus;
+            std::unique_ptr<Routing::IsisDecoder::LspKeeper> keeper;
+            receiveAll(input, keeper, ok);
+            for (int round = 0; round < 2; ++round) {
+                bumpSequence(input);
+                if (round == 1) {
+                    start();
+                }
+                measured([&] {
+                    for (const Bytes& pdu : input) {
+                        keeper->receivePdu(pdu);
+                    }
+                });
+            }
+            ok = ok && keeper->refreshedCount() == 2 * input.size();
+        } else {
+            std::fprintf(stderr, "unknown pass %s\n", pass.c_str());
+            return 2;
+        }
+    }
+    collectInstructions = false;
+    CALLGRIND_STOP_INSTRUMENTATION;
+    std::printf("units lsps=%zu pdus=%zu elements=%zu\n", lsps, pdus, elements);
+    if (!ok) {
+        std::fprintf(stderr, "the pass did not do its work (a PDU not installed or a key missed)\n");
+        return 1;
+    }
+    return 0;
 }
 
 void registerAll(std::uint32_t routers) {
@@ -890,12 +1523,47 @@ void registerAll(std::uint32_t routers) {
     benchmark::RegisterBenchmark(name.c_str(), memory, routers)->Iterations(1)->Unit(benchmark::kMillisecond);
 }
 
+/// The receive path's scenarios of one shape (1k, 10k, 50k or dense).
+void registerReceivePath(std::uint32_t routers) {
+    const std::string size = std::string("/").append(sizeName(routers));
+    // Long enough for a few turns of each order even at 50k routers.
+    benchmark::RegisterBenchmark(("IngestVsFloor" + size).c_str(), ingestVsFloor, routers)
+        ->UseManualTime()
+        ->MinTime(2.0)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("IngestHeap" + size).c_str(), ingestHeap, routers)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+    if (routers == denseShape) {
+        benchmark::RegisterBenchmark(("Reflood" + size).c_str(), reflood<true>, routers)
+            ->Unit(benchmark::kMillisecond);
+    }
+}
+
+/// One node of 256 fragments against 256 nodes, registered as "/256".
+void registerFragments() {
+    using Fn = void (*)(benchmark::State&, std::uint32_t);
+    const std::pair<const char*, Fn> pairs[] = {{"FragmentsIngestVsNodes/256", fragmentsIngestVsNodes},
+                                                {"FragmentsRefreshVsNodes/256", fragmentsRefreshVsNodes}};
+    for (const auto& [name, fn] : pairs) {
+        benchmark::RegisterBenchmark(name, fn, fragmentShape)
+            ->UseManualTime()
+            ->MinTime(2.0)
+            ->Unit(benchmark::kMillisecond);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (std::strncmp(argv[i], "--memory=", 9) == 0) {
             return memoryMode(static_cast<std::uint32_t>(std::strtoul(argv[i] + 9, nullptr, 10)));
+        }
+        if (std::strncmp(argv[i], "--count-pass=", 13) == 0) {
+            mallopt(M_TRIM_THRESHOLD, INT_MAX);
+            mallopt(M_MMAP_THRESHOLD, INT_MAX);
+            return countPassMode(argv[i] + 13);
         }
     }
     // Memory freed by one iteration stays with the process for the next: a
@@ -906,7 +1574,10 @@ int main(int argc, char** argv) {
     mallopt(M_MMAP_THRESHOLD, INT_MAX);
     for (const std::uint32_t routers : {1000u, 10000u, 50000u}) {
         registerAll(routers);
+        registerReceivePath(routers);
     }
+    registerReceivePath(denseShape);
+    registerFragments();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 1;

@@ -7,84 +7,58 @@
 // Without -o (or with "-o -") the pcap goes to standard output; a summary
 // goes to standard error.
 
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iostream>
-#include <stdexcept>
 #include <string>
 
 #include "gen/Encoder.h"
 #include "gen/Generator.h"
-
-namespace {
-
-int usage(const char* why) {
-    std::fprintf(stderr,
-                 "igp-lsdb-gen: %s\n"
-                 "usage: igp-lsdb-gen [--routers N] [--seed S] [--level 1|2] [--sequence Q] [-o FILE]\n",
-                 why);
-    return 2;
-}
-
-std::uint64_t number(const char* text) {
-    char* end = nullptr;
-    const unsigned long long v = std::strtoull(text, &end, 0);
-    if (end == text || *end != '\0') {
-        throw std::invalid_argument(std::string("not a number: ") + text);
-    }
-    return v;
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     std::uint32_t routers = 1000;
     std::uint64_t seed = 1;
     IgpBench::EncodeParams params;
     std::string out = "-";
-    try {
-        for (int i = 1; i < argc; ++i) {
-            const std::string arg = argv[i];
-            if (i + 1 >= argc) {
-                return usage(("missing value after " + arg).c_str());
-            }
-            const char* value = argv[++i];
-            if (arg == "--routers") {
-                routers = static_cast<std::uint32_t>(number(value));
-            } else if (arg == "--seed") {
-                seed = number(value);
-            } else if (arg == "--level") {
-                params.level = static_cast<unsigned>(number(value));
-                if (params.level != 1 && params.level != 2) {
-                    return usage("level must be 1 or 2");
-                }
-            } else if (arg == "--sequence") {
-                params.sequence = static_cast<std::uint32_t>(number(value));
-            } else if (arg == "-o") {
-                out = value;
-            } else {
-                return usage(("unknown argument " + arg).c_str());
-            }
-        }
-        const IgpBench::Topology t = IgpBench::generate(routers, seed);
-        const auto pdus = IgpBench::encodeTopology(t, params);
-        if (out == "-") {
-            IgpBench::writePcap(std::cout, pdus, params.level);
-            std::cout.flush();
-        } else {
-            std::ofstream file(out, std::ios::binary);
-            IgpBench::writePcap(file, pdus, params.level);
-            if (!file) {
-                throw std::runtime_error("cannot write " + out);
-            }
-        }
-        std::fprintf(stderr,
-                     "%u routers, %u pseudonodes: %zu LSPs in %zu PDUs, %zu neighbors, %zu prefixes\n",
-                     t.routers, t.pseudonodes, t.lsps.size(), pdus.size(), t.neighbors, t.prefixes);
-    } catch (const std::exception& e) {
-        return usage(e.what());
+
+    CLI::App app{
+        "Writes a generated IS-IS domain as a pcap of LSP PDUs (802.3 + LLC frames, valid\n"
+        "checksums, fragments of at most 1492 octets). The same arguments always give the same file.",
+        "igp-lsdb-gen"};
+    app.option_defaults()->always_capture_default();
+    app.add_option("--routers", routers, "Routers in the domain")->check(CLI::Range(1u, 1000000u));
+    app.add_option("--seed", seed, "Generator seed");
+    app.add_option("--level", params.level, "IS-IS level of the LSPs")->check(CLI::IsMember({1u, 2u}));
+    app.add_option("--sequence", params.sequence, "Sequence number of every LSP");
+    app.add_option("-o,--output", out, "Output file, - for standard output");
+    CLI11_PARSE(app, argc, argv);
+
+    if (out == "-" && ::isatty(STDOUT_FILENO) == 1) {
+        std::fprintf(stderr, "igp-lsdb-gen: refusing to write a pcap to a terminal; use -o FILE or a pipe\n");
+        return 2;
     }
+    const IgpBench::Topology t = IgpBench::generate(routers, seed);
+    const auto pdus = IgpBench::encodeTopology(t, params);
+    if (out == "-") {
+        IgpBench::writePcap(std::cout, pdus, params.level);
+        std::cout.flush();
+        if (!std::cout) {
+            std::fprintf(stderr, "igp-lsdb-gen: cannot write to standard output\n");
+            return 1;
+        }
+    } else {
+        std::ofstream file(out, std::ios::binary);
+        IgpBench::writePcap(file, pdus, params.level);
+        file.close();
+        if (!file) {
+            std::fprintf(stderr, "igp-lsdb-gen: cannot write %s\n", out.c_str());
+            return 1;
+        }
+    }
+    std::fprintf(stderr, "%u routers, %u pseudonodes: %zu LSPs in %zu PDUs, %zu neighbors, %zu prefixes\n",
+                 t.routers, t.pseudonodes, t.lsps.size(), pdus.size(), t.neighbors, t.prefixes);
     return 0;
 }

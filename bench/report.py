@@ -10,6 +10,11 @@ the build's and nothing else's.
     bench/report.py --repetitions 3          # steadier: medians of 3, in random order
     bench/report.py --sizes 1k --memory 1000
     bench/report.py --from-json run.json     # ratios of an earlier run
+
+Shapes: 1k, 10k and 50k routers; "dense" (2,000 routers with about 40 neighbors
+and 290 prefixes each); "256" (one node of 256 fragments against the same
+prefixes on 256 nodes). Instruction counts of the receive path come from
+bench/callgrind.sh.
 """
 
 import argparse
@@ -25,7 +30,13 @@ TARGETS = {
     "per_lsp_growth": 1.5,
     "bytes_per_neighbor": 320,
     "bytes_per_prefix": 160,
+    "ingest_vs_floor": 3.0,
+    "ingest_heap_bytes_per_lsp": 4096,  # keeper plus database, on the 10k shape
+    "ingest_allocs_over_kept": 4,  # allocations per LSP beyond the objects the database keeps
+    "fragments_vs_nodes": 3.0,
 }
+
+SHAPES = ["1k", "10k", "50k", "dense", "256"]
 
 
 def run_benchmarks(binary, sizes, bench_filter, repetitions):
@@ -72,7 +83,7 @@ def results(data):
 
 
 def size_key(size):
-    return int(size[:-1]) * 1000 if size.endswith("k") else int(size)
+    return SHAPES.index(size) if size in SHAPES else len(SHAPES)
 
 
 def verdict(value, limit):
@@ -117,6 +128,22 @@ def report(res, memory):
             v = get("Refresh", s, counter)
             if v is not None:
                 rows.append(("refresh %s, %s" % (counter, s), v, 0.0))
+    # The receive path: PDU octets through LspKeeper::receivePdu.
+    for s in sizes:
+        v = get("IngestVsFloor", s, "ratio")
+        if v is not None:
+            rows.append(("ingest / its floor, per element, %s" % s, v, TARGETS["ingest_vs_floor"]))
+        v = get("IngestHeap", s, "heap_bytes_per_lsp")
+        if v is not None and s == "10k":
+            rows.append(("ingest heap per LSP, keeper + database, %s" % s, v, TARGETS["ingest_heap_bytes_per_lsp"]))
+        allocs, kept = get("IngestHeap", s, "allocs_per_lsp"), get("IngestHeap", s, "db_objects_per_lsp")
+        if allocs is not None and kept is not None:
+            rows.append(("ingest allocs per LSP - db objects per LSP, %s" % s, allocs - kept,
+                         TARGETS["ingest_allocs_over_kept"]))
+    for what in ["Ingest", "Refresh"]:
+        v = get("Fragments%sVsNodes" % what, "256", "ratio")
+        if v is not None:
+            rows.append(("%s: 1 node of 256 fragments / 256 nodes" % what.lower(), v, TARGETS["fragments_vs_nodes"]))
     for s in sizes:
         for scenario in ["Build", "Refresh"]:
             v = get(scenario + "Vs1k", s, "ratio")
@@ -177,6 +204,23 @@ def report(res, memory):
         v = get("Churn", s, "notif_nonbinding_per_change")
         if v is not None:
             info("churn notifications per change (1 expected), %s" % s, v)
+    for s in sizes:
+        v = get("IngestVsFloor", s, "a_per_unit")
+        if v is not None:
+            info("ingest through receivePdu, us per element, %s" % s, v * 1e6)
+            info("its floor (keys walked and looked up), us per element, %s" % s,
+                 get("IngestVsFloor", s, "b_per_unit") * 1e6)
+        for counter in ["pdus_per_lsp", "allocs_per_lsp", "objects_kept_per_lsp", "db_objects_per_lsp",
+                        "heap_bytes_per_lsp", "db_heap_bytes_per_lsp"]:
+            v = get("IngestHeap", s, counter)
+            if v is not None:
+                info("ingest %s, %s" % (counter, s), v)
+    for what in ["Ingest", "Refresh"]:
+        for counter in ["a_per_unit", "b_per_unit"]:
+            v = get("Fragments%sVsNodes" % what, "256", counter)
+            if v is not None:
+                info("%s per prefix, us, %s" % (what.lower(), "1 node of 256 fragments" if counter == "a_per_unit"
+                                                 else "256 nodes"), v * 1e6)
     if memory:
         m = memory
         print("  %d routers (%d LSPs, %d neighbors, %d prefixes):" % (m["routers"], m["lsps"], m["neighbors"],
@@ -200,7 +244,8 @@ def main():
     default_bin = os.path.join(here, "..", "build", "default", "bench", "igp-lsdb-bench")
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--bench", default=default_bin, help="the igp-lsdb-bench binary (RelWithDebInfo build)")
-    p.add_argument("--sizes", default="1k,10k,50k", help="comma-separated sizes to run (1k, 10k, 50k)")
+    p.add_argument("--sizes", default=",".join(SHAPES),
+                   help="comma-separated shapes to run (1k, 10k, 50k, dense, 256)")
     p.add_argument("--filter", default="", help="scenarios to run, a regex of whole names, e.g. 'Refresh.*|Lookup.*'")
     p.add_argument("--repetitions", type=int, default=1,
                    help="repeat each benchmark in random order and report medians (3 steadies a shared machine)")

@@ -238,19 +238,7 @@ Poldo::Ptr<IsisLspParsedContent> level1Lsp(std::uint8_t n, const char* name, con
 // ---- the agent's receive path ------------------------------------------------------
 
 void receive(IgpLspDatabase& db, const Poldo::Ptr<IsisLspParsedContent>& lsp) {
-    const IgpNodeId id = lsp->node()->nodeId();
-    Poldo::Ptr<IgpLsp> entry = db.lsp(id);
-    if (!entry) {
-        entry = igpLspFactory(id);
-        entry->nodeIs(lsp->node());
-        entry->updateNeighbors(lsp);
-        entry->updatePrefixes(lsp);
-        db.lspIs(entry);
-        return;
-    }
-    entry->node()->updateNodeAttrs(lsp->nodeRawPtr());
-    entry->updateNeighbors(lsp);
-    entry->updatePrefixes(lsp);
+    db.lspMerge(lsp);
 }
 
 }  // namespace

@@ -51,35 +51,85 @@ void IgpLsp::prefixDelAll() {
 
 namespace {
 
-// Folds the SRLG record of `addr`, if the parsed content has one, into `p`.
-void foldSrlg(const IsisLspParsedContent& parsed, const Lumo::IpGenAddr& addr, Neighbor& p) {
+// The SRLG records of a parsed content by the first local address of a
+// neighbor's family. Only that address names the link's record; a neighbor
+// without one matches a record under the empty address, which is looked up
+// once per merge rather than once per such neighbor.
+class SrlgRecords {
+public:
+    explicit SrlgRecords(const IsisLspParsedContent::SrlgMap& records) noexcept : records_(records) {}
+
     // Most LSPs carry no SRLG: then no address needs hashing.
-    if (parsed.parsedSrLg().empty()) {
-        return;
+    bool empty() const noexcept { return records_.empty(); }
+
+    template <class Set>
+    const NeighborSrlg* of(const Set& localAddrs) noexcept {
+        if (localAddrs.empty()) {
+            if (!emptyLooked_) {
+                const auto* record = records_.find(Lumo::IpGenAddr());
+                emptyRecord_ = record ? *record : nullptr;
+                emptyLooked_ = true;
+            }
+            return emptyRecord_.get();
+        }
+        return find(Lumo::IpGenAddr(*localAddrs.uncheckedBegin()));
     }
-    const auto* record = parsed.parsedSrLg().find(addr);
+
+private:
+    const NeighborSrlg* find(const Lumo::IpGenAddr& addr) const noexcept {
+        const auto* record = records_.find(addr);
+        return record ? record->get() : nullptr;
+    }
+
+    const IsisLspParsedContent::SrlgMap& records_;
+    // Held: observers of the neighbors it is folded into run meanwhile.
+    Poldo::Ptr<NeighborSrlg> emptyRecord_;
+    bool emptyLooked_ = false;
+};
+
+// Folds an SRLG record, if there is one, into `p`.
+void foldSrlg(const NeighborSrlg* record, Neighbor& p) {
     if (record == nullptr) {
         return;
     }
     Neighbor::NeighborAttrsPresent present = p.attrsPresent();
     present.srlgValuesIs(true);
     p.attrsPresentIs(present);
-    const auto& values = (*record)->srlgValue();
+    const auto& values = record->srlgValue();
     for (auto it = values.begin(); it != values.end(); ++it) {
         p.srlgValuesIs(*it);
     }
 }
 
-// After the first pass of a merge: true when the collection cannot hold a
-// member the parsed content lacks, so the second pass (a walk over every slot
-// and a look-up of every key) has nothing to remove. An unchanged version
-// means the first pass found every parsed key already there and nobody
-// (no observer either) added or removed a member; equal sizes then leave no
-// room for another member.
+// Watches a collection through the first pass of a merge, which only adds
+// members under the parsed keys: when nobody else (an observer) changed the
+// collection meanwhile and every member held before matched a parsed key, the
+// collection holds the parsed keys alone, and the second pass (a walk over
+// every slot and a look-up of every key in the parsed content) has nothing to
+// remove. Always so for a new entry and for an unchanged LSP.
 template <class Map>
-bool onlyTheirs(const Map& mine, std::uint32_t versionBefore, std::uint32_t theirCount) noexcept {
-    return mine.version() == versionBefore && mine.size() == theirCount;
-}
+class FirstPass {
+public:
+    explicit FirstPass(const Map& mine) noexcept
+        : mine_(mine), before_(mine.size()), version_(mine.version()) {}
+
+    /// Before each change of our own.
+    void beforeChange() noexcept { foreign_ |= mine_.version() != version_; }
+    /// After it, before its publication (where observers may run).
+    void changed() noexcept { version_ = mine_.version(); }
+    void matched() noexcept { ++matched_; }
+    bool onlyTheirs() noexcept {
+        beforeChange();
+        return !foreign_ && matched_ == before_;
+    }
+
+private:
+    const Map& mine_;
+    const std::uint32_t before_;
+    std::uint32_t version_;
+    std::uint32_t matched_ = 0;
+    bool foreign_ = false;
+};
 
 }  // namespace
 
@@ -88,29 +138,27 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
     const auto& theirs = content.neighbor();
     // Sized once for what the entry will hold; a refresh finds it large enough.
     neighbor_.reserve(theirs.size());
-    const std::uint32_t version = neighbor_.version();
+    FirstPass<NeighborMap> pass(neighbor_);
+    SrlgRecords srlgs(content.parsedSrLg());
     for (auto it = theirs.begin(); it != theirs.end(); ++it) {
         const Poldo::Ptr<Neighbor>& p = *it;
         const NeighborKey& k = p->key();
-        // Only the first address of each family names the link's SRLG record;
-        // a neighbor without one matches a record under the empty address.
-        Lumo::IpGenAddr a4;
-        if (!k.localIpv4Addr().empty()) {
-            a4 = Lumo::IpGenAddr(*k.localIpv4Addr().uncheckedBegin());
+        if (!srlgs.empty()) {
+            foldSrlg(srlgs.of(k.localIpv4Addr()), *p);
+            foldSrlg(srlgs.of(k.localIpv6Addr()), *p);
         }
-        foldSrlg(content, a4, *p);
-        Lumo::IpGenAddr a6;
-        if (!k.localIpv6Addr().empty()) {
-            a6 = Lumo::IpGenAddr(*k.localIpv6Addr().uncheckedBegin());
-        }
-        foldSrlg(content, a6, *p);
-        if (const auto existing = neighbor_.find(k)) {
-            existing->value->updateAttr(p);
+        pass.beforeChange();
+        // One look-up: a neighbor held under k takes over p's attributes, else p is adopted.
+        const auto [member, adopted] = neighbor_.findOrInsert(k, NeighborMap::hashOf(k), [&p] { return p; });
+        if (adopted) {
+            pass.changed();
+            publishMember<NeighborKey, Poldo::Ptr<Neighbor>>(Attr::neighbor, k, nullptr);
         } else {
-            neighborIs(k, p);
+            pass.matched();
+            (*member)->updateAttr(p);
         }
     }
-    if (onlyTheirs(neighbor_, version, theirs.size())) {
+    if (pass.onlyTheirs()) {
         return;
     }
     for (auto it = neighbor_.begin(); it != neighbor_.end(); ++it) {
@@ -123,17 +171,21 @@ void IgpLsp::updateNeighbors(const Poldo::Ptr<IsisLspParsedContent>& parsed) noe
 void IgpLsp::updatePrefixes(const Poldo::Ptr<IsisLspParsedContent>& parsed) noexcept {
     const auto& theirs = parsed->prefix();
     prefix_.reserve(theirs.size());
-    const std::uint32_t version = prefix_.version();
+    FirstPass<PrefixMap> pass(prefix_);
     for (auto it = theirs.begin(); it != theirs.end(); ++it) {
         const Poldo::Ptr<Prefix>& p = *it;
         const PrefixKey& k = p->prefixKey();
-        if (const auto existing = prefix_.find(k)) {
-            existing->value->updateAttr(p);
+        pass.beforeChange();
+        const auto [member, adopted] = prefix_.findOrInsert(k, PrefixMap::hashOf(k), [&p] { return p; });
+        if (adopted) {
+            pass.changed();
+            publishMember<PrefixKey, Poldo::Ptr<Prefix>>(Attr::prefix, k, nullptr);
         } else {
-            prefixIs(k, p);
+            pass.matched();
+            (*member)->updateAttr(p);
         }
     }
-    if (onlyTheirs(prefix_, version, theirs.size())) {
+    if (pass.onlyTheirs()) {
         return;
     }
     for (auto it = prefix_.begin(); it != prefix_.end(); ++it) {
@@ -182,6 +234,34 @@ void IgpLspDatabase::lspIs(const Poldo::Ptr<IgpLsp>& entry) {
     // The previous entry is dropped only after observers have seen it.
     const Poldo::Ptr<IgpLsp> previous = lsp_.replace(it, entry);
     publishMember(Attr::lsp, entry->nodeId(), &previous);
+}
+
+Poldo::Ptr<IgpLsp> IgpLspDatabase::lspMerge(const Poldo::Ptr<IsisLspParsedContent>& parsed) {
+    if (!parsed || !parsed->node()) {
+        throw Kest::MutatorNullPointerException("Routing::IgpCommon::IgpLspDatabase", "lsp", Attr::lsp);
+    }
+    const IgpNodeId& nodeId = parsed->node()->nodeId();
+    const std::uint32_t hash = LspMap::hashOf(nodeId);
+    if (const auto* found = lsp_.find(nodeId, hash)) {
+        // Held: an observer may remove the entry while it is merged.
+        Poldo::Ptr<IgpLsp> entry = *found;
+        if (Node* node = entry->nodeRawPtr()) {
+            node->updateNodeAttrs(parsed->nodeRawPtr());
+        } else {
+            entry->nodeIs(parsed->node());
+        }
+        entry->updateNeighbors(parsed);
+        entry->updatePrefixes(parsed);
+        return entry;
+    }
+    // Filled before it is stored, so that the database's observers see it whole.
+    Poldo::Ptr<IgpLsp> entry = igpLspFactory(nodeId);
+    entry->nodeIs(parsed->node());
+    entry->updateNeighbors(parsed);
+    entry->updatePrefixes(parsed);
+    lsp_.insert(entry, hash);
+    publishMember<IgpNodeId, Poldo::Ptr<IgpLsp>>(Attr::lsp, entry->nodeId(), nullptr);
+    return entry;
 }
 
 Poldo::Ptr<IgpLsp> IgpLspDatabase::lspDel(const IgpNodeId& nodeId) {

@@ -79,15 +79,25 @@ void Neighbor::updateAttr(const Poldo::Ptr<const Neighbor>& other) {
     maxReserveLinkBwIs(o.maxReserveLinkBw_);
     igpMetricIs(o.igpMetric_);
     teDefMetricIs(o.teDefMetric_);
+    bool sameBw = true;
     for (std::size_t i = 0; i < UnreservedBwArray::size(); ++i) {
-        unreservedBwIs(BwIndex(static_cast<std::uint8_t>(i)), o.unreservedBw_.slot(i));
+        sameBw &= unreservedBw_.slot(i) == o.unreservedBw_.slot(i);
     }
-    for (auto it = o.extAdminGroup_.begin(); it != o.extAdminGroup_.end(); ++it) {
-        extAdminGroupIs(it->key, it->value);
+    // A NaN is never equal: such an array goes the long way and is published.
+    if (!sameBw) {
+        for (std::size_t i = 0; i < UnreservedBwArray::size(); ++i) {
+            unreservedBwIs(BwIndex(static_cast<std::uint8_t>(i)), o.unreservedBw_.slot(i));
+        }
     }
-    for (auto it = extAdminGroup_.begin(); it != extAdminGroup_.end(); ++it) {
-        if (!o.extAdminGroup_.contains(it->key)) {
-            extAdminGroupDel(it->key);
+    // Equal maps iterate alike: an unchanged link is seen in one walk, without hashing.
+    if (!Kest::sameMembers(extAdminGroup_, o.extAdminGroup_)) {
+        for (auto it = o.extAdminGroup_.begin(); it != o.extAdminGroup_.end(); ++it) {
+            extAdminGroupIs(it->key, it->value);
+        }
+        for (auto it = extAdminGroup_.begin(); it != extAdminGroup_.end(); ++it) {
+            if (!o.extAdminGroup_.contains(it->key)) {
+                extAdminGroupDel(it->key);
+            }
         }
     }
     membersSync(Attr::srlgValues, srlgValues_, o.srlgValues_);

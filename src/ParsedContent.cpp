@@ -6,13 +6,11 @@ namespace Routing::IgpCommon {
 
 namespace {
 
-// Find-or-create in a collection whose members carry their key.
+// Find-or-create in a collection whose members carry their key: one look-up,
+// which inserts on a miss.
 template <class Map, class Key, class Create>
 Poldo::Ptr<typename Map::member_type::element_type> findOrCreate(Map& map, const Key& key, Create create) {
-    if (const auto* found = map.find(key)) {
-        return *found;
-    }
-    return *map.insert(create()).first;
+    return *map.findOrInsert(key, create).first;
 }
 
 template <class Map, class Key>

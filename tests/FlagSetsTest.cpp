@@ -191,14 +191,16 @@ TEST(SidLabelBindingFlagsBitsMask, NamesNumbersAndText) {
     for (unsigned i = 0; i < 5; ++i) {
         EXPECT_EQ(all[i], 0x80u >> i);
         EXPECT_EQ(parse<M>(text(all[i])), all[i]);
-        EXPECT_EQ(d::SidLabelBindingFlagsBitsMaskInstance(static_cast<unsigned>(all[i])), all[i]);
-        EXPECT_EQ(d::SidLabelBindingFlagsBitsMaskInstance(d::stringValue(all[i])), all[i]);
+        EXPECT_EQ(Routing::IgpCommon::SidLabelBindingFlagsBitsMaskInstance(static_cast<unsigned>(all[i])),
+                  all[i]);
+        EXPECT_EQ(Routing::IgpCommon::SidLabelBindingFlagsBitsMaskInstance(d::stringValue(all[i])), all[i]);
         names += Kest::strep(all[i]) + " ";
     }
     EXPECT_EQ(names, "addressFamilyBitMask mirrorContextBitMask floodBitMask leakedBitMask attachedBitMask ");
-    EXPECT_THROW(d::SidLabelBindingFlagsBitsMaskInstance(0x04u), Kest::RangeException);
-    EXPECT_THROW(d::SidLabelBindingFlagsBitsMaskInstance(0u), Kest::RangeException);
-    EXPECT_THROW(d::SidLabelBindingFlagsBitsMaskInstance(Poldo::String("flood")), Kest::ParseException);
+    EXPECT_THROW(Routing::IgpCommon::SidLabelBindingFlagsBitsMaskInstance(0x04u), Kest::RangeException);
+    EXPECT_THROW(Routing::IgpCommon::SidLabelBindingFlagsBitsMaskInstance(0u), Kest::RangeException);
+    EXPECT_THROW(Routing::IgpCommon::SidLabelBindingFlagsBitsMaskInstance(Poldo::String("flood")),
+                 Kest::ParseException);
     EXPECT_EQ(d::stringValue(static_cast<M>(3)), "3");
 
     Kest::CharRange r(std::string_view("attachedBitMask, rest"));

@@ -107,7 +107,7 @@ void writeDump(std::ostream& out, const std::vector<std::uint8_t>& ids) {
     for (const std::uint8_t n : ids) {
         auto entry = igpLspFactory(nodeId(0, 0x10, n));
         entry->nodeIs(nodeFactory(entry->nodeId()));
-        entry->node()->hostNameIs("r" + std::to_string(n));
+        entry->node()->hostNameIs(std::string("r").append(std::to_string(n)));
         for (std::uint32_t p = 1; p <= 3; ++p) {
             entry->prefixIs(
                 PrefixKey(Lumo::IpGenPrefix(Lumo::IpAddr(0x0a000000u | (n << 8) | p), 32),

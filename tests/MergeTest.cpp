@@ -372,6 +372,117 @@ TEST(IgpLspMerge, AKeyDifferingInOneFieldIsARemovalPlusAnInsertion) {
                                &IgpLsp::prefix, &IgpLsp::updatePrefixes);
 }
 
+// ---- the database's merge of one LSP ---------------------------------------------------------
+
+TEST(IgpLspDatabaseMerge, ANewNodesEntryAdoptsTheParsedObjectsAndIsPublishedOnceFilled) {
+    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
+    auto parsed = sampleLsp(true);
+    std::size_t membersSeen = 0;
+    IgpTest::RecordingObserver<IgpNodeId> rec(db->publisher());
+    rec.onRecord([&](const Poldo::Notification&, IgpTest::Record&) {
+        const auto entry = db->lsp(nodeId(1));
+        membersSeen = entry ? entry->neighbor().size() + entry->prefix().size() : 0;
+    });
+    const std::uint64_t created0 = testsupport::trackedAllocations();
+    const auto entry = db->lspMerge(parsed);
+
+    EXPECT_EQ(testsupport::trackedAllocations() - created0, 1u) << "the entry; every other object is adopted";
+    ASSERT_EQ(db->lsp(nodeId(1)), entry);
+    ASSERT_EQ(rec.size(), 1u);
+    EXPECT_EQ(*rec[0].keyAs<IgpNodeId>(), nodeId(1));
+    EXPECT_FALSE(rec[0].hasOldValue);
+    EXPECT_EQ(membersSeen, 6u) << "observers of the database see the entry whole";
+    EXPECT_EQ(entry->node(), parsed->node());
+    for (const auto& k : {kV4, kV6, kUnnumbered}) {
+        EXPECT_EQ(entry->neighbor(k), parsed->neighbor(k)) << k.toStrep();
+    }
+    for (const auto& k : {pReach, pReach6, pUnreach}) {
+        EXPECT_EQ(entry->prefix(k), parsed->prefix(k)) << k;
+    }
+    EXPECT_TRUE(entry->neighbor(kV4)->srlgValuesHas(100)) << "SRLGs are folded as by updateNeighbors";
+}
+
+TEST(IgpLspDatabaseMerge, AKnownNodesEntryIsMergedInPlaceAndAnUnchangedLspCostsNothing) {
+    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
+    auto older = isisLspParsedContentFactory();
+    older->nodeIs(nodeFactory(nodeId(1)));
+    older->node()->hostNameIs("old");
+    older->neighborIs(kV4)->igpMetricIs(99);
+    older->neighborIs(kGone);
+    older->prefixIs(pGone);
+    const auto entry = db->lspMerge(older);
+    const Node* node = entry->nodeRawPtr();
+    const Neighbor* kept = entry->neighbor(kV4).get();
+
+    IgpTest::RecordingObserver<IgpNodeId> onDb(db->publisher());
+    IgpTest::RecordingObserver<> onNode(entry->node()->publisher());
+    auto parsed = sampleLsp(false);
+    parsed->node()->hostNameIs("new");
+    EXPECT_EQ(db->lspMerge(parsed), entry);
+    EXPECT_EQ(onDb.size(), 0u);
+    EXPECT_EQ(entry->nodeRawPtr(), node);
+    EXPECT_EQ(node->hostName(), "new");
+    EXPECT_EQ(onNode.size(), 1u);
+    EXPECT_EQ(entry->neighbor(kV4).get(), kept);
+    EXPECT_EQ(kept->igpMetric(), 10u);
+    EXPECT_EQ(keysOf(entry->neighbor()), (std::set<NeighborKey>{kV4, kV6, kUnnumbered}));
+    EXPECT_EQ(keysOf(entry->prefix()), (std::set<PrefixKey>{pReach, pReach6, pUnreach}));
+
+    auto again = sampleLsp(false);
+    again->node()->hostNameIs("new");
+    EverywhereObservers onMembers(*entry);
+    const std::size_t nodeHeard = onNode.size();
+    const std::uint64_t created0 = testsupport::trackedAllocations();
+    const testsupport::AllocationScope heap;
+    db->lspMerge(again);
+    EXPECT_EQ(heap.count(), 0u);
+    EXPECT_EQ(testsupport::trackedAllocations(), created0);
+    EXPECT_EQ(onDb.size(), 0u);
+    EXPECT_EQ(onNode.size(), nodeHeard);
+    EXPECT_EQ(onMembers.total(), 0u);
+}
+
+TEST(IgpLspDatabaseMerge, AContentWithoutNodeIsRefusedAndAnEntryWithoutNodeTakesTheParsedOne) {
+    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
+    IgpTest::RecordingObserver<IgpNodeId> onDb(db->publisher());
+    EXPECT_THROW(db->lspMerge(nullptr), Kest::MutatorNullPointerException);
+    EXPECT_THROW(db->lspMerge(isisLspParsedContentFactory()), Kest::MutatorNullPointerException);
+    EXPECT_EQ(db->lspCount(), 0u);
+    EXPECT_EQ(onDb.size(), 0u);
+
+    const auto bare = igpLspFactory(nodeId(1));
+    db->lspIs(bare);
+    auto parsed = sampleLsp(false);
+    EXPECT_EQ(db->lspMerge(parsed), bare);
+    EXPECT_EQ(bare->node(), parsed->node());
+    EXPECT_EQ(bare->neighbor().size() + bare->prefix().size(), 6u);
+}
+
+// An observer that slips a member of its own into the entry while the parsed
+// members are adopted (before the merge adopts another): the merge still
+// leaves the parsed keys alone.
+TEST(IgpLspDatabaseMerge, AMemberAnObserverAddsDuringTheMergeIsRemoved) {
+    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
+    const auto entry = db->lspMerge(sampleLsp(false));
+    bool added = false;
+    IgpTest::RecordingObserver<NeighborKey, PrefixKey> rec(entry->publisher());
+    rec.onRecord([&](const Poldo::Notification&, IgpTest::Record&) {
+        if (!std::exchange(added, true)) {
+            entry->neighborIs(kGone, neighborFactory(kGone));
+            entry->prefixIs(pGone, prefixFactory(pGone));
+        }
+    });
+    auto parsed = sampleLsp(false);
+    parsed->neighborIs(nbrKey(7, {"10.0.7.1"}));
+    parsed->neighborIs(nbrKey(8, {"10.0.8.1"}));
+    db->lspMerge(parsed);
+    ASSERT_TRUE(added);
+    EXPECT_EQ(entry->neighbor(kGone), nullptr);
+    EXPECT_EQ(entry->prefix(pGone), nullptr);
+    EXPECT_EQ(entry->neighbor().size(), 5u);
+    EXPECT_EQ(entry->prefix().size(), 3u);
+}
+
 // ---- the SRLG fold --------------------------------------------------------------------------
 
 std::set<std::uint32_t> srlgsOf(const Neighbor& n) {
@@ -387,6 +498,7 @@ TEST(IgpLspSrlgFold, ANeighborWithoutLocalAddressesTakesOnlyTheEmptyAddressRecor
     auto unnumbered =
         parsed->neighborIs(nbrKey(2, {}, {"10.0.0.2", "fe80::2"}));  // remote ones name no record
     auto numbered = parsed->neighborIs(nbrKey(3, {"10.0.1.1", "fe80::9"}));
+    auto v4Only = parsed->neighborIs(nbrKey(4, {"10.0.4.1"}));  // its IPv6 family takes the empty record
     parsed->parsedSrLgIs(IpGenAddr())->srlgValueIs(300);
     parsed->parsedSrLgIs(IpGenAddr())->srlgValueIs(301);
     parsed->parsedSrLgIs(IpGenAddr(v4("10.0.0.2")))->srlgValueIs(1);
@@ -397,6 +509,7 @@ TEST(IgpLspSrlgFold, ANeighborWithoutLocalAddressesTakesOnlyTheEmptyAddressRecor
     EXPECT_TRUE(unnumbered->attrsPresent().srlgValues());
     EXPECT_TRUE(srlgsOf(*numbered).empty()) << "both families have a first address and neither has a record";
     EXPECT_FALSE(numbered->attrsPresent().srlgValues());
+    EXPECT_EQ(srlgsOf(*v4Only), (std::set<std::uint32_t>{300, 301}));
 }
 
 TEST(IgpLspSrlgFold, OnlyTheFirstLocalIpv4AddressInIterationOrderNamesTheRecord) {

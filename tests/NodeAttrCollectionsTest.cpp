@@ -172,6 +172,20 @@ TEST(IgpMsdCol, WritingBeyondTheBoundExtendsTheSpanDeletingNeverShrinksItAndComp
     EXPECT_FALSE(a->compareMsdCol(igpMsdColFactory().get())) << "spans differ";
     EXPECT_FALSE(a->compareMsdCol(b.get()));
 
+    // The walk visits the present MSDs only, in position order, and may delete as it goes.
+    auto walked = igpMsdColFactory();
+    walked->msdIs(4, IgpMsd(2, 3));
+    walked->msdIs(1, IgpMsd(1, 8));
+    walked->msdIs(6, IgpMsd());
+    std::vector<std::pair<std::uint32_t, IgpMsd>> seen;
+    for (auto it = walked->begin(); it != walked->end(); ++it) {
+        seen.emplace_back((*it).position, (*it).msd);
+        EXPECT_EQ(walked->msdDel(it), (*it).position == 1 ? IgpMsd(1, 8) : IgpMsd(2, 3));
+    }
+    EXPECT_EQ(seen, (std::vector<std::pair<std::uint32_t, IgpMsd>>{{1, IgpMsd(1, 8)}, {4, IgpMsd(2, 3)}}));
+    EXPECT_EQ(walked->begin(), walked->end()) << "everything deleted";
+    EXPECT_EQ(walked->span(), 7u);
+
     const std::string text = "Value('Routing::IgpCommon::IgpMsd', ** {'msdType': 1, 'msdValue': 8})";
     EXPECT_EQ(Kest::strep(IgpMsd(1, 8)), text);
     EXPECT_EQ(parse<IgpMsd>(text), IgpMsd(1, 8));

@@ -30,6 +30,8 @@
 //   order walk is the (hash, key) order whatever the table's size. Look-ups
 //   stop at the first larger hash, so a miss costs about as much as a hit.
 //   Insertion shifts the rest of a run right by one, erasure shifts it back.
+//   findOrInsert inserts at the slot its look-up stopped at, so a key is
+//   hashed once; callers that look one key up several times pass its hash.
 //   The table is one heap block (a 16-byte header, then the slots), sized to
 //   a load of at most 3/4; reserve() sizes it exactly.
 //
@@ -63,6 +65,7 @@ template <class K, class V>
 struct HashMapEntry {
     K key;
     V value;
+    friend bool operator==(const HashMapEntry&, const HashMapEntry&) = default;
 };
 
 /// KeyFunktor of sets: the member is its own key.
@@ -233,6 +236,12 @@ public:
         const std::uint32_t i = findPos(k);
         return i == npos ? nullptr : &memberAt(i);
     }
+    /// The same with the key's hash, hashOf(k), computed once by a caller
+    /// that looks the key up more than once.
+    const Member* find(const Key& k, std::uint32_t h) const noexcept {
+        const std::uint32_t i = isHeap() ? locate(h, k) : inlineFind(k);
+        return i == npos ? nullptr : &memberAt(i);
+    }
     bool contains(const Key& k) const noexcept { return findPos(k) != npos; }
     /// An iterator at the member with that key, or end().
     iterator findIter(const Key& k) const noexcept {
@@ -243,31 +252,27 @@ public:
     /// Inserts `m` unless a member with its key is present. Returns the member
     /// now stored under the key and whether it is the new one.
     std::pair<const Member*, bool> insert(Member m) {
-        const Key& k = KeyFunktor()(m);
-        if (!isHeap()) {
-            const std::uint32_t found = inlineFind(k);
-            if (found != npos) {
-                return {inlineAt(found), false};
-            }
-            if constexpr (hasInline) {
-                if (inlineCount() < InlineN) {
-                    return {inlinePlace(m), true};
-                }
-            }
-            grow();
-        }
-        const std::uint32_t h = hashOf(k);
-        for (;;) {
-            std::uint32_t at = 0;
-            const std::uint32_t found = locate(h, k, &at);
-            if (found != npos) {
-                return {&slots()[found].m(), false};
-            }
-            if (placeAt(at, h, m)) {
-                return {&slots()[at].m(), true};
-            }
-            grow();
-        }
+        return findOrInsert(KeyFunktor()(m), [&m]() -> Member&& { return std::move(m); });
+    }
+    /// The same with the hash of m's key, hashOf(key), computed by the caller.
+    std::pair<const Member*, bool> insert(Member m, std::uint32_t h) {
+        return findOrInsert(KeyFunktor()(m), h, [&m]() -> Member&& { return std::move(m); });
+    }
+
+    /// The member with key `k`, or else a new one made by `make()` (it must
+    /// carry `k` and must not touch this collection), and whether it is new.
+    /// A look-up that inserts on a miss: the key is hashed once, and only in
+    /// a heap table; nothing is made when the key is present.
+    template <class Make>
+    std::pair<const Member*, bool> findOrInsert(const Key& k, Make&& make) {
+        return findOrInsertWith(
+            k, [&k] { return hashOf(k); }, make);
+    }
+    /// The same with the key's hash, hashOf(k), computed by the caller.
+    template <class Make>
+    std::pair<const Member*, bool> findOrInsert(const Key& k, std::uint32_t h, Make&& make) {
+        return findOrInsertWith(
+            k, [h] { return h; }, make);
     }
 
     /// Replaces the member at `pos` by `m`, which must carry the same key, and
@@ -459,7 +464,54 @@ private:
         return inlineAt(at);
     }
 
+    // `k` is not read once `make()` ran: it may be a member that make moves.
+    template <class Hash, class Make>
+    std::pair<const Member*, bool> findOrInsertWith(const Key& k, Hash hash, Make& make) {
+        if (!isHeap()) {
+            const std::uint32_t found = inlineFind(k);
+            if (found != npos) {
+                return {inlineAt(found), false};
+            }
+            if constexpr (hasInline) {
+                if (inlineCount() < InlineN) {
+                    Member m = make();
+                    return {inlinePlace(m), true};
+                }
+            }
+            const std::uint32_t h = hash();
+            // Made before the table grows: if making fails, nothing changed.
+            Member m = make();
+            grow();
+            return {placeAbsent(h, m), true};
+        }
+        const std::uint32_t h = hash();
+        std::uint32_t at = 0;
+        const std::uint32_t found = locate(h, k, &at);
+        if (found != npos) {
+            return {&slots()[found].m(), false};
+        }
+        Member m = make();
+        if (placeAt(at, h, m)) {
+            return {&slots()[at].m(), true};
+        }
+        grow();
+        return {placeAbsent(h, m), true};
+    }
+
     // ---- heap table ----------------------------------------------------
+
+    /// Places `m`, whose key is absent and hashes to `h`, growing as needed.
+    const Member* placeAbsent(std::uint32_t h, Member& m) {
+        for (;;) {
+            std::uint32_t at = 0;
+            locate(h, KeyFunktor()(m), &at);
+            if (placeAt(at, h, m)) {
+                return &slots()[at].m();
+            }
+            grow();
+        }
+    }
+
     /// Finds the slot of key `k` with hash `h`; with `insertAt`, also the slot
     /// where it would be inserted when absent.
     std::uint32_t locate(std::uint32_t h, const Key& k, std::uint32_t* insertAt = nullptr) const noexcept {
@@ -796,11 +848,25 @@ public:
         }
         return Entry{KeyFunktor()(*m), *m};
     }
+    /// The same with the key's hash, hashOf(k), computed by the caller.
+    std::optional<Entry> find(const Key& k, std::uint32_t h) const noexcept {
+        const Member* m = table_.find(k, h);
+        if (m == nullptr) {
+            return std::nullopt;
+        }
+        return Entry{KeyFunktor()(*m), *m};
+    }
     bool contains(const Key& k) const noexcept { return table_.contains(k); }
     iterator findIter(const Key& k) const noexcept { return iterator(table_.findIter(k)); }
 
     /// Inserts `m` under its own key unless that key is present; true when inserted.
     bool insert(Member m) { return table_.insert(std::move(m)).second; }
+    /// The member of key `k` (hashing to `h`), or else a new one made by
+    /// `make()`, which must carry `k`; see HashMap2018::findOrInsert.
+    template <class Make>
+    std::pair<const Member*, bool> findOrInsert(const Key& k, std::uint32_t h, Make&& make) {
+        return table_.findOrInsert(k, h, std::forward<Make>(make));
+    }
     /// Replaces the member at `pos` by `m`, which must carry the same key.
     Member replace(iterator pos, Member m) { return table_.replace(pos.it_, std::move(m)); }
     bool erase(const Key& k, Member* removed = nullptr) { return table_.erase(k, removed); }

@@ -531,12 +531,21 @@ void buildBinding(const BindingPlan& b, IC::IsisLspParsedContent& content) {
 Poldo::Ptr<IC::IsisLspParsedContent> buildContent(const LspPlan& lsp, BuildParts parts) {
     auto content = IC::isisLspParsedContentFactory();
     buildNode(lsp, *content);
+    // Sized from the counts, as a decoder that counted the TLV entries does.
     if (parts.neighbors) {
+        content->neighborReserve(static_cast<std::uint32_t>(lsp.links.size()));
+        std::uint32_t srlgRecords = 0;
+        for (const LinkPlan& l : lsp.links) {
+            srlgRecords += l.srlgs.empty() ? 0 : (l.srlgV6 ? 2 : 1);
+        }
+        content->parsedSrLgReserve(srlgRecords);
         for (const LinkPlan& l : lsp.links) {
             buildNeighbor(l, *content);
         }
     }
     if (parts.prefixes) {
+        // Bindings may name advertised prefixes: at most this many.
+        content->prefixReserve(static_cast<std::uint32_t>(lsp.bindings.size() + lsp.prefixes.size()));
         for (const BindingPlan& b : lsp.bindings) {
             buildBinding(b, *content);
         }
@@ -548,19 +557,7 @@ Poldo::Ptr<IC::IsisLspParsedContent> buildContent(const LspPlan& lsp, BuildParts
 }
 
 void mergeContent(IC::IgpLspDatabase& db, const Poldo::Ptr<IC::IsisLspParsedContent>& content) {
-    const IC::IgpNodeId& id = content->node()->nodeId();
-    Poldo::Ptr<IC::IgpLsp> entry = db.lsp(id);
-    if (!entry) {
-        entry = IC::igpLspFactory(id);
-        entry->nodeIs(content->node());
-        entry->updateNeighbors(content);
-        entry->updatePrefixes(content);
-        db.lspIs(entry);
-        return;
-    }
-    entry->node()->updateNodeAttrs(content->nodeRawPtr());
-    entry->updateNeighbors(content);
-    entry->updatePrefixes(content);
+    db.lspMerge(content);
 }
 
 Churn makeChurn(const Topology& base, std::uint32_t percent, std::uint64_t seed) {

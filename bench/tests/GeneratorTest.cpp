@@ -3,7 +3,9 @@
 // churn changes exactly what it says.
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -194,6 +196,19 @@ TEST(Generator, ToolWritesTheEncodedTopology) {
     std::remove(path.c_str());
 }
 
+TEST(Generator, ToolAnswersHelpAndRefusesBadArguments) {
+    const auto run = [](const std::string& args) {
+        const int status =
+            std::system((std::string(IGPLSDB_GEN_TOOL) + " " + args + " >/dev/null 2>&1").c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    EXPECT_EQ(run("--help"), 0);
+    EXPECT_NE(run("--level 3 -o /dev/null"), 0);
+    EXPECT_NE(run("--routers"), 0);
+    EXPECT_NE(run("--routers 12abc -o /dev/null"), 0);
+    EXPECT_NE(run("--bogus 1"), 0);
+}
+
 }  // namespace
 
 namespace {
@@ -244,8 +259,10 @@ TEST(Pcap, ReaderKeepsLlcFramesOfEitherByteOrderAndRefusesDamage) {
                             0,    0,    0,    0,    0, 0, 0xff, 0xff, 0, 0, 0, 1};
     auto record = [](const Bytes& frame) {
         const auto n = static_cast<std::uint8_t>(frame.size());
-        Bytes r = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, n, 0, 0, 0, n};
-        r.insert(r.end(), frame.begin(), frame.end());
+        Bytes r(16 + frame.size(), 0);
+        r[11] = n;
+        r[15] = n;
+        std::copy(frame.begin(), frame.end(), r.begin() + 16);
         return r;
     };
     Bytes macs(12, 0x02);

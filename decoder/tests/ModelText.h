@@ -139,7 +139,8 @@ inline std::string neighborLine(const IC::Neighbor& n) {
     if (present.unreservedBw()) {
         std::string s = "unrsv=";
         for (unsigned p = 0; p < 8; ++p) {
-            s += (p ? "," : "") + num(n.unreservedBw(IC::BwIndex(p)));
+            s += p != 0 ? "," : "";
+            s += num(n.unreservedBw(IC::BwIndex(p)));
         }
         parts.push_back(s);
     }
@@ -150,7 +151,8 @@ inline std::string neighborLine(const IC::Neighbor& n) {
         }
         std::string s = "eag=";
         for (unsigned i = 0; !words.empty() && i <= words.rbegin()->first; ++i) {
-            s += (i ? "," : "") + hex(words.count(i) ? words[i] : 0, 1);
+            s += i != 0 ? "," : "";
+            s += hex(words.count(i) ? words[i] : 0, 1);
         }
         parts.push_back(s);
     }

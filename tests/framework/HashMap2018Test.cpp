@@ -256,16 +256,27 @@ TYPED_TEST(HashMap2018Test, RandomOperationsAgreeWithAnOrderedModel) {
         const std::uint32_t id = idDist(rng);
         const int op = opDist(rng);
         if (op < 55) {
-            const auto [member, inserted] = m.insert(Tr::make(id, static_cast<std::uint32_t>(step)));
+            // Half the insertions look up first and make the member only on a miss.
+            int made = 0;
+            const auto make = [&] {
+                ++made;
+                return Tr::make(id, static_cast<std::uint32_t>(step));
+            };
+            const auto key = Tr::key(id);
+            const auto [member, inserted] = op < 30   ? m.insert(make())
+                                            : op < 45 ? m.findOrInsert(key, make)
+                                                      : m.findOrInsert(key, Tr::Map::hashOf(key), make);
             const bool modelInserted = model.emplace(id, static_cast<std::uint32_t>(step)).second;
             ASSERT_EQ(inserted, modelInserted) << "step " << step << " id " << id;
+            ASSERT_EQ(made, op < 30 || inserted ? 1 : 0) << "step " << step << " id " << id;
             if (Tr::payload(*member)) {
                 ASSERT_EQ(*Tr::payload(*member), model.at(id));
             }
         } else if (op < 90) {
             ASSERT_EQ(m.erase(Tr::key(id)), model.erase(id) == 1) << "step " << step << " id " << id;
         } else {
-            const auto* found = m.find(Tr::key(id));
+            const auto key = Tr::key(id);
+            const auto* found = op < 95 ? m.find(key) : m.find(key, Tr::Map::hashOf(key));
             ASSERT_EQ(found != nullptr, model.count(id) == 1) << "step " << step << " id " << id;
         }
         ASSERT_EQ(m.size(), model.size());

@@ -66,9 +66,10 @@ constexpr std::uint32_t refK1 = 0x07060504u;
 constexpr std::uint32_t refVectors[] = {0x5b9f35a9u, 0xb85a4727u, 0x03a662fau, 0x04e7fe8au, 0x89466e2au};
 
 std::vector<std::uint8_t> counting(std::size_t n) {
-    std::vector<std::uint8_t> v(n);
+    std::vector<std::uint8_t> v;
+    v.reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
-        v[i] = static_cast<std::uint8_t>(i);
+        v.push_back(static_cast<std::uint8_t>(i));
     }
     return v;
 }

@@ -18,7 +18,7 @@ using Map = Kest::RbTreeMap<int, std::string>;
 Map makeMap(std::initializer_list<int> keys) {
     Map m;
     for (int k : keys) {
-        m.insert(k, "v" + std::to_string(k));
+        m.insert(k, std::string("v").append(std::to_string(k)));
     }
     return m;
 }

@@ -51,19 +51,10 @@ void takeTheirMetrics(const IC::IgpLsp& ours, const IC::IgpLsp& theirs) {
 
 void merge(IC::IgpLspDatabase& db, const IC::IgpLsp& theirs) {
     const auto parsed = contentOf(theirs);
-    auto entry = db.lsp(theirs.nodeId());
-    if (!entry) {
-        entry = IC::igpLspFactory(theirs.nodeId());
-        entry->nodeIs(parsed->node());
-        entry->updateNeighbors(parsed);
-        entry->updatePrefixes(parsed);
-        db.lspIs(entry);
-        return;
+    if (const auto entry = db.lsp(theirs.nodeId())) {
+        takeTheirMetrics(*entry, theirs);
     }
-    takeTheirMetrics(*entry, theirs);
-    entry->node()->updateNodeAttrs(parsed->nodeRawPtr());
-    entry->updateNeighbors(parsed);
-    entry->updatePrefixes(parsed);
+    db.lspMerge(parsed);
 }
 
 }  // namespace
