@@ -346,7 +346,11 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::span<const std::uint
     const IC::IgpNodeId id = h.nodeId();
     NodeState& node = nodes_[id];
     Fragment& f = node.fragments[h.fragment];
-    const Poldo::Ptr<IC::IsisLspParsedContent> before = f.held ? decodeHeld(id, f.octets) : nullptr;
+    // The old copy tells which keys it carried; a node left with one
+    // fragment is merged whole and needs no such account.
+    const std::size_t heldAfter = node.held - (f.held ? 1 : 0) + (content ? 1 : 0);
+    const Poldo::Ptr<IC::IsisLspParsedContent> before =
+        f.held && heldAfter >= 2 ? decodeHeld(id, f.octets) : nullptr;
     const bool wasNodeWide = f.held && f.nodeWide;
     f.header = h;
     f.fromPdu = fromPdu;
@@ -383,13 +387,40 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         d.content->nodeIs(IC::nodeFactory(id));
     }
     IC::IsisLspParsedContent& delta = *d.content;
-    if (node.held == 0) {
-        d.nodeGone = true;
+    if (node.held <= 1) {
         node.neighbors.clear();
         node.prefixes.clear();
         node.srlgs.clear();
         node.linksByAddr.clear();
+        node.indexed = false;
+        if (node.held == 0) {
+            d.nodeGone = true;
+            return d;
+        }
+        // One fragment is the union by itself, but that the overload and
+        // attached bits count in fragment 0 only (ISO 10589 7.3.4.4).
+        const auto only = std::find_if(node.fragments.begin(), node.fragments.end(),
+                                       [](const auto& f) { return f.second.held; });
+        if (only->first != number) {
+            d.content = decodeHeld(id, only->second.octets);
+        }
+        if (only->first != 0) {
+            d.content->node()->flagsIs(IC::NodeFlags());
+        }
+        d.whole = true;
         return d;
+    }
+    if (!node.indexed) {
+        // A second fragment: index what was held so far (one fragment).
+        for (const auto& [num, f] : node.fragments) {
+            if (f.held && num != number) {
+                index(node, num, *decodeHeld(id, f.octets));
+            }
+        }
+        if (before) {
+            index(node, number, *before);
+        }
+        node.indexed = true;
     }
 
     std::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded;
@@ -584,6 +615,24 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     return d;
 }
 
+void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
+    for (const auto& n : c.neighbor()) {
+        const auto [it, added] = node.neighbors.try_emplace(n->key());
+        if (added) {
+            for (const auto& a : foldAddresses(it->first)) {
+                node.linksByAddr.emplace(a, &it->first);
+            }
+        }
+        it->second.set(number);
+    }
+    for (const auto& p : c.prefix()) {
+        node.prefixes[p->prefixKey()].set(number);
+    }
+    for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
+        node.srlgs[(*it)->localAddr()].set(number);
+    }
+}
+
 // Merges the changed part of a node's union into its entry, as merging the
 // whole union (IgpLsp::updateNeighbors, updatePrefixes, Node::updateNodeAttrs)
 // would: keys that are not in the delta would have gone through updateAttr
@@ -591,6 +640,10 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
 void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
     if (d.nodeGone) {
         db_->lspDel(id);
+        return;
+    }
+    if (d.whole) {
+        db_->lspMerge(d.content);
         return;
     }
     const IC::IsisLspParsedContent& c = *d.content;

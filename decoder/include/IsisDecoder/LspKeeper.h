@@ -113,6 +113,8 @@ private:
     struct NodeState {
         std::map<std::uint8_t, Fragment> fragments;
         std::size_t held = 0;
+        // A node of one fragment needs no index: that fragment is the union.
+        bool indexed = false;
         std::map<Routing::IgpCommon::NeighborKey, FragmentSet> neighbors;
         std::map<Routing::IgpCommon::PrefixKey, FragmentSet> prefixes;
         std::map<Lumo::IpGenAddr, FragmentSet> srlgs;
@@ -126,6 +128,7 @@ private:
         Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
         bool nodeChanged = false;
         bool nodeGone = false;
+        bool whole = false;  // `content` is the whole union: merged as such
         std::vector<Routing::IgpCommon::NeighborKey> goneNeighbors;
         std::vector<Routing::IgpCommon::PrefixKey> gonePrefixes;
     };
@@ -137,6 +140,8 @@ private:
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& before,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& after, bool nodeTouched);
     void merge(const Routing::IgpCommon::IgpNodeId& id, const Delta& delta);
+    static void index(NodeState& node, std::uint8_t number,
+                      const Routing::IgpCommon::IsisLspParsedContent& c);
 
     Routing::IgpCommon::IgpLevel level_;
     Poldo::Ptr<Routing::IgpCommon::IgpLspDatabase> db_;
