@@ -410,11 +410,13 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         d.whole = true;
         return d;
     }
+    // The other fragments decoded in this update, each once.
+    std::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded;
     if (!node.indexed) {
         // A second fragment: index what was held so far (one fragment).
         for (const auto& [num, f] : node.fragments) {
             if (f.held && num != number) {
-                index(node, num, *decodeHeld(id, f.octets));
+                index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets)).first->second);
             }
         }
         if (before) {
@@ -423,7 +425,6 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         node.indexed = true;
     }
 
-    std::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded;
     const auto contentOf = [&](std::uint8_t f) -> const IC::IsisLspParsedContent& {
         if (f == number) {
             return *after;
