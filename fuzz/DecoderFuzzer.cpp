@@ -55,24 +55,7 @@ void fixChecksum(std::vector<std::uint8_t>& pdu) {
     if (end < headerLength) {
         return;
     }
-    pdu[24] = pdu[25] = 0;
-    int c0 = 0;
-    int c1 = 0;
-    for (std::size_t i = 12; i < end; ++i) {
-        c0 = (c0 + pdu[i]) % 255;
-        c1 = (c1 + c0) % 255;
-    }
-    const int len = static_cast<int>(end - 12);
-    int x = ((len - 13) * c0 - c1) % 255;
-    if (x <= 0) {
-        x += 255;
-    }
-    int y = (c1 - (len - 12) * c0) % 255;
-    if (y <= 0) {
-        y += 255;
-    }
-    pdu[24] = static_cast<std::uint8_t>(x);
-    pdu[25] = static_cast<std::uint8_t>(y);
+    D::fillLspChecksum(std::span(pdu).first(end));
 }
 
 /// The entry of `id`, checked to sit under its own id with its own node; null when absent.

@@ -1,122 +1,13 @@
 #include "IsisDecoder/LspKeeper.h"
 
 #include <algorithm>
+#include <array>
+
+#include "LspDecoder.h"
 
 namespace Routing::IsisDecoder {
 
 namespace IC = Routing::IgpCommon;
-
-LspKeeper::LspKeeper(IC::IgpLevel level) : level_(level), db_(IC::igpLspDatabaseFactory(level)) {}
-
-std::size_t LspKeeper::fragmentCount() const noexcept {
-    std::size_t n = 0;
-    for (const auto& [id, frags] : nodes_) {
-        for (const auto& [num, f] : frags) {
-            n += f.content ? 1 : 0;
-        }
-    }
-    return n;
-}
-
-std::size_t LspKeeper::fragmentCount(const IC::IgpNodeId& id) const noexcept {
-    const auto it = nodes_.find(id);
-    if (it == nodes_.end()) {
-        return 0;
-    }
-    std::size_t n = 0;
-    for (const auto& [num, f] : it->second) {
-        n += f.content ? 1 : 0;
-    }
-    return n;
-}
-
-LspKeeper::Fragment* LspKeeper::heldFragment(const IC::IgpNodeId& id, std::uint8_t fragment) {
-    const auto node = nodes_.find(id);
-    if (node == nodes_.end()) {
-        return nullptr;
-    }
-    const auto f = node->second.find(fragment);
-    return f == node->second.end() ? nullptr : &f->second;
-}
-
-LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
-    const LspHeader& h = lsp.header;
-    if (h.level != static_cast<unsigned>(level_) || !lsp.content) {
-        ++ignored_;
-        return Outcome::ignored;
-    }
-    const IC::IgpNodeId id = h.nodeId();
-    Fragments& frags = nodes_[id];
-    const auto held = frags.find(h.fragment);
-    // ISO 10589 7.3.16: a newer sequence number wins; a purge also replaces
-    // the copy of the same number that it removes.
-    if (held != frags.end()) {
-        const bool newer = h.sequenceNumber > held->second.seq;
-        const bool purgesHeld = h.isPurge() && h.sequenceNumber == held->second.seq && held->second.content;
-        if (!newer && !purgesHeld) {
-            ++ignored_;
-            return Outcome::ignored;
-        }
-    }
-    Fragment& f = frags[h.fragment];
-    f.seq = h.sequenceNumber;
-    f.content = h.isPurge() ? nullptr : lsp.content;
-    f.octets.clear();
-    rebuild(id, frags);
-    return h.isPurge() ? Outcome::purged : Outcome::installed;
-}
-
-namespace {
-
-// LSP PDU octets (ISO 10589 9.9): remaining lifetime, LSP ID, sequence number,
-// checksum, then the flags and the TLVs.
-constexpr std::size_t lifetimeAt = 10;
-constexpr std::size_t lspIdAt = 12;
-constexpr std::size_t seqAt = 20;
-constexpr std::size_t flagsAt = 26;
-
-// The same PDU but for lifetime, sequence number and checksum. The held copy
-// was decoded whole, so a copy that matches it and passes the checksum is
-// as well formed as it was.
-bool sameButHeader(std::span<const std::uint8_t> pdu, const std::vector<std::uint8_t>& held) {
-    const auto same = [&](std::size_t from, std::size_t to) {
-        return std::equal(pdu.begin() + static_cast<std::ptrdiff_t>(from),
-                          pdu.begin() + static_cast<std::ptrdiff_t>(to),
-                          held.begin() + static_cast<std::ptrdiff_t>(from));
-    };
-    return pdu.size() == held.size() && same(0, lifetimeAt) && same(lspIdAt, seqAt) &&
-           same(flagsAt, pdu.size());
-}
-
-}  // namespace
-
-LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
-    if (const auto h = decodeLspHeader(pdu); h && !h->isPurge()) {
-        Fragment* held = heldFragment(h->nodeId(), h->fragment);
-        const auto body = pdu.first(h->pduLength);
-        if (held != nullptr && held->content && h->sequenceNumber > held->seq &&
-            sameButHeader(body, held->octets) && lspChecksumAccepted(*h, body)) {
-            held->seq = h->sequenceNumber;
-            std::copy(body.begin(), body.end(), held->octets.begin());
-            ++refreshed_;
-            return Outcome::refreshed;
-        }
-    }
-    const DecodeResult r = decodeLsp(pdu);
-    if (!r) {
-        if (error != nullptr) {
-            *error = r.error();
-        }
-        return Outcome::rejected;
-    }
-    const Outcome outcome = receive(r.lsp());
-    if (outcome == Outcome::installed) {
-        const LspHeader& h = r.lsp().header;
-        const auto body = pdu.first(h.pduLength);
-        nodes_[h.nodeId()][h.fragment].octets.assign(body.begin(), body.end());
-    }
-    return outcome;
-}
 
 namespace {
 
@@ -187,8 +78,9 @@ void uniteNode(IC::Node& into, const IC::Node& from, std::uint8_t fragment) {
 }
 
 // A link that a later fragment describes again under the same key: each TE
-// attribute comes from the first fragment that carries it, the metric from
-// the first fragment, and the adjacency SIDs of all are kept.
+// attribute comes from the first fragment that carries it, the metric is the
+// best of them (as within one fragment, for parallel links the key cannot
+// tell apart), and the adjacency SIDs and SRLGs of all are kept.
 void uniteNeighbor(IC::Neighbor& into, const IC::Neighbor& from) {
     const auto have = into.attrsPresent();
     const auto add = from.attrsPresent();
@@ -215,6 +107,12 @@ void uniteNeighbor(IC::Neighbor& into, const IC::Neighbor& from) {
         into.teDefMetricIs(from.teDefMetric());
     }
     into.attrsPresentIs(IC::Neighbor::NeighborAttrsPresent(have.value() | add.value()));
+    if (from.igpMetric() < into.igpMetric()) {
+        into.igpMetricIs(from.igpMetric());
+    }
+    for (auto it = from.srlgValues().begin(); it != from.srlgValues().end(); ++it) {
+        into.srlgValuesIs(*it);
+    }
     for (const auto& sid : from.adjSid()) {
         into.adjSidIs(sid);
     }
@@ -248,57 +146,546 @@ void unitePrefix(IC::Prefix& into, const IC::Prefix& from) {
     }
 }
 
+// Whether a fragment's node carries anything uniteNode() takes from a fragment
+// other than 0.
+bool carriesNodeWide(const IC::Node& n) {
+    return !n.hostName().empty() || !n.ipv4RouterId().isZero() || !n.ipv6RouterId().isZero() ||
+           n.isisAreaIdCol() || n.mtIdCol() || n.srCapabilities() || n.srlb() || n.msdCol() || n.fadCol();
+}
+
+// The addresses whose SRLG records the merge folds onto a link: its first
+// local IPv4 and first local IPv6 address, the empty address for a family
+// the key has none of.
+std::array<Lumo::IpGenAddr, 2> foldAddresses(const IC::NeighborKey& k) {
+    std::array<Lumo::IpGenAddr, 2> a;
+    if (!k.localIpv4Addr().empty()) {
+        a[0] = Lumo::IpGenAddr(*k.localIpv4Addr().uncheckedBegin());
+    }
+    if (!k.localIpv6Addr().empty()) {
+        a[1] = Lumo::IpGenAddr(*k.localIpv6Addr().uncheckedBegin());
+    }
+    return a;
+}
+
+void foldSrlg(const IC::IsisLspParsedContent& parsed, const Lumo::IpGenAddr& addr, IC::Neighbor& p) {
+    if (parsed.parsedSrLg().empty()) {
+        return;
+    }
+    const auto* record = parsed.parsedSrLg().find(addr);
+    if (record == nullptr) {
+        return;
+    }
+    IC::Neighbor::NeighborAttrsPresent present = p.attrsPresent();
+    present.srlgValuesIs(true);
+    p.attrsPresentIs(present);
+    const auto& values = (*record)->srlgValue();
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        p.srlgValuesIs(*it);
+    }
+}
+
+template <class Fn>
+void forEachIn(const std::bitset<256>& s, Fn&& fn) {
+    for (unsigned f = 0; f < 256; ++f) {
+        if (s.test(f)) {
+            fn(static_cast<std::uint8_t>(f));
+        }
+    }
+}
+
+// LSP PDU octets (ISO 10589 9.9): remaining lifetime, LSP ID, sequence number,
+// checksum, then the flags and the TLVs.
+constexpr std::size_t lifetimeAt = 10;
+constexpr std::size_t lspIdAt = 12;
+constexpr std::size_t seqAt = 20;
+constexpr std::size_t flagsAt = 26;
+
+// The same PDU but for lifetime, sequence number and checksum. The held copy
+// was decoded whole, so a copy that matches it and passes the checksum is
+// as well formed as it was.
+bool sameButHeader(std::span<const std::uint8_t> pdu, const std::vector<std::uint8_t>& held) {
+    const auto same = [&](std::size_t from, std::size_t to) {
+        return std::equal(pdu.begin() + static_cast<std::ptrdiff_t>(from),
+                          pdu.begin() + static_cast<std::ptrdiff_t>(to),
+                          held.begin() + static_cast<std::ptrdiff_t>(from));
+    };
+    return pdu.size() == held.size() && same(0, lifetimeAt) && same(lspIdAt, seqAt) &&
+           same(flagsAt, pdu.size());
+}
+
+template <class Map, class Key>
+std::vector<Key> inEntryOrder(std::vector<Key> keys) {
+    std::vector<std::pair<std::uint32_t, Key*>> order;
+    order.reserve(keys.size());
+    for (auto& k : keys) {
+        order.emplace_back(Map::hashOf(k), &k);
+    }
+    std::sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
+        return a.first != b.first ? a.first < b.first : *a.second < *b.second;
+    });
+    std::vector<Key> sorted;
+    sorted.reserve(keys.size());
+    for (const auto& [h, k] : order) {
+        sorted.push_back(std::move(*k));
+    }
+    return sorted;
+}
+
+// The content of octets that decoded when they were taken.
+Poldo::Ptr<IC::IsisLspParsedContent> decodeHeld(const IC::IgpNodeId& id,
+                                                std::span<const std::uint8_t> octets) {
+    if (auto content = decodeAcceptedLsp(octets)) {
+        return content;
+    }
+    auto empty = IC::isisLspParsedContentFactory();
+    empty->nodeIs(IC::nodeFactory(id));
+    return empty;
+}
+
 }  // namespace
 
-void LspKeeper::rebuild(const IC::IgpNodeId& id, const Fragments& frags) {
-    auto all = IC::isisLspParsedContentFactory();
-    all->nodeIs(IC::nodeFactory(id));
-    bool any = false;
-    bool srCapSeen = false;
-    bool srlbSeen = false;
-    for (const auto& [num, f] : frags) {
-        if (!f.content) {
-            continue;
+LspKeeper::LspKeeper(IC::IgpLevel level) : level_(level), db_(IC::igpLspDatabaseFactory(level)) {}
+
+std::size_t LspKeeper::fragmentCount(const IC::IgpNodeId& id) const noexcept {
+    const auto it = nodes_.find(id);
+    return it == nodes_.end() ? 0 : it->second.held;
+}
+
+std::optional<LspKeeper::HeldFragment> LspKeeper::fragment(const IC::IgpNodeId& id,
+                                                           std::uint8_t number) const {
+    const auto node = nodes_.find(id);
+    if (node == nodes_.end()) {
+        return std::nullopt;
+    }
+    const auto f = node->second.fragments.find(number);
+    if (f == node->second.fragments.end() || !f->second.held) {
+        return std::nullopt;
+    }
+    return HeldFragment{f->second.header, f->second.octets};
+}
+
+// ISO 10589 7.3.16: a newer sequence number wins; a purge also replaces the
+// copy of the same number that it removes.
+bool LspKeeper::newer(const LspHeader& h) {
+    const auto node = nodes_.find(h.nodeId());
+    if (node == nodes_.end()) {
+        return true;
+    }
+    const auto held = node->second.fragments.find(h.fragment);
+    if (held == node->second.fragments.end()) {
+        return true;
+    }
+    const Fragment& f = held->second;
+    if (h.sequenceNumber > f.header.sequenceNumber ||
+        (h.isPurge() && h.sequenceNumber == f.header.sequenceNumber && f.held)) {
+        return true;
+    }
+    ++ignored_;
+    return false;
+}
+
+LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
+    const LspHeader& h = lsp.header;
+    if (h.level != static_cast<unsigned>(level_) || !lsp.content || lsp.octets.empty()) {
+        ++ignored_;
+        return Outcome::ignored;
+    }
+    if (!newer(h)) {
+        return Outcome::ignored;
+    }
+    // The keeper merges contents of its own: the caller's stays as it was.
+    Poldo::Ptr<IC::IsisLspParsedContent> content;
+    if (!h.isPurge()) {
+        content = decodeAcceptedLsp(lsp.octets);
+        if (!content) {
+            ++ignored_;
+            return Outcome::ignored;
         }
-        any = true;
-        const IC::IsisLspParsedContent& c = *f.content;
-        uniteNode(*all->node(), *c.node(), num);
-        if (!srCapSeen && c.node()->srCapabilities()) {
-            all->parsedSrCapFragIdIs(c.parsedSrCapFragId());
-            srCapSeen = true;
-        }
-        if (!srlbSeen && c.node()->srlb()) {
-            all->parsedSrlbFragIdIs(c.parsedSrlbFragId());
-            srlbSeen = true;
-        }
-        for (const auto& n : c.neighbor()) {
-            if (const auto held = all->neighbor(n->key())) {
-                uniteNeighbor(*held, *n);
-            } else {
-                all->neighborIs(n->key())->updateAttr(n);
+    }
+    return take(h, lsp.octets, content, false);
+}
+
+LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
+    if (const auto h = decodeLspHeader(pdu); h && !h->isPurge()) {
+        const auto node = nodes_.find(h->nodeId());
+        if (node != nodes_.end()) {
+            const auto held = node->second.fragments.find(h->fragment);
+            const auto body = pdu.first(h->pduLength);
+            if (held != node->second.fragments.end()) {
+                Fragment& f = held->second;
+                if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber &&
+                    sameButHeader(body, f.octets) && lspChecksumAccepted(*h, body)) {
+                    f.header = *h;
+                    std::copy(body.begin(), body.end(), f.octets.begin());
+                    ++refreshed_;
+                    return Outcome::refreshed;
+                }
             }
         }
-        for (const auto& p : c.prefix()) {
-            if (const auto held = all->prefix(p->prefixKey())) {
-                unitePrefix(*held, *p);
-            } else {
-                all->prefixIs(p->prefixKey())->updateAttr(p);
+    }
+    const DecodeResult r = decodeLsp(pdu);
+    if (!r) {
+        if (error != nullptr) {
+            *error = r.error();
+        }
+        return Outcome::rejected;
+    }
+    const DecodedLsp& lsp = r.lsp();
+    if (lsp.header.level != static_cast<unsigned>(level_)) {
+        ++ignored_;
+        return Outcome::ignored;
+    }
+    if (!newer(lsp.header)) {
+        return Outcome::ignored;
+    }
+    return take(lsp.header, lsp.octets, lsp.header.isPurge() ? nullptr : lsp.content, true);
+}
+
+LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::span<const std::uint8_t> octets,
+                                   const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu) {
+    const IC::IgpNodeId id = h.nodeId();
+    NodeState& node = nodes_[id];
+    Fragment& f = node.fragments[h.fragment];
+    // The old copy tells which keys it carried; a node left with one
+    // fragment is merged whole and needs no such account.
+    const std::size_t heldAfter = node.held - (f.held ? 1 : 0) + (content ? 1 : 0);
+    const Poldo::Ptr<IC::IsisLspParsedContent> before =
+        f.held && heldAfter >= 2 ? decodeHeld(id, f.octets) : nullptr;
+    const bool wasNodeWide = f.held && f.nodeWide;
+    f.header = h;
+    f.fromPdu = fromPdu;
+    if (content) {
+        f.octets.assign(octets.begin(), octets.end());
+        f.nodeWide = carriesNodeWide(*content->node());
+        node.held += f.held ? 0 : 1;
+        held_ += f.held ? 0 : 1;
+        f.held = true;
+    } else {
+        f.octets = {};
+        f.nodeWide = false;
+        node.held -= f.held ? 1 : 0;
+        held_ -= f.held ? 1 : 0;
+        f.held = false;
+    }
+    const bool nodeTouched = h.fragment == 0 || wasNodeWide || f.nodeWide;
+    merge(id, update(id, node, h.fragment, before, content, nodeTouched));
+    return h.isPurge() ? Outcome::purged : Outcome::installed;
+}
+
+// The union of the node's fragments differs from what it was only in the
+// keys that the old or the new copy of fragment `number` carries (and in the
+// links that an SRLG record of either folds onto): their union is built again
+// from the fragments that carry them now, lowest first, into `after`, which
+// then holds every key the merge has to touch.
+LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std::uint8_t number,
+                                   const Poldo::Ptr<IC::IsisLspParsedContent>& before,
+                                   const Poldo::Ptr<IC::IsisLspParsedContent>& after, bool nodeTouched) {
+    Delta d;
+    d.content = after;
+    if (!d.content) {
+        d.content = IC::isisLspParsedContentFactory();
+        d.content->nodeIs(IC::nodeFactory(id));
+    }
+    IC::IsisLspParsedContent& delta = *d.content;
+    if (node.held <= 1) {
+        node.neighbors.clear();
+        node.prefixes.clear();
+        node.srlgs.clear();
+        node.linksByAddr.clear();
+        node.indexed = false;
+        if (node.held == 0) {
+            d.nodeGone = true;
+            return d;
+        }
+        // One fragment is the union by itself, but that the overload and
+        // attached bits count in fragment 0 only (ISO 10589 7.3.4.4).
+        const auto only = std::find_if(node.fragments.begin(), node.fragments.end(),
+                                       [](const auto& f) { return f.second.held; });
+        if (only->first != number) {
+            d.content = decodeHeld(id, only->second.octets);
+        }
+        if (only->first != 0) {
+            d.content->node()->flagsIs(IC::NodeFlags());
+        }
+        d.whole = true;
+        return d;
+    }
+    // The other fragments decoded in this update, each once.
+    std::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded;
+    if (!node.indexed) {
+        // A second fragment: index what was held so far (one fragment).
+        for (const auto& [num, f] : node.fragments) {
+            if (f.held && num != number) {
+                index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets)).first->second);
             }
         }
+        if (before) {
+            index(node, number, *before);
+        }
+        node.indexed = true;
+    }
+
+    const auto contentOf = [&](std::uint8_t f) -> const IC::IsisLspParsedContent& {
+        if (f == number) {
+            return *after;
+        }
+        auto it = decoded.find(f);
+        if (it == decoded.end()) {
+            it = decoded.emplace(f, decodeHeld(id, node.fragments.at(f).octets)).first;
+        }
+        return *it->second;
+    };
+    FragmentSet onlyThis;
+    onlyThis.set(number);
+    const auto scratch = IC::isisLspParsedContentFactory();
+
+    // Links.
+    using NeighborAt = std::map<IC::NeighborKey, FragmentSet>::iterator;
+    std::vector<NeighborAt> links;
+    if (before) {
+        for (const auto& n : before->neighbor()) {
+            const auto it = node.neighbors.find(n->key());
+            if (it != node.neighbors.end()) {
+                it->second.reset(number);
+                links.push_back(it);
+            }
+        }
+    }
+    if (after) {
+        for (const auto& n : after->neighbor()) {
+            const auto [it, added] = node.neighbors.try_emplace(n->key());
+            if (added) {
+                for (const auto& a : foldAddresses(it->first)) {
+                    node.linksByAddr.emplace(a, &it->first);
+                }
+            }
+            it->second.set(number);
+            if (!before || !before->neighbor(n->key())) {
+                links.push_back(it);
+            }
+        }
+    }
+    const auto uniteLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
+        if (from == onlyThis) {
+            return;  // `after` has it as it is
+        }
+        Poldo::Ptr<IC::Neighbor> u;
+        forEachIn(from, [&](std::uint8_t f) {
+            const auto n = contentOf(f).neighbor(k);
+            if (!u) {
+                u = scratch->neighborIs(k);
+                u->updateAttr(n);
+            } else {
+                uniteNeighbor(*u, *n);
+            }
+        });
+        delta.neighborIs(k)->updateAttr(u);
+    };
+    for (const NeighborAt it : links) {
+        if (it->second.none()) {
+            for (const auto& a : foldAddresses(it->first)) {
+                node.linksByAddr.erase(LinkAt(a, &it->first));
+            }
+            d.goneNeighbors.push_back(it->first);
+            node.neighbors.erase(it);
+        } else {
+            uniteLink(it->first, it->second);
+        }
+    }
+
+    // SRLG records, and the links they fold onto.
+    std::vector<Lumo::IpGenAddr> srlgAddrs;
+    const auto touchSrlg = [&](const IC::IsisLspParsedContent& c, bool set) {
         for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
-            const auto rec = all->parsedSrLgIs((*it)->localAddr());
-            for (auto v = (*it)->srlgValue().begin(); v != (*it)->srlgValue().end(); ++v) {
-                rec->srlgValueIs(*v);
+            FragmentSet& from = node.srlgs[(*it)->localAddr()];
+            from.set(number, set);
+            srlgAddrs.push_back((*it)->localAddr());
+        }
+    };
+    if (before) {
+        touchSrlg(*before, false);
+    }
+    if (after) {
+        touchSrlg(*after, true);
+    }
+    for (const auto& a : srlgAddrs) {
+        if (const auto it = node.srlgs.find(a); it != node.srlgs.end() && it->second.none()) {
+            node.srlgs.erase(it);
+        }
+        for (auto l = node.linksByAddr.lower_bound(LinkAt(a, nullptr));
+             l != node.linksByAddr.end() && l->first == a; ++l) {
+            // A link already in the delta is there with its union: `after`
+            // carries it, or it was built above.
+            if (!delta.neighbor(*l->second)) {
+                uniteLink(*l->second, node.neighbors.at(*l->second));
+            }
+        }
+    }
+    // Each link to merge needs the union of the records it folds.
+    if (!node.srlgs.empty()) {
+        std::vector<Lumo::IpGenAddr> filed;
+        for (const auto& n : delta.neighbor()) {
+            for (const auto& a : foldAddresses(n->key())) {
+                const auto from = node.srlgs.find(a);
+                if (from == node.srlgs.end() || from->second == onlyThis ||
+                    std::find(filed.begin(), filed.end(), a) != filed.end()) {
+                    continue;
+                }
+                filed.push_back(a);
+                const auto record = delta.parsedSrLgIs(a);
+                forEachIn(from->second, [&](std::uint8_t f) {
+                    if (f == number) {
+                        return;  // already in `record`
+                    }
+                    if (const auto theirs = contentOf(f).parsedSrLg(a)) {
+                        for (auto v = theirs->srlgValue().begin(); v != theirs->srlgValue().end(); ++v) {
+                            record->srlgValueIs(*v);
+                        }
+                    }
+                });
             }
         }
     }
 
-    if (!any) {
-        // The purged fragments stay behind as sequence numbers.
+    // Prefixes.
+    using PrefixAt = std::map<IC::PrefixKey, FragmentSet>::iterator;
+    std::vector<PrefixAt> prefixes;
+    if (before) {
+        for (const auto& p : before->prefix()) {
+            const auto it = node.prefixes.find(p->prefixKey());
+            if (it != node.prefixes.end()) {
+                it->second.reset(number);
+                prefixes.push_back(it);
+            }
+        }
+    }
+    if (after) {
+        for (const auto& p : after->prefix()) {
+            const auto it = node.prefixes.try_emplace(p->prefixKey()).first;
+            it->second.set(number);
+            if (!before || !before->prefix(p->prefixKey())) {
+                prefixes.push_back(it);
+            }
+        }
+    }
+    for (const PrefixAt it : prefixes) {
+        if (it->second.none()) {
+            d.gonePrefixes.push_back(it->first);
+            node.prefixes.erase(it);
+            continue;
+        }
+        if (it->second == onlyThis) {
+            continue;
+        }
+        Poldo::Ptr<IC::Prefix> u;
+        forEachIn(it->second, [&](std::uint8_t f) {
+            const auto p = contentOf(f).prefix(it->first);
+            if (!u) {
+                u = scratch->prefixIs(it->first);
+                u->updateAttr(p);
+            } else {
+                unitePrefix(*u, *p);
+            }
+        });
+        delta.prefixIs(it->first)->updateAttr(u);
+    }
+
+    // Node attributes.
+    d.nodeChanged = nodeTouched || !db_->lsp(id);
+    if (d.nodeChanged) {
+        auto all = IC::nodeFactory(id);
+        bool srCapSeen = false;
+        bool srlbSeen = false;
+        for (const auto& [num, f] : node.fragments) {
+            if (!f.held || (num != 0 && !f.nodeWide)) {
+                continue;
+            }
+            const IC::IsisLspParsedContent& c = contentOf(num);
+            uniteNode(*all, *c.node(), num);
+            if (!srCapSeen && c.node()->srCapabilities()) {
+                delta.parsedSrCapFragIdIs(c.parsedSrCapFragId());
+                srCapSeen = true;
+            }
+            if (!srlbSeen && c.node()->srlb()) {
+                delta.parsedSrlbFragIdIs(c.parsedSrlbFragId());
+                srlbSeen = true;
+            }
+        }
+        delta.nodeIs(all);
+    }
+    return d;
+}
+
+void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
+    for (const auto& n : c.neighbor()) {
+        const auto [it, added] = node.neighbors.try_emplace(n->key());
+        if (added) {
+            for (const auto& a : foldAddresses(it->first)) {
+                node.linksByAddr.emplace(a, &it->first);
+            }
+        }
+        it->second.set(number);
+    }
+    for (const auto& p : c.prefix()) {
+        node.prefixes[p->prefixKey()].set(number);
+    }
+    for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
+        node.srlgs[(*it)->localAddr()].set(number);
+    }
+}
+
+// Merges the changed part of a node's union into its entry, as merging the
+// whole union (IgpLsp::updateNeighbors, updatePrefixes, Node::updateNodeAttrs)
+// would: keys that are not in the delta would have gone through updateAttr
+// unchanged.
+void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
+    if (d.nodeGone) {
         db_->lspDel(id);
         return;
     }
-    db_->lspMerge(all);
+    if (d.whole) {
+        db_->lspMerge(d.content);
+        return;
+    }
+    const IC::IsisLspParsedContent& c = *d.content;
+    Poldo::Ptr<IC::IgpLsp> entry = db_->lsp(id);
+    const bool created = !entry;
+    if (created) {
+        entry = IC::igpLspFactory(id);
+        entry->nodeIs(c.node());
+    } else if (d.nodeChanged) {
+        entry->node()->updateNodeAttrs(c.nodeRawPtr());
+    }
+    for (auto it = c.neighbor().begin(); it != c.neighbor().end(); ++it) {
+        const Poldo::Ptr<IC::Neighbor>& p = *it;
+        for (const auto& a : foldAddresses(p->key())) {
+            foldSrlg(c, a, *p);
+        }
+        if (const auto existing = entry->neighbor(p->key())) {
+            existing->updateAttr(p);
+        } else {
+            entry->neighborIs(p->key(), p);
+        }
+    }
+    // Removals in the order the whole merge's second pass would meet them:
+    // the entry's own iteration order, (hash, key).
+    for (const auto& k : inEntryOrder<IC::IgpLsp::NeighborMap>(d.goneNeighbors)) {
+        entry->neighborDel(k);
+    }
+    for (auto it = c.prefix().begin(); it != c.prefix().end(); ++it) {
+        const Poldo::Ptr<IC::Prefix>& p = *it;
+        if (const auto existing = entry->prefix(p->prefixKey())) {
+            existing->updateAttr(p);
+        } else {
+            entry->prefixIs(p->prefixKey(), p);
+        }
+    }
+    for (const auto& k : inEntryOrder<IC::IgpLsp::PrefixMap>(d.gonePrefixes)) {
+        entry->prefixDel(k);
+    }
+    if (created) {
+        db_->lspIs(entry);
+    }
 }
 
 }  // namespace Routing::IsisDecoder

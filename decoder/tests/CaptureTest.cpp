@@ -249,7 +249,8 @@ TEST(DecoderCapture, CraftedLspsMatchTheManifest) {
 // 128's prefix SID, RFC 8570 link attributes, FAD flags, prefix attribute
 // flags and tags) leaves no line; a second TLV 22 entry for craft-b without
 // addresses is a link of its own, and narrow entries fold into wide ones of
-// the same key.
+// the same key. The unnumbered SRLG TLV names craft-c.05, whose only link here
+// is numbered: it has no link to go onto.
 TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
     const std::string toCraftB =
         std::string(
@@ -276,7 +277,7 @@ TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
          2,
          {"flags ol=0 att=0", "nbr 1921.6800.1002.00 mt0 m10", toCraftB, toCraftC,
           "nbr 1921.6800.1004.00 mt0 m16777214", "srlg 10.10.12.1 100,200,300", "srlg 2001:db8:100::1 600",
-          "srlg 2001:db8:12::1 100,500", "srlg none 400"}},
+          "srlg 2001:db8:12::1 100,500"}},
         {"crafted-sr-te.pcap",
          3,
          {"flags ol=0 att=0", "pfx 10.0.0.0/8 mt0 m100 down", "pfx 192.0.2.1/32 mt0 m0 sid=1/0x40 fa128=500",

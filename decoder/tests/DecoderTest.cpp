@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 
 #include "IsisDecoder/Decoder.h"
+#include "IsisDecoder/LspKeeper.h"
 #include "TestSupport.h"
 
 namespace {
@@ -202,11 +204,59 @@ TEST(DecoderNeighbors, Ipv6AddressesNarrowNeighborsAndSrlgs) {
     ASSERT_TRUE(s4);
     EXPECT_EQ(s4->srlgValue().size(), 2u);
     EXPECT_TRUE(s4->srlgValueHas(100) && s4->srlgValueHas(200));
-    const auto unnumbered = d.content->parsedSrLg(Lumo::IpGenAddr());
-    ASSERT_TRUE(unnumbered);
-    EXPECT_TRUE(unnumbered->srlgValueHas(300));
+    // Unnumbered, for a neighbor with no unnumbered link: filed nowhere.
+    EXPECT_FALSE(d.content->parsedSrLg(Lumo::IpGenAddr()));
+    EXPECT_TRUE(
+        d.content->neighbor(IC::NeighborKey(nodeId(4), IC::IgpMultiTopologyId(0)))->srlgValues().empty());
     EXPECT_TRUE(d.content->parsedSrLg(Lumo::IpGenAddr(v6("2001:db8::1")))->srlgValueHas(400));
     EXPECT_TRUE(d.content->parsedSrLg(Lumo::IpGenAddr(v6("2001:db8::2")))->srlgValueHas(500));
+}
+
+// Unnumbered links carry link identifiers (RFC 5307 1.1), which no key
+// holds: parallel ones to one neighbor are one link with the best metric, and
+// an unnumbered SRLG TLV belongs to that neighbor's unnumbered link alone,
+// not to every link without an address.
+TEST(DecoderNeighbors, UnnumberedLinksParallelAndTheirSrlgs) {
+    const auto link = [](std::uint8_t sys, std::uint32_t metric, const Enc& subs) {
+        return Enc().raw(nbrId(sys)).u24(metric).u8(static_cast<unsigned>(subs.size())).raw(subs);
+    };
+    const Enc ids1 = Enc().tlv(4, Enc().u32(1).u32(11));
+    const Enc ids2 = Enc().tlv(4, Enc().u32(2).u32(12));
+    const Enc numbered = Enc().tlv(6, Enc{10, 1, 0, 1}).tlv(8, Enc{10, 1, 0, 2});
+    const Enc tlvs =
+        Enc()
+            .tlv(138, Enc().raw(nbrId(2)).u8(0).u32(1).u32(11).u32(300))  // before its link
+            .tlv(22, link(2, 30, ids1).raw(link(2, 10, ids2)).raw(link(3, 5, ids1)).raw(link(5, 7, numbered)))
+            .tlv(2, Enc{0}.raw({0x0a, 0x80, 0x80, 0x80}).raw(nbrId(6)))
+            .tlv(138, Enc().raw(nbrId(5)).u8(1).raw({10, 1, 0, 1}).raw({10, 1, 0, 2}).u32(44));
+    const Bytes pdu = buildLsp(tlvs);
+    const auto d = decodeOk(pdu);
+    ASSERT_TRUE(d.content);
+    EXPECT_FALSE(d.content->parsedSrLg(Lumo::IpGenAddr()));
+    const IC::NeighborKey to2(nodeId(2), IC::IgpMultiTopologyId(0));
+    EXPECT_EQ(d.content->neighbor(to2)->igpMetric(), 10u);
+
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    ASSERT_EQ(k.receivePdu(pdu), LspKeeper::Outcome::installed);
+    const auto entry = k.database()->lsp(nodeId(1));
+    ASSERT_TRUE(entry);
+    const auto srlgsOf = [&](const IC::NeighborKey& key) {
+        std::set<std::uint32_t> v;
+        const auto n = entry->neighbor(key);
+        EXPECT_TRUE(n) << key;
+        for (auto it = n->srlgValues().begin(); n && it != n->srlgValues().end(); ++it) {
+            v.insert(*it);
+        }
+        return v;
+    };
+    IC::NeighborKey to5(nodeId(5), IC::IgpMultiTopologyId(0));
+    to5.localIpv4AddrIs(v4("10.1.0.1"));
+    to5.remoteIpv4AddrIs(v4("10.1.0.2"));
+    EXPECT_EQ(srlgsOf(to2), std::set<std::uint32_t>{300});
+    EXPECT_EQ(srlgsOf(to5), std::set<std::uint32_t>{44});
+    EXPECT_TRUE(srlgsOf(IC::NeighborKey(nodeId(3), IC::IgpMultiTopologyId(0))).empty());
+    EXPECT_TRUE(srlgsOf(IC::NeighborKey(nodeId(6), IC::IgpMultiTopologyId(0))).empty());
+    EXPECT_EQ(entry->neighbor(to2)->igpMetric(), 10u);
 }
 
 TEST(DecoderPrefixes, WideNarrowMtAndPrefixSubTlvs) {
@@ -352,7 +402,7 @@ struct Bad {
 Bytes broken(const Enc& tlvs, void (*edit)(Bytes&)) {
     Bytes pdu = buildLsp(tlvs);
     edit(pdu);
-    fillChecksum(pdu);
+    fillLspChecksum(pdu);
     return pdu;
 }
 
@@ -453,6 +503,28 @@ TEST(DecoderMalformed, EveryChecksumOctetFlipIsCaught) {
     EXPECT_TRUE(decodeLsp(aged).ok());
 }
 
+// The checksums routers computed, octet for octet, over PDUs of nearly every
+// length modulo 8 (the sum takes eight octets at a time).
+TEST(DecoderChecksum, FillGivesTheRoutersChecksums) {
+    std::size_t lsps = 0;
+    std::set<std::size_t> tails;
+    for (const auto& f : readPcap(dataPath("frr-initial.pcap"))) {
+        if (!isLspFrame(f)) {
+            continue;
+        }
+        Bytes pdu = f.pdu;
+        pdu.resize((std::size_t{pdu[8]} << 8) | pdu[9]);
+        const Bytes sent = pdu;
+        fillLspChecksum(pdu);
+        EXPECT_EQ(pdu, sent) << "frame " << f.number;
+        EXPECT_TRUE(lspChecksumValid(pdu));
+        tails.insert((pdu.size() - 12) % 8);
+        ++lsps;
+    }
+    EXPECT_GT(lsps, 20u);
+    EXPECT_GE(tails.size(), 7u);
+}
+
 TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
     // Under ASan a read past the copy below is caught; every prefix of a rich
     // LSP, with the PDU length adjusted and the checksum refilled, either
@@ -468,7 +540,7 @@ TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
         Bytes cut(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(n));
         cut[8] = static_cast<std::uint8_t>(n >> 8);
         cut[9] = static_cast<std::uint8_t>(n);
-        fillChecksum(cut);
+        fillLspChecksum(cut);
         const auto r = decodeLsp(cut);
         rejected += r.ok() ? 0 : 1;
     }

@@ -225,3 +225,113 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
 }
 
 }  // namespace
+
+namespace {
+
+// Fragment f of a node of 256: a prefix of its own; a node-wide value, an
+// SRLG record away from its link, and a prefix and a link that two fragments
+// carry, spread over a few others. `stale` is an earlier copy with other keys
+// and a host name in fragment 0 that outranks fragment 9's.
+Enc fragmentTlvs(unsigned f, bool stale) {
+    Enc e;
+    if (stale) {
+        if (f == 0) {
+            e.tlv(137, Enc{'o', 'l', 'd'});
+        }
+        return e.tlv(135, Enc().u32(1).u8(24).raw({10, static_cast<std::uint8_t>(f), 9}));
+    }
+    e.tlv(135, Enc().u32(f + 1).u8(24).raw({10, static_cast<std::uint8_t>(f), 1}));
+    const Enc link = Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0}
+                         .u24(10)
+                         .u8(12)
+                         .tlv(6, Enc{10, 255, 0, 1})
+                         .tlv(8, Enc{10, 255, 0, 2});
+    switch (f) {
+        case 0:
+            return e.tlv(1, Enc{3, 0x49, 0, 1});
+        case 130:
+            return e.tlv(1, Enc{3, 0x49, 0, 2});
+        case 9:
+            return e.tlv(137, Enc{'r', '9'});
+        case 4:
+            return e.tlv(22, link);
+        case 250:  // RFC 5307 1.4, numbered: the link of fragment 4
+            return e.tlv(138,
+                         Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0, 1, 10, 255, 0, 1, 10, 255, 0, 2}.u32(77));
+        case 17:
+        case 33:
+            return e.tlv(135, Enc().u32(5).u8(24).raw({192, 0, 2}));
+        case 60:
+        case 61:
+            return e.tlv(22, neighbor(3));
+        default:
+            return e;
+    }
+}
+
+// The database of one PDU carrying the TLVs of the given fragments in order.
+std::string unionDump(const std::vector<unsigned>& fragments) {
+    Enc all;
+    for (const unsigned f : fragments) {
+        all.raw(fragmentTlvs(f, false));
+    }
+    LspFields one;
+    one.flags = 0x07;
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    EXPECT_EQ(k.receivePdu(buildLsp(one, all)), Outcome::installed);
+    return dumpOf(*k.database());
+}
+
+// A node of 256 fragments received one by one, out of order, over an earlier
+// copy of each, then partly purged, has the entry of one PDU carrying the
+// union of what it holds.
+TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    const auto send = [&](unsigned f, std::uint32_t seq, bool stale, std::uint16_t lifetime = 1199) {
+        LspFields l;
+        l.fragment = static_cast<std::uint8_t>(f);
+        l.seq = seq;
+        l.lifetime = lifetime;
+        l.flags = f == 0 ? 0x07 : 0x03;
+        return k.receivePdu(buildLsp(l, lifetime == 0 ? Enc() : fragmentTlvs(f, stale)));
+    };
+    for (unsigned f = 256; f-- > 0;) {
+        ASSERT_EQ(send(f, 1, true), Outcome::installed);
+    }
+    // Evens downwards, then odds upwards: the SRLG record comes before its
+    // link, fragment 33 before 17.
+    for (unsigned f = 256; f-- > 0;) {
+        if (f % 2 == 0) {
+            ASSERT_EQ(send(f, 2, false), Outcome::installed);
+        }
+    }
+    for (unsigned f = 1; f < 256; f += 2) {
+        ASSERT_EQ(send(f, 2, false), Outcome::installed);
+    }
+    std::vector<unsigned> held;
+    for (unsigned f = 0; f < 256; ++f) {
+        held.push_back(f);
+    }
+    EXPECT_EQ(dumpOf(*k.database()), unionDump(held));
+    EXPECT_EQ(k.fragmentCount(node(1)), 256u);
+
+    for (const unsigned f : {250u, 9u, 17u, 60u, 4u}) {
+        ASSERT_EQ(send(f, 2, false, 0), Outcome::purged);
+        held.erase(std::find(held.begin(), held.end(), f));
+        EXPECT_EQ(dumpOf(*k.database()), unionDump(held)) << "after purging fragment " << f;
+    }
+    const auto header = k.fragment(node(1), 33);
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->header.sequenceNumber, 2u);
+    EXPECT_EQ(header->octets.size(), header->header.pduLength);
+    EXPECT_FALSE(k.fragment(node(1), 250));
+    std::size_t seen = 0;
+    k.forEachFragment([&](const LspKeeper::HeldFragment& f) {
+        EXPECT_NE(f.header.fragment, 250u);
+        EXPECT_TRUE(lspChecksumValid(f.octets));
+        ++seen;
+    });
+    EXPECT_EQ(seen, 251u);
+}
+
+}  // namespace

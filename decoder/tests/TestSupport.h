@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "IsisDecoder/Decoder.h"
+
 namespace DecoderTest {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -72,28 +74,6 @@ struct LspFields {
     std::uint8_t flags = 0x03;
 };
 
-// Fills the ISO 10589 7.3.11 checksum of a complete LSP in place.
-inline void fillChecksum(Bytes& pdu) {
-    pdu[24] = pdu[25] = 0;
-    int c0 = 0, c1 = 0;
-    for (std::size_t i = 12; i < pdu.size(); ++i) {
-        c0 = (c0 + pdu[i]) % 255;
-        c1 = (c1 + c0) % 255;
-    }
-    const int len = static_cast<int>(pdu.size() - 12);
-    const int pos = 13;  // 1-based position of the first checksum octet in the summed range
-    int x = ((len - pos) * c0 - c1) % 255;
-    if (x <= 0) {
-        x += 255;
-    }
-    int y = (c1 - (len - pos + 1) * c0) % 255;
-    if (y <= 0) {
-        y += 255;
-    }
-    pdu[24] = static_cast<std::uint8_t>(x);
-    pdu[25] = static_cast<std::uint8_t>(y);
-}
-
 inline Bytes buildLsp(const LspFields& f, const Enc& tlvs) {
     Enc e{0x83, 27, 1, 6, static_cast<std::uint8_t>(f.level == 1 ? 18 : 20), 1, 0, 0};
     e.u16(0).u16(f.lifetime).raw({0x19, 0x21, 0x68, 0x00, 0x10, f.sys, f.pseudonode, f.fragment});
@@ -101,7 +81,7 @@ inline Bytes buildLsp(const LspFields& f, const Enc& tlvs) {
     Bytes pdu = e.bytes();
     pdu[8] = static_cast<std::uint8_t>(pdu.size() >> 8);
     pdu[9] = static_cast<std::uint8_t>(pdu.size());
-    fillChecksum(pdu);
+    Routing::IsisDecoder::fillLspChecksum(pdu);
     return pdu;
 }
 

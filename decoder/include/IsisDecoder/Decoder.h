@@ -3,6 +3,15 @@
 //
 // A malformed LSP is rejected whole: the result then holds a DecodeError and
 // no content, so nothing of a bad LSP can reach a database.
+//
+// Links are keyed by neighbor, topology and interface addresses; link
+// identifiers (RFC 5307 1.1) are not part of the key. So parallel unnumbered
+// links to one neighbor become one link, with the best (lowest) metric of
+// their entries and the TE attributes and adjacency SIDs of each. An SRLG TLV
+// of an unnumbered link (RFC 5307 1.4, TLV 138 without addresses) puts its
+// SRLGs onto the links to its neighbor without addresses that the same LSP
+// fragment describes, not into an SRLG record: filed under no address, the
+// merge would fold it onto every link without an IPv4 address.
 #pragma once
 
 #include <array>
@@ -12,6 +21,7 @@
 #include <span>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "IgpCommon/IgpLsp.h"
 
@@ -44,6 +54,9 @@ struct LspHeader {
 struct DecodedLsp {
     LspHeader header;
     Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
+    /// The PDU the content was decoded from, up to its PDU length: what an
+    /// LSP keeper holds, floods and decodes again.
+    std::vector<std::uint8_t> octets;
 };
 
 struct DecodeError {
@@ -99,6 +112,11 @@ std::optional<LspHeader> decodeLspHeader(std::span<const std::uint8_t> pdu);
 /// The ISO 10589 7.3.11 check of an LSP: the Fletcher sum from the LSP ID to
 /// the end of `pdu` (the PDU length octets) is zero. Needs at least 27 octets.
 bool lspChecksumValid(std::span<const std::uint8_t> pdu) noexcept;
+
+/// Sets the checksum (octets 24 and 25) of the complete LSP `pdu` so that
+/// lspChecksumValid() holds; `pdu` ends at its PDU length. Needs at least
+/// 27 octets, else does nothing.
+void fillLspChecksum(std::span<std::uint8_t> pdu) noexcept;
 
 /// Whether decodeLsp() accepts the checksum of the PDU with header `h`: it
 /// verifies and is not 0, or `h` is a purge with checksum 0.

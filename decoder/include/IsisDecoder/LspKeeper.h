@@ -1,11 +1,27 @@
 // The receive side of one IS-IS level: keeps the newest copy of every LSP
-// fragment and merges each node's current fragments into its database entry.
+// fragment, as octets, and merges each node's current fragments into its
+// database entry.
+//
+// A node's entry is the union of its fragments: a node-wide value from the
+// lowest fragment that carries it (the overload and attached bits from
+// fragment 0 alone), a link or prefix that several fragments carry put
+// together with the lowest fragment winning, the SRLG records of all of them
+// folded onto the links. Receiving one fragment costs in proportion to that
+// fragment and to what it changes: the keeper knows which fragments carry
+// each link, prefix and SRLG record, decodes the old and the new copy of the
+// fragment that changed (and, for a key that other fragments carry too,
+// those fragments) and merges only the keys whose union changed.
 #pragma once
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <optional>
+#include <set>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "IgpCommon/IgpLsp.h"
@@ -19,21 +35,22 @@ public:
         installed,  // newer than what was held; the node's entry was merged
         refreshed,  // newer, with the held copy's flags and TLVs: only the sequence number was taken
         purged,     // lifetime 0: the fragment is gone (and the entry, with its last fragment)
-        ignored,    // not newer than what is held, or another level's LSP
+        ignored,    // not newer than what is held, another level's LSP, or not from decodeLsp()
         rejected,   // malformed (receivePdu only); nothing changed
     };
 
     explicit LspKeeper(Routing::IgpCommon::IgpLevel level);
 
+    /// Takes the octets of an LSP that decodeLsp() produced; one without
+    /// octets or content is ignored.
     Outcome receive(const DecodedLsp& lsp);
 
     /// Decodes one LSP PDU and receives it, except that a newer copy of a
     /// fragment whose flags and TLVs are octet for octet those of the copy
     /// held (the periodic refresh of an unchanged LSP) is neither decoded
-    /// nor merged: its checksum is verified and its sequence number taken.
-    /// Fragments received this way are held as octets too, for that
-    /// comparison. A malformed PDU changes nothing; `error`, when given,
-    /// says why.
+    /// nor merged: its checksum is verified and its header taken. Only copies
+    /// received this way are compared so. A malformed PDU changes nothing;
+    /// `error`, when given, says why.
     Outcome receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error = nullptr);
 
     const Poldo::Ptr<Routing::IgpCommon::IgpLspDatabase>& database() const noexcept { return db_; }
@@ -42,26 +59,94 @@ public:
     /// Newer copies taken by receivePdu() without decoding.
     std::size_t refreshedCount() const noexcept { return refreshed_; }
     /// Fragments currently held (purged ones excluded).
-    std::size_t fragmentCount() const noexcept;
+    std::size_t fragmentCount() const noexcept { return held_; }
     /// Fragments currently held of one node (purged ones excluded).
     std::size_t fragmentCount(const Routing::IgpCommon::IgpNodeId& id) const noexcept;
 
-private:
-    struct Fragment {
-        std::uint32_t seq = 0;
-        // Null once purged: the sequence number stays to refuse older copies.
-        Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
-        // The PDU as received by receivePdu(); empty otherwise.
-        std::vector<std::uint8_t> octets;
+    /// One held fragment: its header as last received (the remaining
+    /// lifetime as it arrived) and its PDU octets.
+    struct HeldFragment {
+        const LspHeader& header;
+        std::span<const std::uint8_t> octets;
     };
-    using Fragments = std::map<std::uint8_t, Fragment>;
+    /// The held fragment of that node and number, if any (not once purged).
+    std::optional<HeldFragment> fragment(const Routing::IgpCommon::IgpNodeId& id, std::uint8_t number) const;
+    /// Calls `fn(HeldFragment)` for every held fragment, by node identifier
+    /// then fragment number.
+    template <class Fn>
+    void forEachFragment(Fn&& fn) const {
+        for (const auto& [id, node] : nodes_) {
+            for (const auto& [num, f] : node.fragments) {
+                if (f.held) {
+                    fn(HeldFragment{f.header, f.octets});
+                }
+            }
+        }
+    }
 
-    Fragment* heldFragment(const Routing::IgpCommon::IgpNodeId& id, std::uint8_t fragment);
-    void rebuild(const Routing::IgpCommon::IgpNodeId& id, const Fragments& frags);
+private:
+    using FragmentSet = std::bitset<256>;
+
+    struct Fragment {
+        LspHeader header;
+        // The PDU as received; empty once purged, when the header stays to
+        // refuse older copies.
+        std::vector<std::uint8_t> octets;
+        bool held = false;
+        bool fromPdu = false;   // received by receivePdu(): eligible for the refresh shortcut
+        bool nodeWide = false;  // carries a node-wide value besides the header flags
+    };
+
+    using LinkAt = std::pair<Lumo::IpGenAddr, const Routing::IgpCommon::NeighborKey*>;
+    struct LinkAtOrder {
+        bool operator()(const LinkAt& a, const LinkAt& b) const noexcept {
+            if (a.first != b.first) {
+                return a.first < b.first;
+            }
+            return std::less<const void*>()(a.second, b.second);
+        }
+    };
+
+    // A node's fragments and, for each key of its entry, the fragments that
+    // carry it. linksByAddr pairs the address an SRLG record is filed under
+    // with the links that record folds onto (keys owned by `neighbors`).
+    struct NodeState {
+        std::map<std::uint8_t, Fragment> fragments;
+        std::size_t held = 0;
+        // A node of one fragment needs no index: that fragment is the union.
+        bool indexed = false;
+        std::map<Routing::IgpCommon::NeighborKey, FragmentSet> neighbors;
+        std::map<Routing::IgpCommon::PrefixKey, FragmentSet> prefixes;
+        std::map<Lumo::IpGenAddr, FragmentSet> srlgs;
+        std::set<LinkAt, LinkAtOrder> linksByAddr;
+    };
+
+    // What merging one fragment changed in the union of its node.
+    struct Delta {
+        // The changed links and prefixes as the union has them, the SRLG
+        // records they fold, and the node attributes when nodeChanged.
+        Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
+        bool nodeChanged = false;
+        bool nodeGone = false;
+        bool whole = false;  // `content` is the whole union: merged as such
+        std::vector<Routing::IgpCommon::NeighborKey> goneNeighbors;
+        std::vector<Routing::IgpCommon::PrefixKey> gonePrefixes;
+    };
+
+    bool newer(const LspHeader& h);
+    Outcome take(const LspHeader& h, std::span<const std::uint8_t> octets,
+                 const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& content, bool fromPdu);
+    Delta update(const Routing::IgpCommon::IgpNodeId& id, NodeState& node, std::uint8_t number,
+                 const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& before,
+                 const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& after, bool nodeTouched);
+    void merge(const Routing::IgpCommon::IgpNodeId& id, const Delta& delta);
+    static void index(NodeState& node, std::uint8_t number,
+                      const Routing::IgpCommon::IsisLspParsedContent& c);
 
     Routing::IgpCommon::IgpLevel level_;
     Poldo::Ptr<Routing::IgpCommon::IgpLspDatabase> db_;
-    std::map<Routing::IgpCommon::IgpNodeId, Fragments> nodes_;
+    std::map<Routing::IgpCommon::IgpNodeId, NodeState> nodes_;
+    std::size_t held_ = 0;
     std::size_t ignored_ = 0;
     std::size_t refreshed_ = 0;
 };

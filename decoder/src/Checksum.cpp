@@ -1,0 +1,118 @@
+// The LSP checksum of ISO 10589 7.3.11.
+#include <bit>
+#include <cstring>
+
+#include "LspDecoder.h"
+
+namespace Routing::IsisDecoder {
+
+using detail::headerLength;
+
+namespace {
+
+// The two Fletcher sums of ISO 10589 7.3.11 (the algorithm of RFC 1008 and
+// ISO 8473 Annex C) over `data`, each reduced mod 255. The modulo is
+// deferred: from reduced sums, n more octets leave c1 below 255 (n + 1)^2,
+// so 64-bit sums reduced every `block` octets never overflow.
+struct FletcherSums {
+    std::uint32_t c0;
+    std::uint32_t c1;
+};
+
+// Eight octets b0..b7 at once: c0 gains their sum S, c1 gains 8 c0 plus
+// W = 8 b0 + 7 b1 + ... + 1 b7 (each octet enters that many running sums).
+// The even and the odd octets go to 16-bit lanes; multiplying lanes x0..x3
+// by 0x0001000100010001 leaves their prefix sums in the lanes (the total in
+// the top one), and doing it again leaves 4 x0 + 3 x1 + 2 x2 + x3 on top.
+// Lane values stay below 2^16, so no lane carries into the next.
+struct EightSums {
+    std::uint64_t s;
+    std::uint64_t w;
+};
+
+inline EightSums eightOctets(const std::uint8_t* p) noexcept {
+    constexpr std::uint64_t lanes = 0x00FF00FF00FF00FFull;
+    constexpr std::uint64_t spread = 0x0001000100010001ull;
+    std::uint64_t v;
+    std::memcpy(&v, p, 8);
+    if constexpr (std::endian::native == std::endian::big) {
+        v = __builtin_bswap64(v);  // b0 in the low octet, as on x86-64
+    }
+    const std::uint64_t even = (v & lanes) * spread;        // b0 b2 b4 b6
+    const std::uint64_t odd = ((v >> 8) & lanes) * spread;  // b1 b3 b5 b7
+    const std::uint64_t both = even + odd;
+    // Even octets weigh 2 (4, 3, 2, 1), odd ones one less.
+    return {both >> 48, 2 * ((both * spread) >> 48) - (odd >> 48)};
+}
+
+FletcherSums fletcher(std::span<const std::uint8_t> data) noexcept {
+    constexpr std::size_t block = std::size_t{1} << 20;
+    std::uint64_t c0 = 0;
+    std::uint64_t c1 = 0;
+    const std::uint8_t* p = data.data();
+    std::size_t left = data.size();
+    while (left != 0) {
+        std::size_t n = left < block ? left : block;
+        left -= n;
+        for (; n >= 8; n -= 8, p += 8) {
+            const EightSums e = eightOctets(p);
+            c1 += 8 * c0 + e.w;
+            c0 += e.s;
+        }
+        for (; n != 0; --n, ++p) {
+            c0 += *p;
+            c1 += c0;
+        }
+        c0 %= 255;
+        c1 %= 255;
+    }
+    return {static_cast<std::uint32_t>(c0), static_cast<std::uint32_t>(c1)};
+}
+
+// The LSP ID starts the checksummed range, the checksum is octets 24 and 25.
+constexpr std::size_t checksumFrom = 12;
+constexpr std::size_t checksumAt = 24;
+
+}  // namespace
+
+bool lspChecksumValid(std::span<const std::uint8_t> pdu) noexcept {
+    if (pdu.size() < headerLength) {
+        return false;
+    }
+    // ISO 10589 7.3.11: both Fletcher sums over LSP ID .. end are 0 mod 255.
+    const FletcherSums s = fletcher(pdu.subspan(checksumFrom));
+    return s.c0 == 0 && s.c1 == 0;
+}
+
+void fillLspChecksum(std::span<std::uint8_t> pdu) noexcept {
+    if (pdu.size() < headerLength) {
+        return;
+    }
+    // ISO 8473 Annex C.2 (RFC 1008): with the checksum octets 0, choose them
+    // so that both sums end at 0; a 0 result is sent as 255, 0 meaning "no
+    // checksum".
+    pdu[checksumAt] = pdu[checksumAt + 1] = 0;
+    const FletcherSums s = fletcher(pdu.subspan(checksumFrom));
+    const auto len = static_cast<std::int64_t>(pdu.size() - checksumFrom);
+    const std::int64_t pos = checksumAt - checksumFrom + 1;  // 1-based, in the summed range
+    std::int64_t x = ((len - pos) * s.c0 - s.c1) % 255;
+    if (x <= 0) {
+        x += 255;
+    }
+    std::int64_t y = (s.c1 - (len - pos + 1) * s.c0) % 255;
+    if (y <= 0) {
+        y += 255;
+    }
+    pdu[checksumAt] = static_cast<std::uint8_t>(x);
+    pdu[checksumAt + 1] = static_cast<std::uint8_t>(y);
+}
+
+bool lspChecksumAccepted(const LspHeader& h, std::span<const std::uint8_t> pdu) noexcept {
+    // A purge may carry checksum 0 (its body is gone); anything else must add up.
+    if (h.isPurge() && h.checksum == 0) {
+        return true;
+    }
+    return h.checksum != 0 && lspChecksumValid(pdu.first(h.pduLength));
+}
+
+}  // namespace Routing::IsisDecoder

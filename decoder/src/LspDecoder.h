@@ -1,0 +1,232 @@
+// The decoder's internals: a bounded cursor over the PDU, the readers of
+// common fields, and the decoder of one LSP's TLVs, whose TLV families live
+// in files of their own (NodeTlvs, IsReachability, IpReachability, Srlg,
+// Binding).
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "IgpCommon/IgpLsp.h"
+#include "IsisDecoder/CodePoints.h"
+#include "IsisDecoder/Decoder.h"
+
+namespace Routing::IsisDecoder::detail {
+
+namespace IC = Routing::IgpCommon;
+using Reason = DecodeError::Reason;
+
+inline constexpr std::size_t headerLength = 27;
+inline constexpr std::uint32_t labelMask = 0xFFFFF;  // a 3-octet label carries 20 bits (RFC 8667 2.1)
+
+// Thrown inside the decoder only; decodeLsp turns it into a DecodeError.
+struct Failure {
+    DecodeError error;
+};
+
+[[noreturn]] inline void fail(Reason r, std::uint8_t tlv, std::size_t offset, std::string detail) {
+    throw Failure{DecodeError{r, tlv, offset, std::move(detail)}};
+}
+
+// A bounded view of part of the PDU. Every read checks the bound first, so no
+// read can leave the buffer; offsets are reported relative to the PDU start.
+class Cursor {
+public:
+    Cursor(const std::uint8_t* pdu, std::size_t begin, std::size_t end, std::uint8_t tlv) noexcept
+        : pdu_(pdu), pos_(begin), end_(end), tlv_(tlv) {}
+
+    std::size_t pos() const noexcept { return pos_; }
+    std::size_t remaining() const noexcept { return end_ - pos_; }
+    bool empty() const noexcept { return pos_ == end_; }
+    std::uint8_t tlv() const noexcept { return tlv_; }
+
+    void need(std::size_t n, Reason r, std::size_t at, std::string_view what) const {
+        if (remaining() < n) {
+            fail(r, tlv_, at, std::string(what));
+        }
+    }
+    std::uint8_t u8() { return static_cast<std::uint8_t>(take(1)); }
+    std::uint16_t u16() { return static_cast<std::uint16_t>(take(2)); }
+    std::uint32_t u24() { return take(3); }
+    std::uint32_t u32() { return take(4); }
+    float f32() {
+        const std::uint32_t bits = take(4);
+        float f;
+        std::memcpy(&f, &bits, sizeof f);
+        return f;
+    }
+    const std::uint8_t* bytes(std::size_t n) {
+        check(n);
+        const std::uint8_t* p = pdu_ + pos_;
+        pos_ += n;
+        return p;
+    }
+    void skip(std::size_t n) { bytes(n); }
+    // The next `n` octets as a cursor of their own; `r` when they are not all there.
+    Cursor sub(std::size_t n, Reason r, std::size_t at, const char* what) {
+        need(n, r, at, what);
+        Cursor c(pdu_, pos_, pos_ + n, tlv_);
+        pos_ += n;
+        return c;
+    }
+
+private:
+    void check(std::size_t n) const {
+        if (remaining() < n) {
+            fail(Reason::truncatedEntry, tlv_, pos_, "value runs past its container");
+        }
+    }
+    std::uint32_t take(std::size_t n) {
+        check(n);
+        std::uint32_t v = 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            v = (v << 8) | pdu_[pos_ + i];
+        }
+        pos_ += n;
+        return v;
+    }
+
+    const std::uint8_t* pdu_;
+    std::size_t pos_;
+    std::size_t end_;
+    std::uint8_t tlv_;
+};
+
+// One TLV or sub-TLV: its type, where it starts and its value.
+struct Item {
+    std::uint8_t type;
+    std::size_t start;
+    Cursor value;
+};
+
+// The next TLV or sub-TLV of `c`, `overrun` when its header or value does not fit.
+inline Item nextItem(Cursor& c, Reason overrun) {
+    const std::size_t start = c.pos();
+    c.need(2, overrun, start, "type and length octets do not fit");
+    const std::uint8_t type = c.u8();
+    const std::uint8_t len = c.u8();
+    Cursor value = c.sub(len, overrun, start, "length runs past the end of its container");
+    return Item{type, start, value};
+}
+
+inline void expectLength(const Item& it, std::size_t n, const char* what) {
+    if (it.value.remaining() != n) {
+        fail(Reason::badLength, it.value.tlv(), it.start, what);
+    }
+}
+
+inline void expectMultiple(const Item& it, std::size_t unit, bool allowEmpty, const char* what) {
+    const std::size_t n = it.value.remaining();
+    if (n % unit != 0 || (n == 0 && !allowEmpty)) {
+        fail(Reason::badLength, it.value.tlv(), it.start, what);
+    }
+}
+
+inline Lumo::IpAddr readV4(Cursor& c) {
+    return Lumo::IpAddr::fromBytes(c.bytes(4));
+}
+inline Lumo::Ip6Addr readV6(Cursor& c) {
+    return Lumo::Ip6Addr::fromBytes(c.bytes(16));
+}
+
+// A prefix of `len` bits stored in the fewest octets (RFC 5305 4, RFC 5308 2).
+Lumo::IpGenPrefix readPrefix(Cursor& c, std::uint8_t len, bool v6, std::size_t at);
+// A SID whose flags' V and L bits say label or index (RFC 8667 2.1, 2.2.1).
+std::uint32_t readSidValue(Cursor& c, std::uint8_t flags, std::uint8_t vlMask, std::size_t at);
+// A SID/label sub-TLV (RFC 8667 2.3).
+IC::LabelSid readSidLabel(const Item& it);
+
+/// The fixed header, checked; throws Failure.
+LspHeader readHeader(std::span<const std::uint8_t> pdu);
+
+class LspDecoder {
+public:
+    LspDecoder(const std::uint8_t* pdu, const LspHeader& h) : pdu_(pdu), h_(h) {}
+
+    Poldo::Ptr<IC::IsisLspParsedContent> run();
+
+private:
+    void decodeTlv(Item& it);
+    static IC::IgpMultiTopologyId readMtId(Item& it);
+
+    // Node-wide TLVs (NodeTlvs.cpp).
+    void areas(Item& it);
+    void hostName(Item& it);
+    void teRouterId(Item& it);
+    void teRouterIdV6(Item& it);
+    void topologies(Item& it);
+    void routerCapability(Item& it);
+    void srBlock(Item& s, Poldo::Ptr<IC::SrCapabilities>& block);
+    void flexAlgoDefinition(Item& s);
+    void finish();
+
+    // IS reachability (IsReachability.cpp).
+
+    // What the sub-TLVs of one IS reachability entry said; kept apart until the
+    // addresses, which belong to the key, are all known.
+    struct LinkAttrs {
+        IC::Neighbor::NeighborAttrsPresent present;
+        std::uint32_t adminGroup = 0;
+        float maxBw = 0, maxRsvBw = 0;
+        std::array<float, 8> unrsvBw{};
+        std::vector<std::uint32_t> extAdminGroup;
+        std::uint32_t teMetric = 0;
+        std::vector<IC::AdjacencySid> adjSids;
+        std::vector<IC::LanAdjacencySid> lanAdjSids;
+    };
+    void linkSubTlv(Item& s, IC::NeighborKey& key, LinkAttrs& a);
+    void addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, const LinkAttrs& a);
+    void wideNeighbors(Item& it, IC::IgpMultiTopologyId mt);
+    void narrowNeighbors(Item& it);
+
+    // IP reachability (IpReachability.cpp).
+    void prefixSubTlvs(Cursor& subs, const Poldo::Ptr<IC::Prefix>& pfx);
+    Poldo::Ptr<IC::Prefix> addPrefix(const Lumo::IpGenPrefix& p, IC::IgpMultiTopologyId mt,
+                                     std::uint32_t metric, bool down);
+    void v4Prefixes(Item& it, IC::IgpMultiTopologyId mt);
+    void v6Prefixes(Item& it, IC::IgpMultiTopologyId mt);
+    void narrowPrefixes(Item& it);
+
+    // SID/label bindings (Binding.cpp).
+    void binding(Item& it, IC::IgpMultiTopologyId mt);
+
+    // SRLGs (Srlg.cpp).
+    struct UnnumberedSrlg {
+        IC::IgpNodeId neighbor;
+        std::vector<std::uint32_t> values;
+    };
+    void srlgV4(Item& it);
+    void srlgV6(Item& it);
+    void attachUnnumberedSrlgs();
+
+    const std::uint8_t* pdu_;
+    const LspHeader& h_;
+    Poldo::Ptr<IC::IsisLspParsedContent> content_;
+    Poldo::Ptr<IC::Node> node_;
+    Poldo::Ptr<IC::IsisAreaIdCol> areas_;
+    Poldo::Ptr<IC::IgpMultiTopologyIdCol> mtIds_;
+    Poldo::Ptr<IC::SrCapabilities> srgb_;
+    Poldo::Ptr<IC::SrCapabilities> srlb_;
+    Poldo::Ptr<IC::IgpMsdCol> msds_;
+    std::uint32_t msdCount_ = 0;
+    Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol> fads_;
+    std::vector<UnnumberedSrlg> unnumberedSrlgs_;
+};
+
+}  // namespace Routing::IsisDecoder::detail
+
+namespace Routing::IsisDecoder {
+
+/// The content of a PDU that decodeLsp() accepted before (a held copy):
+/// decoded again without verifying its checksum or copying its octets.
+/// Null if it does not decode.
+Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu);
+
+}  // namespace Routing::IsisDecoder

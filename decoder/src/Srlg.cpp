@@ -1,0 +1,73 @@
+// Shared-risk link groups: TLVs 138 (RFC 5307 1.4) and 139 (RFC 6119 4.3).
+
+#include "LspDecoder.h"
+
+namespace Routing::IsisDecoder::detail {
+
+// RFC 5307 1.4: neighbor, flags (bit 0: numbered), local and remote
+// address or link identifiers, then 4-octet SRLGs.
+void LspDecoder::srlgV4(Item& it) {
+    Cursor& v = it.value;
+    if (v.remaining() < 16 || (v.remaining() - 16) % 4 != 0) {
+        fail(Reason::badLength, Tlv::srlg, it.start, "SRLG TLV length not 16 + 4k");
+    }
+    const auto neighbor = IC::IgpNodeId::fromBytes(v.bytes(7));
+    const bool numbered = (v.u8() & 0x01) != 0;
+    const auto local = readV4(v);
+    v.skip(4);
+    if (!numbered) {
+        // Link identifiers, not addresses: the record would be filed
+        // under the empty address, which every link without an IPv4
+        // address folds. The SRLGs go onto the neighbor's links without
+        // addresses instead, once the whole LSP is read.
+        UnnumberedSrlg u{neighbor, {}};
+        while (!v.empty()) {
+            u.values.push_back(v.u32());
+        }
+        unnumberedSrlgs_.push_back(std::move(u));
+        return;
+    }
+    const auto rec = content_->parsedSrLgIs(Lumo::IpGenAddr(local));
+    while (!v.empty()) {
+        rec->srlgValueIs(v.u32());
+    }
+}
+
+// RFC 6119 4.3: neighbor, flags (NA: a neighbor address follows), local
+// IPv6 address, optional neighbor address, then 4-octet SRLGs.
+void LspDecoder::srlgV6(Item& it) {
+    Cursor& v = it.value;
+    v.need(24, Reason::badLength, it.start, "IPv6 SRLG TLV too short");
+    v.skip(7);
+    const bool hasNeighbor = (v.u8() & 0x01) != 0;
+    const auto local = readV6(v);
+    if (hasNeighbor) {
+        v.need(16, Reason::badLength, it.start, "IPv6 SRLG TLV too short for its neighbor address");
+        v.skip(16);
+    }
+    if (v.remaining() % 4 != 0) {
+        fail(Reason::badLength, Tlv::ipv6Srlg, it.start, "IPv6 SRLG values not a multiple of 4 octets");
+    }
+    const auto rec = content_->parsedSrLgIs(Lumo::IpGenAddr(local));
+    while (!v.empty()) {
+        rec->srlgValueIs(v.u32());
+    }
+}
+
+void LspDecoder::attachUnnumberedSrlgs() {
+    for (const auto& u : unnumberedSrlgs_) {
+        for (const auto& n : content_->neighbor()) {
+            if (n->key().nodeId() != u.neighbor || !n->key().addressesEmpty()) {
+                continue;
+            }
+            auto present = n->attrsPresent();
+            present.srlgValuesIs(true);
+            n->attrsPresentIs(present);
+            for (const std::uint32_t v : u.values) {
+                n->srlgValuesIs(v);
+            }
+        }
+    }
+}
+
+}  // namespace Routing::IsisDecoder::detail
