@@ -55,16 +55,25 @@ void LspDecoder::srlgV6(Item& it) {
 }
 
 void LspDecoder::attachUnnumberedSrlgs() {
+    const auto attach = [](IC::Neighbor& n, const std::vector<std::uint32_t>& values) {
+        auto present = n.attrsPresent();
+        present.srlgValuesIs(true);
+        n.attrsPresentIs(present);
+        for (const std::uint32_t v : values) {
+            n.srlgValuesIs(v);
+        }
+    };
     for (const auto& u : unnumberedSrlgs_) {
+        // The links to that neighbor without addresses; when it has none (the
+        // link identifiers name a link the key cannot tell from the numbered
+        // ones), every link to that neighbor, so that no SRLG is lost.
+        bool addressless = false;
         for (const auto& n : content_->neighbor()) {
-            if (n->key().nodeId() != u.neighbor || !n->key().addressesEmpty()) {
-                continue;
-            }
-            auto present = n->attrsPresent();
-            present.srlgValuesIs(true);
-            n->attrsPresentIs(present);
-            for (const std::uint32_t v : u.values) {
-                n->srlgValuesIs(v);
+            addressless = addressless || (n->key().nodeId() == u.neighbor && n->key().addressesEmpty());
+        }
+        for (const auto& n : content_->neighbor()) {
+            if (n->key().nodeId() == u.neighbor && (!addressless || n->key().addressesEmpty())) {
+                attach(*n, u.values);
             }
         }
     }

@@ -250,7 +250,7 @@ TEST(DecoderCapture, CraftedLspsMatchTheManifest) {
 // flags and tags) leaves no line; a second TLV 22 entry for craft-b without
 // addresses is a link of its own, and narrow entries fold into wide ones of
 // the same key. The unnumbered SRLG TLV names craft-c.05, whose only link here
-// is numbered: it has no link to go onto.
+// is numbered: its SRLG goes onto that link, and onto no other neighbor.
 TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
     const std::string toCraftB =
         std::string(
@@ -259,7 +259,8 @@ TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
         "r6=2001:db8:12::2 rsv=1e+09 te=1000 unrsv=1e+09,9e+08,8e+08,7e+08,6e+08,5e+08,4e+08,3e+08";
     const std::string toCraftC =
         std::string("nbr 1921.6800.1003.05 mt0 m20 ag=0x2 l4=10.10.100.1 lan=24010/0x30/w0/1921.6800.1003 ") +
-        "lan=24011/0xb0/w0/1921.6800.1004 lan=24012/0x70/w10/1921.6800.1004 lan=77/0x0c/w0/1921.6800.1004";
+        "lan=24011/0xb0/w0/1921.6800.1004 lan=24012/0x70/w10/1921.6800.1004 lan=77/0x0c/w0/1921.6800.1004 " +
+        "srlg=400";
     const struct {
         const char* file;
         unsigned frame;

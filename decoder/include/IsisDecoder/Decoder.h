@@ -10,7 +10,8 @@
 // their entries and the TE attributes and adjacency SIDs of each. An SRLG TLV
 // of an unnumbered link (RFC 5307 1.4, TLV 138 without addresses) puts its
 // SRLGs onto the links to its neighbor without addresses that the same LSP
-// fragment describes, not into an SRLG record: filed under no address, the
+// fragment describes (onto every link to that neighbor there when none is
+// without addresses), not into an SRLG record: filed under no address, the
 // merge would fold it onto every link without an IPv4 address.
 #pragma once
 
