@@ -52,10 +52,11 @@ public:
         };
     };
     using UnreservedBwArray = Kest::Array<float, BwIndex, 8>;
-    // Inline room where links usually have members: up to two SRLGs and two
-    // adjacency SIDs (one protected, one not). LAN adjacency SIDs appear on
-    // LAN links only, so they take no room inline.
-    using ExtAdminGroupMap = Kest::HashMap<AdminGroupIndex, std::uint32_t, 0x7D2E74F6>;
+    // Inline room where links usually have members: the first extended admin
+    // group word (in the room the table's address takes anyway), up to two
+    // SRLGs and two adjacency SIDs (one protected, one not). LAN adjacency
+    // SIDs appear on LAN links only, so they take no room inline.
+    using ExtAdminGroupMap = Kest::HashMap<AdminGroupIndex, std::uint32_t, 0x7D2E74F6, 1>;
     using SrlgValueSet = Kest::HashSet<std::uint32_t, 0x78085E43, 2>;
     using AdjSidSet = Kest::HashSet<AdjacencySid, 0xDDAD3AD3, 2>;
     using LanAdjSidSet = Kest::HashSet<LanAdjacencySid, 0x6F5620EA, 0>;

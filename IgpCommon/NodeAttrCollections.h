@@ -254,8 +254,9 @@ class IgpFlexAlgoPrefixMetric final : public Poldo::RefCounted,
                                       public Drimm::SlabAllocated<IgpFlexAlgoPrefixMetric> {
 public:
     // A prefix has a metric for one algorithm or two at most, usually none:
-    // a sorted array with one in place keeps this object at 24 bytes.
-    using MetricMap = Kest::FlatMap<std::uint8_t, std::uint32_t, 1>;
+    // a sorted array with two in place keeps this object at 32 bytes, its
+    // slab class, and a prefix of two flexible algorithms allocates nothing.
+    using MetricMap = Kest::FlatMap<std::uint8_t, std::uint32_t, 2>;
     using KestMetric = MetricMap::value_type;
 
     static Poldo::Ptr<IgpFlexAlgoPrefixMetric> IgpFlexAlgoPrefixMetricIs();
