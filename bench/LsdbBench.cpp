@@ -1379,10 +1379,10 @@ void fragmentsRefreshVsNodes(benchmark::State& state, std::uint32_t) {
 /// to divide the count by. Passes: Ingest, IngestFloor, Reflood (on 1k, 10k,
 /// 50k or dense), FragmentsIngest, NodesIngest, FragmentsRefresh,
 /// NodesRefresh (on 256).
-int countPassMode(const std::string& spec) {
-    const std::size_t slash = spec.find('/');
-    const std::string pass = spec.substr(0, slash);
-    const std::string shape = slash == std::string::npos ? "" : spec.substr(slash + 1);
+int countPassMode(const std::string& passAndShape) {
+    const std::size_t slash = passAndShape.find('/');
+    const std::string pass = passAndShape.substr(0, slash);
+    const std::string shape = slash == std::string::npos ? "" : passAndShape.substr(slash + 1);
     const auto start = [] {
         CALLGRIND_START_INSTRUMENTATION;
         collectInstructions = true;
