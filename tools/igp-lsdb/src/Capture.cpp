@@ -84,6 +84,7 @@ bool Capture::next(CapturedFrame& frame) {
     if (rc == 1) {
         frame.number = ++count_;
         frame.bytes = std::span<const std::uint8_t>(data, header->caplen);
+        frame.time = static_cast<std::int64_t>(header->ts.tv_sec) * 1000000 + header->ts.tv_usec;
         return true;
     }
     if (rc == PCAP_ERROR) {

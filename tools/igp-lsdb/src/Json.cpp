@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "Filters.h"
 #include "Render.h"
 #include "Report.h"
 
@@ -162,17 +163,22 @@ Json prefixJson(const IC::Prefix& p) {
 
 Json malformedJson(const Malformed& m) {
     return Json{{"capture", m.captureName}, {"captureIndex", m.where.capture},
-                {"frame", m.where.frame},   {"level", m.level},
-                {"reason", m.reason},       {"message", m.message}};
+                {"frame", m.where.frame},   {"time", timeText(m.where.time)},
+                {"level", m.level},         {"reason", m.reason},
+                {"message", m.message}};
 }
 
-Json malformedList(const Lsdb& lsdb) {
+}  // namespace
+
+Json malformedJsonList(const Lsdb& lsdb) {
     Json out = Json::array();
     for (const Malformed& m : lsdb.malformed()) {
         out.push_back(malformedJson(m));
     }
     return out;
 }
+
+namespace {
 
 Json counts(const std::map<std::string, std::size_t>& byReason) {
     Json out = Json::object();
@@ -267,7 +273,7 @@ Json dumpJson(const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names
     return Json{{"kind", "dump"},
                 {"version", jsonVersion},
                 {"levels", std::move(levels)},
-                {"malformed", malformedList(lsdb)}};
+                {"malformed", malformedJsonList(lsdb)}};
 }
 
 Json changeJson(const Change& c, const HostNames& names) {
@@ -276,6 +282,7 @@ Json changeJson(const Change& c, const HostNames& names) {
         {"kind", "change"},
         {"capture", c.where.capture == 0 ? Json() : Json(c.where.capture)},
         {"frame", c.where.capture == 0 ? Json() : Json(c.where.frame)},
+        {"time", c.where.capture == 0 ? Json() : Json(timeText(c.where.time))},
         {"level", c.level},
         {"node", *text(c.node)},
         {"hostname", hostName ? Json(printable(*hostName)) : Json()},
@@ -317,7 +324,7 @@ Json statsJson(const Lsdb& lsdb, const std::vector<std::string>& captures, const
                         {"notIsis", f.notIsis},
                         {"malformed", counts(malformedFrames(lsdb))}}},
         {"levels", std::move(levels)},
-        {"malformed", malformedList(lsdb)},
+        {"malformed", malformedJsonList(lsdb)},
     };
 }
 

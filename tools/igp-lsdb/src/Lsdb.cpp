@@ -30,13 +30,18 @@ bool Lsdb::read(Capture& capture, std::size_t index, const ProgressFn& progress)
     using Clock = std::chrono::steady_clock;
     auto nextReport = Clock::now();
     CapturedFrame frame;
-    while (capture.next(frame)) {
+    while (!stopped_ && capture.next(frame)) {
+        const FrameRef where{index, frame.number, frame.time};
+        if (stopAt && stopAt(where)) {
+            stopped_ = true;
+            break;
+        }
         ++frames_.frames;
+        last_ = where;
         if (progress && Clock::now() >= nextReport) {
             progress(capture, frame.number);
             nextReport = Clock::now() + std::chrono::milliseconds(200);
         }
-        const FrameRef where{index, frame.number};
         const ID::FrameResult r = ID::isisPduOfFrame(capture.linkType(), frame.bytes);
         switch (r.status) {
             case ID::FrameResult::Status::isis:
@@ -57,6 +62,15 @@ bool Lsdb::read(Capture& capture, std::size_t index, const ProgressFn& progress)
         lsp(where, capture, r.pdu);
     }
     return capture.error().empty();
+}
+
+const FrameRef* Lsdb::receivedIn(unsigned level, const IC::IgpNodeId& id, std::uint8_t fragment) const {
+    const auto byLevel = receivedIn_.find(level);
+    if (byLevel == receivedIn_.end()) {
+        return nullptr;
+    }
+    const auto it = byLevel->second.find(id.toU64() | fragment);
+    return it == byLevel->second.end() ? nullptr : &it->second;
 }
 
 void Lsdb::lsp(const FrameRef& where, const Capture& capture, std::span<const std::uint8_t> pdu) {
@@ -80,13 +94,16 @@ void Lsdb::lsp(const FrameRef& where, const Capture& capture, std::span<const st
     if (afterMerge) {
         afterMerge();
     }
+    const std::uint64_t fragmentKey = h.nodeId().toU64() | h.fragment;
     switch (outcome) {
         case ID::LspKeeper::Outcome::installed:
         case ID::LspKeeper::Outcome::refreshed:
             ++c.installed;
+            receivedIn_[level][fragmentKey] = where;
             break;
         case ID::LspKeeper::Outcome::purged:
             ++c.purges;
+            receivedIn_[level].erase(fragmentKey);
             break;
         case ID::LspKeeper::Outcome::ignored:
         case ID::LspKeeper::Outcome::rejected:  // not from receive(): decoded above

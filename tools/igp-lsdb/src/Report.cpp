@@ -2,6 +2,7 @@
 
 #include <iomanip>
 
+#include "Filters.h"
 #include "Render.h"
 #include "SortedText.h"
 
@@ -46,10 +47,10 @@ void printDump(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, co
 }
 
 std::string changeLine(const Change& c, bool severalCaptures, const HostNames& names) {
-    std::string frame = "-";
+    std::string frame = "-\t-";
     if (c.where.capture != 0) {
         frame = severalCaptures ? std::to_string(c.where.capture) + ":" : "";
-        frame += std::to_string(c.where.frame);
+        frame += std::to_string(c.where.frame) + "\t" + timeText(c.where.time);
     }
     const auto field = [](const Text& t) { return t ? *t : std::string("-"); };
     std::string entity = c.entity;
@@ -160,7 +161,7 @@ void printMalformed(std::ostream& out, const std::vector<Malformed>& malformed) 
     out << "igp-lsdb: " << counted(malformed.size(), "malformed PDU")
         << " ignored, nothing of them merged:\n";
     for (const Malformed& m : malformed) {
-        out << "  " << m.captureName << " frame " << m.where.frame << ": ";
+        out << "  " << m.captureName << " frame " << m.where.frame << " (" << timeText(m.where.time) << "): ";
         if (m.level != 0) {
             out << "level-" << m.level << " LSP: ";
         }

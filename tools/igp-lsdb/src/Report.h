@@ -20,10 +20,10 @@ std::vector<Poldo::Ptr<IC::IgpLsp>> selectedEntries(const IC::IgpLspDatabase& db
 /// Each level's header line, then the library's dump of its selected entries.
 void printDump(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names);
 
-/// One change as a tab-separated line: frame, level, node, entity, attribute,
-/// key or index, old value, new value ("-" for what is absent). The frame is
-/// "N" with one capture, "C:N" for frame N of the C-th capture with several,
-/// and "-" for a change computed by a diff.
+/// One change as a tab-separated line: frame, capture time, level, node,
+/// entity, attribute, key or index, old value, new value ("-" for what is
+/// absent). The frame is "N" with one capture, "C:N" for frame N of the C-th
+/// capture with several; frame and time are "-" for a change computed by a diff.
 std::string changeLine(const Change& c, bool severalCaptures, const HostNames& names);
 
 struct LevelStats {
