@@ -180,6 +180,14 @@ Json malformedJsonList(const Lsdb& lsdb) {
 
 namespace {
 
+Json lspIds(const std::vector<LspIdValue>& ids) {
+    Json out = Json::array();
+    for (const LspIdValue id : ids) {
+        out.push_back(lspIdText(id));
+    }
+    return out;
+}
+
 Json counts(const std::map<std::string, std::size_t>& byReason) {
     Json out = Json::object();
     for (const auto& [reason, n] : byReason) {
@@ -310,6 +318,9 @@ Json statsJson(const Lsdb& lsdb, const std::vector<std::string>& captures, const
             {"installed", s.lsps.installed},
             {"purges", s.lsps.purges},
             {"ignoredAsOld", s.lsps.ignoredAsOld},
+            {"completeness", Json{{"csnps", s.csnps},
+                                  {"listedNeverCarried", lspIds(s.listedNeverCarried)},
+                                  {"heldNotListed", lspIds(s.heldNotListed)}}},
             {"malformed", counts(s.malformed)},
         });
     }

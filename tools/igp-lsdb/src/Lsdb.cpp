@@ -22,6 +22,7 @@ Lsdb::Lsdb(unsigned level) {
             keepers_[l] =
                 std::make_unique<ID::LspKeeper>(l == 1 ? IC::igpLevelIsisLevel1 : IC::igpLevelIsisLevel2);
             lspCounters_[l];
+            completeness_[l];
         }
     }
 }
@@ -56,6 +57,12 @@ bool Lsdb::read(Capture& capture, std::size_t index, const ProgressFn& progress)
         }
         if (ID::pduKind(r.pdu) != ID::PduKind::lsp) {
             ++frames_.otherIsis;
+            // PDU types 24 and 25: level-1 and level-2 CSNPs (ISO 10589 section 9.10).
+            const unsigned type = ID::pduKind(r.pdu) == ID::PduKind::snp ? r.pdu[4] & 0x1fu : 0;
+            const unsigned csnpLevel = type == 24 ? 1 : type == 25 ? 2 : 0;
+            if (keepers_.contains(csnpLevel)) {
+                completeness_[csnpLevel].csnp(r.pdu, *keepers_[csnpLevel]);
+            }
             continue;
         }
         ++frames_.lsps;
@@ -87,6 +94,8 @@ void Lsdb::lsp(const FrameRef& where, const Capture& capture, std::span<const st
     const ID::LspHeader& h = d.lsp().header;
     LspCounters& c = lspCounters_[level][h.nodeId()];
     ++c.received;
+    Completeness& completeness = completeness_[level];
+    completeness.carried(lspIdValue(h));
     if (beforeMerge) {
         beforeMerge(where, level, h.nodeId());
     }
@@ -100,6 +109,7 @@ void Lsdb::lsp(const FrameRef& where, const Capture& capture, std::span<const st
         case ID::LspKeeper::Outcome::refreshed:
             ++c.installed;
             receivedIn_[level][fragmentKey] = where;
+            completeness.arrived(lspIdValue(h));
             break;
         case ID::LspKeeper::Outcome::purged:
             ++c.purges;

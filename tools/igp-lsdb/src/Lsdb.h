@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Capture.h"
+#include "Completeness.h"
 #include "IgpCommon/IgpLsp.h"
 #include "IsisDecoder/LspKeeper.h"
 
@@ -88,6 +89,7 @@ public:
         return lspCounters_.at(level);
     }
     const FrameCounters& frameCounters() const noexcept { return frames_; }
+    const Completeness& completeness(unsigned level) const { return completeness_.at(level); }
     const std::vector<Malformed>& malformed() const noexcept { return malformed_; }
 
 private:
@@ -96,6 +98,7 @@ private:
     std::vector<unsigned> levels_;
     std::map<unsigned, std::unique_ptr<ID::LspKeeper>> keepers_;
     std::map<unsigned, std::map<IC::IgpNodeId, LspCounters>> lspCounters_;
+    std::map<unsigned, Completeness> completeness_;
     // Per level, by IgpNodeId::toU64 with the fragment number in its lowest octet.
     std::map<unsigned, std::map<std::uint64_t, FrameRef>> receivedIn_;
     FrameRef last_;
