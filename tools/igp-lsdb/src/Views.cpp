@@ -1,6 +1,7 @@
 #include "Views.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <sstream>
 
@@ -22,11 +23,17 @@ std::string hex(unsigned value, int digits) {
     return out;
 }
 
-/// The rows of a table whose first column is as wide as its widest entry.
+/// The columns `s` takes: one per character, UTF-8 continuation octets taking none.
+std::size_t columns(std::string_view s) {
+    return static_cast<std::size_t>(std::count_if(
+        s.begin(), s.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+/// The width of a table's first column: that of its widest entry.
 std::size_t idWidth(const std::vector<LspRow>& rows, const HostNames& names) {
-    std::size_t width = std::string_view("LSP ID").size();
+    std::size_t width = columns("LSP ID");
     for (const LspRow& r : rows) {
-        width = std::max(width, lspIdLabel(*r.header, names).size());
+        width = std::max(width, columns(lspIdLabel(*r.header, names)));
     }
     return width;
 }
@@ -45,7 +52,7 @@ void printRows(std::ostream& out, const std::vector<LspRow>& rows, const HostNam
                       h.attached() ? 1 : 0, h.partitionRepair() ? 1 : 0, h.overload() ? 1 : 0);
         const std::string id = lspIdLabel(h, names);
         // The label may hold multi-octet characters: pad it by hand, not by printf.
-        out << indent << id << std::string(width - std::min(width, id.size()), ' ') << line << '\n';
+        out << indent << id << std::string(width - std::min(width, columns(id)), ' ') << line << '\n';
     }
 }
 
@@ -128,12 +135,12 @@ std::string entryDetail(const IC::IgpLsp& entry, const HostNames& names) {
         m.value->formatContent(os);
         std::string text = os.str();
         const std::size_t eol = text.find('\n');
-        std::string first = withHostNames(text.substr(0, eol), names);
+        std::string first = text.substr(0, eol);
         if (const unsigned mt = m.key.mtId().value(); mt != 0) {
-            // As the prefixes show theirs: only a topology other than the standard one.
-            first.insert(first.find(',') == std::string::npos ? first.size() : first.find(','),
-                         ", mtId=" + std::to_string(mt));
+            // As the prefixes show theirs: only a topology other than the standard one, after the ID.
+            first.insert(std::min(first.find(','), first.size()), ", mtId=" + std::to_string(mt));
         }
+        first = withHostNames(first, names);
         std::string rest = eol == std::string::npos ? "" : withHostNames(text.substr(eol + 1), names);
         block += "  " + first + "\n";
         for (std::size_t at = 0; at < rest.size();) {
