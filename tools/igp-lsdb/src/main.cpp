@@ -441,6 +441,27 @@ std::string lowerFirst(std::string s) {
     return s;
 }
 
+/// What CLI11 found wrong, in the tool's words where its own are vague.
+std::string parseErrorText(const CLI::ParseError& e,
+                           const std::vector<std::pair<CLI::App*, const Command*>>& subs) {
+    const std::string what = e.what();
+    if (dynamic_cast<const CLI::ExtrasError*>(&e) != nullptr) {
+        // "The following argument(s) was/were not expected: a b"
+        const std::string extras =
+            what.substr(what.find(": ") == std::string::npos ? 0 : what.find(": ") + 2);
+        const std::string first = extras.substr(0, extras.find(' '));
+        return (first.starts_with("-") ? "unknown option '" : "unexpected argument '") + first + "'";
+    }
+    if (dynamic_cast<const CLI::RequiredError*>(&e) != nullptr && what.starts_with("captures ")) {
+        for (const auto& [sub, command] : subs) {
+            if (sub->parsed()) {
+                return std::string(command->name) + " needs a capture";
+            }
+        }
+    }
+    return lowerFirst(what);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -476,7 +497,7 @@ int main(int argc, char** argv) {
         if (e.get_exit_code() == 0) {
             return app.exit(e);  // --help, --version
         }
-        return usage(lowerFirst(e.what()));
+        return usage(parseErrorText(e, subs));
     }
     for (const auto& [sub, command] : subs) {
         if (!sub->parsed()) {
