@@ -221,7 +221,6 @@ private:
         if (!set_.sel.nodes.matches(c.node, names_) || (set_.sel.prefix && !set_.sel.prefix->concerns(c))) {
             return;
         }
-        matched_ = true;
         if (opt_.json) {
             std::cout << jsonText(changeJson(c, names_), true) << '\n';
         } else {
@@ -289,7 +288,8 @@ private:
                 const auto ours = a.keeper(level).database()->lsp(entry->nodeId());
                 if (!ours || nodeJson(level, *ours, 0, names_) != nodeJson(level, *entry, 0, names_)) {
                     std::cerr << "igp-lsdb: after the changes, level-" << level << " node "
-                              << entry->nodeId().toStrep() << " still differs from the second capture's\n";
+                              << entry->nodeId().toStrep()
+                              << " still differs from the one it was compared with\n";
                 }
             }
         }
@@ -300,7 +300,7 @@ private:
         for (const Lsdb* lsdb : built) {
             printMalformed(std::cerr, lsdb->malformed());
         }
-        if (!set_.sel.nodes.any() && !matched_ && !anyMatch(built)) {
+        if (!set_.sel.nodes.any() && !anyMatch(built)) {
             std::cerr << "igp-lsdb: no node matches '" << set_.sel.nodes.pattern() << "'\n";
         }
         return 0;
@@ -326,7 +326,6 @@ private:
     Settings set_;
     HostNames names_;
     bool progress_;
-    bool matched_ = false;
 };
 
 /// One subcommand: what it is called, says of itself, takes, and does.
