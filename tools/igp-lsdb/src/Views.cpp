@@ -98,20 +98,22 @@ std::vector<LspRow> rowsOf(const std::vector<LspRow>& all, const IC::IgpNodeId& 
 
 /// "ngb=0000.0000.0003.02" and "sysID=0000.0000.0001" with the system's host name beside.
 std::string withHostNames(std::string line, const HostNames& names) {
-    for (const std::string_view tag : {"ngb=", "sysID="}) {
-        for (std::size_t at = line.find(tag); at != std::string::npos; at = line.find(tag, at + 1)) {
-            const std::size_t start = at + tag.size();
-            std::size_t end = start;
-            while (end < line.size() &&
-                   (std::isxdigit(static_cast<unsigned char>(line[end])) || line[end] == '.')) {
-                ++end;
-            }
-            const auto system = systemIdOfText(std::string_view(line).substr(start, end - start));
-            const auto host = system ? names.ofSystem(*system) : std::nullopt;
-            if (host) {
-                line.insert(end, " (" + escaped(*host) + ")");
-            }
+    const auto next = [&line](std::size_t from) {
+        return std::min(line.find("ngb=", from), line.find("sysID=", from));
+    };
+    // The search goes on after what was inserted: a host name may hold a tag itself.
+    for (std::size_t at = next(0); at != std::string::npos; at = next(at)) {
+        const std::size_t start = line.find('=', at) + 1;
+        std::size_t end = start;
+        while (end < line.size() &&
+               (std::isxdigit(static_cast<unsigned char>(line[end])) || line[end] == '.')) {
+            ++end;
         }
+        const auto system = systemIdOfText(std::string_view(line).substr(start, end - start));
+        const auto host = system ? names.ofSystem(*system) : std::nullopt;
+        const std::string beside = host ? " (" + escaped(*host) + ")" : "";
+        line.insert(end, beside);
+        at = end + beside.size();
     }
     return line;
 }

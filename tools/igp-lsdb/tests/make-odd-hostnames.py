@@ -5,10 +5,11 @@ escaping of the names routers send. Run once from the repository root; the outpu
     python3 tools/igp-lsdb/tests/make-odd-hostnames.py
 
 Frames 1 to 4 of crafted-mt.pcap, with the host name (TLV 137) of craft-e (frame 4) replaced by
-octets that no text view may print as they are: a line break followed by a forged node line, a
-NUL, a backslash, an octet that is not UTF-8 (ff), a C1 control (c2 85), a UTF-16 surrogate
-(ed a0 80) and a sequence cut short (e2 82 before a letter) between well-formed UTF-8 (c3 a9, f0 9f 98 80) that stays as it is. The checksum and
-the lengths are recomputed.
+octets that no text view may print as they are: a line break followed by a forged node line
+(naming craft-e itself as a neighbor, which a view must not annotate without end), a NUL, a
+backslash, an octet that is not UTF-8 (ff), a C1 control (c2 85), a UTF-16 surrogate (ed a0 80)
+and a sequence cut short (e2 82 before a letter), between well-formed UTF-8 (c3 a9, f0 9f 98 80)
+that stays as it is. The checksum and the lengths are recomputed.
 """
 import importlib.util
 import os
@@ -18,7 +19,7 @@ ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)),
 SOURCE = os.path.join(ROOT, "decoder", "tests", "data", "crafted-mt.pcap")
 OUTPUT = os.path.join(ROOT, "tools", "igp-lsdb", "tests", "data", "odd-hostnames.pcap")
 LLC = 17
-NAME = b"e\nnode=0000.0000.0009, x\x00\\ \xc3\xa9 \xff \xc2\x85 \xed\xa0\x80 \xe2\x82A \xf0\x9f\x98\x80"
+NAME = b"e\nnode=0000.0000.0009, ngb=1921.6800.1005 x\x00\\ \xc3\xa9 \xff \xc2\x85 \xed\xa0\x80 \xe2\x82A \xf0\x9f\x98\x80"
 
 spec = importlib.util.spec_from_file_location(
     "captures", os.path.join(os.path.dirname(os.path.abspath(__file__)), "make-test-captures.py"))
