@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "LspDecoder.h"
 
@@ -205,9 +206,7 @@ constexpr std::size_t flagsAt = 26;
 // as well formed as it was.
 bool sameButHeader(std::span<const std::uint8_t> pdu, const std::vector<std::uint8_t>& held) {
     const auto same = [&](std::size_t from, std::size_t to) {
-        return std::equal(pdu.begin() + static_cast<std::ptrdiff_t>(from),
-                          pdu.begin() + static_cast<std::ptrdiff_t>(to),
-                          held.begin() + static_cast<std::ptrdiff_t>(from));
+        return std::memcmp(pdu.data() + from, held.data() + from, to - from) == 0;
     };
     return pdu.size() == held.size() && same(0, lifetimeAt) && same(lspIdAt, seqAt) &&
            same(flagsAt, pdu.size());
@@ -313,10 +312,14 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
             const auto body = pdu.first(h->pduLength);
             if (held != node->second.fragments.end()) {
                 Fragment& f = held->second;
-                if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber &&
-                    sameButHeader(body, f.octets) && lspChecksumAccepted(*h, body)) {
+                // Held octets from a PDU passed the checksum when installed, so
+                // only the new sequence number and checksum need summing.
+                if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber && h->checksum != 0 &&
+                    sameButHeader(body, f.octets) &&
+                    detail::checksumValidAfterEdit(f.octets, body, seqAt, flagsAt)) {
                     f.header = *h;
-                    std::copy(body.begin(), body.end(), f.octets.begin());
+                    std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt,
+                              f.octets.begin() + lifetimeAt);
                     ++refreshed_;
                     return Outcome::refreshed;
                 }
