@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <type_traits>
 
 #include "LspDecoder.h"
 
@@ -360,12 +361,14 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::span<const std::uint
     if (content) {
         f.octets.assign(octets.begin(), octets.end());
         f.nodeWide = carriesNodeWide(*content->node());
+        f.srlg = !content->parsedSrLg().empty();
         node.held += f.held ? 0 : 1;
         held_ += f.held ? 0 : 1;
         f.held = true;
     } else {
         f.octets = {};
         f.nodeWide = false;
+        f.srlg = false;
         node.held -= f.held ? 1 : 0;
         held_ -= f.held ? 1 : 0;
         f.held = false;
@@ -416,10 +419,18 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     // The other fragments decoded in this update, each once.
     std::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded;
     if (!node.indexed) {
-        // A second fragment: index what was held so far (one fragment).
+        // A second fragment: index what was held so far, one fragment, which
+        // the entry holds as it is: its keys are the entry's, and only its
+        // SRLG records, which the entry folds into links, need decoding.
+        const Poldo::Ptr<IC::IgpLsp> entry = db_->lsp(id);
         for (const auto& [num, f] : node.fragments) {
-            if (f.held && num != number) {
+            if (!f.held || num == number) {
+                continue;
+            }
+            if (f.srlg || !entry) {
                 index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets)).first->second);
+            } else {
+                indexKeys(node, num, *entry);
             }
         }
         if (before) {
@@ -619,9 +630,18 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     return d;
 }
 
-void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
+// A parsed content's collections hold members; an entry's give (key, member).
+template <class Keys>
+void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
+    constexpr bool entry = std::is_same_v<Keys, IC::IgpLsp>;
     for (const auto& n : c.neighbor()) {
-        const auto [it, added] = node.neighbors.try_emplace(n->key());
+        const IC::NeighborKey* key;
+        if constexpr (entry) {
+            key = &n.key;
+        } else {
+            key = &n->key();
+        }
+        const auto [it, added] = node.neighbors.try_emplace(*key);
         if (added) {
             for (const auto& a : foldAddresses(it->first)) {
                 node.linksByAddr.emplace(a, &it->first);
@@ -630,8 +650,16 @@ void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspPar
         it->second.set(number);
     }
     for (const auto& p : c.prefix()) {
-        node.prefixes[p->prefixKey()].set(number);
+        if constexpr (entry) {
+            node.prefixes[p.key].set(number);
+        } else {
+            node.prefixes[p->prefixKey()].set(number);
+        }
     }
+}
+
+void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
+    indexKeys(node, number, c);
     for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
         node.srlgs[(*it)->localAddr()].set(number);
     }
