@@ -50,6 +50,16 @@ ssize_t gzSourceRead(void* cookie, char* buf, std::size_t size) {
     return r;
 }
 
+// A pcapng file may carry any 64-bit time: what does not fit saturates.
+std::int64_t micros(const timeval& t) noexcept {
+    std::int64_t us = 0;
+    if (__builtin_mul_overflow(static_cast<std::int64_t>(t.tv_sec), std::int64_t{1000000}, &us) ||
+        __builtin_add_overflow(us, static_cast<std::int64_t>(t.tv_usec), &us)) {
+        return t.tv_sec < 0 ? INT64_MIN : INT64_MAX;
+    }
+    return us;
+}
+
 int gzSourceClose(void* cookie) {
     auto* s = static_cast<GzSource*>(cookie);
     const int rc = gzclose(s->gz);
@@ -248,7 +258,7 @@ bool Capture::next(CapturedFrame& frame) {
         const int rc = pcap_next_ex(handle_->pcap, &header, &data);
         if (rc == 1) {
             frame.number = ++count_;
-            frame.timeMicros = static_cast<std::int64_t>(header->ts.tv_sec) * 1000000 + header->ts.tv_usec;
+            frame.timeMicros = micros(header->ts);
             frame.bytes = std::span<const std::uint8_t>(data, header->caplen);
             return true;
         }
