@@ -223,8 +223,10 @@ private:
         }
         for (std::size_t i = 0; i < captures.size(); ++i) {
             Capture& c = *captures[i];
-            const bool whole = lsdb.read(c, i + 1, progress_ ? ProgressFn(showProgress) : ProgressFn());
-            if (progress_) {
+            // A live capture has no end to count towards, and its progress would mix with --follow's lines.
+            const bool showing = progress_ && !c.live();
+            const bool whole = lsdb.read(c, i + 1, showing ? ProgressFn(showProgress) : ProgressFn());
+            if (showing) {
                 std::cerr << "\r\033[K" << std::flush;
             }
             if (!whole) {
