@@ -20,7 +20,9 @@ Every output carries the lab's own LSP bytes; only the link-layer wrapping chang
                                     with the flex-algo 128 prefix metric of 192.0.2.1/32 at 600, not 500
   tests/data/hostile-hostname.pcap  the 133 LSP frames, r1's level-2 host name (TLV 137) replaced by
                                     HOSTILE_NAME: a NUL, a line break that starts a forged node line,
-                                    a terminal escape, a backslash, invalid and valid UTF-8
+                                    a terminal escape, a backslash, a C1 control, valid UTF-8 of two
+                                    to four octets, and invalid UTF-8 (a stray octet, a sequence cut
+                                    short, an overlong form, a surrogate, a code point past U+10FFFF)
 """
 import os
 import struct
@@ -134,7 +136,8 @@ def fapm_changed(frame):
 
 
 HOSTILE_NAME = (b"r1\x00cut\n  node=0000.0000.0099.00, flags=<>, hostname=forged\r\x1b[2J"
-                b"\\x41\xff\xc3\xa9\xc2\x85")
+                b"\\x41\xff\xc3\xa9\xc2\x85\xe2\x82\xac\xe2\x82A\xe0\x80\x80\xed\xa0\x80\xf0\x9f\x98\x80"
+                b"\xf4\x90\x80\x80")
 
 
 def with_hostname(frame, name):
