@@ -137,7 +137,7 @@ def fapm_changed(frame):
 
 HOSTILE_NAME = (b"r1\x00cut\n  node=0000.0000.0099.00, flags=<>, hostname=forged\r\x1b[2J"
                 b"\\x41\xff\xc3\xa9\xc2\x85\xe2\x82\xac\xe2\x82A\xe0\x80\x80\xed\xa0\x80\xf0\x9f\x98\x80"
-                b"\xf4\x90\x80\x80")
+                b"\xf4\x90\x80\x80\xf0\x8f\xbf\xbf")
 
 
 def with_hostname(frame, name):
