@@ -212,7 +212,11 @@ std::unique_ptr<Capture> Capture::openLive(const std::string& interface, std::st
         return nullptr;
     }
     pcap_t* p = h->pcap;
-    pcap_set_snaplen(p, 65535);
+    // In immediate mode every slot of the kernel's ring holds a whole snapshot: a jumbo frame's
+    // length (an IS-IS PDU never exceeds the link's MTU) and a large buffer keep thousands of
+    // frames, so that a burst of LSPs is not dropped while the tool merges.
+    pcap_set_snaplen(p, 9216);
+    pcap_set_buffer_size(p, 32 * 1024 * 1024);
     pcap_set_promisc(p, 1);
     pcap_set_immediate_mode(p, 1);  // each LSP as it arrives, not a buffer's worth later
     pcap_set_timeout(p, 100);
@@ -277,6 +281,14 @@ bool Capture::next(CapturedFrame& frame) {
         }
         return false;
     }
+}
+
+std::uint64_t Capture::dropped() const noexcept {
+    pcap_stat stats{};
+    if (!live_ || pcap_stats(handle_->pcap, &stats) != 0) {
+        return 0;
+    }
+    return std::uint64_t{stats.ps_drop} + stats.ps_ifdrop;
 }
 
 double Capture::progress() const noexcept {

@@ -57,6 +57,8 @@ public:
     const std::string& error() const noexcept { return error_; }
     /// The number of the last whole frame delivered (0 before the first).
     unsigned lastFrame() const noexcept { return count_; }
+    /// Frames of a live capture that the kernel dropped for want of room; 0 for files.
+    std::uint64_t dropped() const noexcept;
     /// How far reading has come, 0 to 1; negative when unknown.
     double progress() const noexcept;
 

@@ -47,7 +47,8 @@ constexpr const char* seedNote =
     "change nothing); 1 when the output could not be written (full disk, closed pipe); 2 when a\n"
     "capture is missing, unreadable or not a capture, or the command line is wrong (nothing is\n"
     "printed); 3 when a capture ends early (cut short in mid-record, or corrupt): everything before\n"
-    "the last whole frame was read and shown, and a warning names the file and that frame.";
+    "the last whole frame was read and shown, and a warning names the file and that frame; also\n"
+    "when a live capture dropped frames.";
 
 struct Options {
     std::vector<std::string> captures;
@@ -233,6 +234,11 @@ private:
                 std::cerr << "igp-lsdb: " << c.name() << ": warning: the capture ends early after frame "
                           << c.lastFrame() << ", its last whole frame (" << c.error()
                           << "); what came before is shown\n";
+                status_ = exitCutShort;
+            }
+            if (const std::uint64_t lost = c.dropped(); lost != 0) {
+                std::cerr << "igp-lsdb: " << c.name() << ": warning: " << lost
+                          << " frames were dropped before they could be read; the database may lack them\n";
                 status_ = exitCutShort;
             }
         }

@@ -73,7 +73,7 @@ done
 grep -q "listening on vb" "$scratch/events.err" || { cat "$scratch/events.err"; echo "events -i did not start"; exit 1; }
 grep -q "listening on vb" "$scratch/dump.err" || { cat "$scratch/dump.err"; echo "dump -i did not start"; exit 1; }
 
-"${in_a[@]}" tcpreplay -q -i va --mbps=20 "$lab" >"$scratch/tcpreplay.out" 2>&1 || {
+"${in_a[@]}" tcpreplay -q -i va --mbps=10 "$lab" >"$scratch/tcpreplay.out" 2>&1 || {
     cat "$scratch/tcpreplay.out"
     exit 1
 }
