@@ -223,7 +223,8 @@ std::unique_ptr<Capture> Capture::openLive(const std::string& interface, std::st
     const int rc = pcap_activate(p);
     if (rc < 0) {
         error = pcap_statustostr(rc);
-        if (const char* detail = pcap_geterr(p); detail != nullptr && *detail != '\0') {
+        // libpcap's own message, when it says more than the status does.
+        if (const char* detail = pcap_geterr(p); detail != nullptr && *detail != '\0' && error != detail) {
             error += std::string(": ") + detail;
         }
         return nullptr;
