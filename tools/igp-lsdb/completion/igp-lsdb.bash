@@ -8,22 +8,24 @@ _igp_lsdb() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            --level|--node|--prefix|--since|--until|--from|--to) ((i++)) ;;
+            -i|--interface|--level|--node|--prefix|--since|--until|--from|--to) ((i++)) ;;
             -*) ;;
             *) sub=$word; break ;;
         esac
     done
     case $prev in
         --level) COMPREPLY=($(compgen -W "1 2 L1 L2" -- "$cur")); return ;;
+        -i|--interface) COMPREPLY=($(compgen -W "$(ls /sys/class/net 2>/dev/null)" -- "$cur")); return ;;
         --node|--prefix|--since|--until|--from|--to) COMPREPLY=(); return ;;
     esac
-    local common="--json --level --node --random-seed --help"
+    local common="--json --level --node --interface --random-seed --help"
     local opts
     case $sub in
-        summary|detail|events) opts="$common --prefix --since --until" ;;
+        summary|detail) opts="$common --prefix --since --until" ;;
+        events) opts="$common --prefix --since --until --follow" ;;
         dump|stats) opts="$common --until" ;;
         diff) opts="$common --prefix --from --to --separate" ;;
-        *) opts="$common --prefix --since --until --from --to --separate --version" ;;
+        *) opts="$common --prefix --since --until --from --to --separate --follow --version" ;;
     esac
     if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "$opts" -- "$cur"))

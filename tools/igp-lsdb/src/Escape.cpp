@@ -6,39 +6,38 @@ namespace IgpLsdb {
 
 namespace {
 
-void putEscaped(std::string& out, unsigned char c) {
-    constexpr const char* hex = "0123456789abcdef";
+void putHex(std::string& out, unsigned char c) {
+    constexpr char digits[] = "0123456789abcdef";
     out += "\\x";
-    out += hex[c >> 4];
-    out += hex[c & 0xf];
+    out += digits[c >> 4];
+    out += digits[c & 0xF];
 }
 
-// The length of the well-formed UTF-8 sequence at the start of `s`, or 0
-// (RFC 3629 section 4: no overlong forms, no surrogates, nothing past U+10FFFF).
-std::size_t sequenceLength(std::string_view s) {
-    const auto b = [&](std::size_t i) { return static_cast<unsigned char>(s[i]); };
-    const unsigned char c = b(0);
+/// The length of the valid UTF-8 sequence at the start of `s` (RFC 3629 4:
+/// no overlong forms, no surrogates, nothing above U+10FFFF), or 0.
+std::size_t utf8Length(std::string_view s) {
+    const auto at = [&](std::size_t i) { return static_cast<unsigned char>(s[i]); };
+    const unsigned char lead = at(0);
     std::size_t n = 0;
-    unsigned char lo = 0x80;
-    unsigned char hi = 0xbf;
-    if (c >= 0xc2 && c <= 0xdf) {
+    unsigned char lo = 0x80, hi = 0xBF;  // the range of the second octet
+    if (lead >= 0xC2 && lead <= 0xDF) {
         n = 2;
-    } else if (c >= 0xe0 && c <= 0xef) {
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
         n = 3;
-        lo = c == 0xe0 ? 0xa0 : 0x80;
-        hi = c == 0xed ? 0x9f : 0xbf;
-    } else if (c >= 0xf0 && c <= 0xf4) {
+        lo = lead == 0xE0 ? 0xA0 : 0x80;
+        hi = lead == 0xED ? 0x9F : 0xBF;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
         n = 4;
-        lo = c == 0xf0 ? 0x90 : 0x80;
-        hi = c == 0xf4 ? 0x8f : 0xbf;
+        lo = lead == 0xF0 ? 0x90 : 0x80;
+        hi = lead == 0xF4 ? 0x8F : 0xBF;
     } else {
         return 0;
     }
-    if (s.size() < n || b(1) < lo || b(1) > hi) {
+    if (s.size() < n || at(1) < lo || at(1) > hi) {
         return 0;
     }
     for (std::size_t i = 2; i < n; ++i) {
-        if (b(i) < 0x80 || b(i) > 0xbf) {
+        if (at(i) < 0x80 || at(i) > 0xBF) {
             return 0;
         }
     }
@@ -50,30 +49,26 @@ std::size_t sequenceLength(std::string_view s) {
 std::string escaped(std::string_view s) {
     std::string out;
     out.reserve(s.size());
-    while (!s.empty()) {
-        const auto c = static_cast<unsigned char>(s.front());
+    for (std::size_t i = 0; i < s.size();) {
+        const auto c = static_cast<unsigned char>(s[i]);
         if (c < 0x80) {
-            if (c < 0x20 || c == 0x7f || c == '\\') {
-                putEscaped(out, c);
+            if (c < 0x20 || c == 0x7F || c == '\\') {
+                putHex(out, c);
             } else {
                 out += static_cast<char>(c);
             }
-            s.remove_prefix(1);
+            ++i;
             continue;
         }
-        const std::size_t n = sequenceLength(s);
-        // U+0080..U+009F, the C1 controls, are written as C2 80..C2 9F.
-        const bool c1 = n == 2 && c == 0xc2 && static_cast<unsigned char>(s[1]) < 0xa0;
-        if (n == 0 || c1) {
-            const std::size_t k = c1 ? 2 : 1;
-            for (std::size_t i = 0; i < k; ++i) {
-                putEscaped(out, static_cast<unsigned char>(s[i]));
-            }
-            s.remove_prefix(k);
+        const std::size_t n = utf8Length(s.substr(i));
+        // U+0080 to U+009F are controls too: C2 80 to C2 9F.
+        if (n == 0 || (n == 2 && c == 0xC2 && static_cast<unsigned char>(s[i + 1]) < 0xA0)) {
+            putHex(out, c);
+            ++i;
             continue;
         }
-        out.append(s.substr(0, n));
-        s.remove_prefix(n);
+        out.append(s.substr(i, n));
+        i += n;
     }
     return out;
 }

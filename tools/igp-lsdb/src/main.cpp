@@ -4,6 +4,7 @@
 //   igp-lsdb detail [CAPTURE...]   each node with its fragments and contents
 //   igp-lsdb dump [CAPTURE...]     each level's database as the library dumps it
 //   igp-lsdb events CAPTURE...     one line per change while the LSPs are merged
+//   igp-lsdb events -i IFACE --follow    the same, live, each line as soon as it is known
 //   igp-lsdb diff A B              the changes that B's LSPs make to the databases of A
 //   igp-lsdb stats CAPTURE...      counts per level, what was skipped or malformed, what is missing
 //
@@ -13,11 +14,15 @@
 
 #include <CLI/CLI.hpp>
 #include <cctype>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Capture.h"
@@ -35,7 +40,9 @@ namespace {
 
 using namespace IgpLsdb;
 
+constexpr int exitOutputFailed = 1;
 constexpr int exitBadInput = 2;
+constexpr int exitCutShort = 3;
 constexpr const char* seedNote =
     "Reproducible output: the library's hash tables iterate in an order that follows its random hash\n"
     "seed, so igp-lsdb sorts what it prints: LSPs by LSP ID, nodes by node ID and each node's members\n"
@@ -44,8 +51,15 @@ constexpr const char* seedNote =
     "still fixes it (see the library's README); --random-seed is accepted and does nothing.\n\n"
     "Moments (--since, --until, --from, --to): a frame number N (of the first capture), C:N (frame N of\n"
     "the C-th capture), or a time in RFC 3339 (2024-05-01T10:00:00.5Z; without an offset, UTC).\n\n"
-    "Exit status: 0 when every capture was read (malformed PDUs are reported on stderr and change\n"
-    "nothing), 2 when a capture is missing, unreadable or not a capture, or the command line is wrong.";
+    "Captures: pcap or pcapng, plain or gzip-compressed; '-' reads standard input. With no capture,\n"
+    "summary, detail and dump show a capture built into the tool and say so on standard error.\n"
+    "-i IFACE captures live (IS-IS frames only) until interrupted, then prints as for a capture file.\n\n"
+    "Exit status: 0 when every capture was read whole (malformed PDUs are reported on stderr and\n"
+    "change nothing); 1 when the output could not be written (full disk, closed pipe); 2 when a\n"
+    "capture is missing, unreadable or not a capture, or the command line is wrong (nothing is\n"
+    "printed); 3 when a capture ends early (cut short in mid-record, or corrupt): everything before\n"
+    "the last whole frame was read and shown, and a warning names the file and that frame; also\n"
+    "when a live capture dropped frames.";
 
 struct Options {
     std::vector<std::string> captures;
@@ -59,6 +73,8 @@ struct Options {
     std::string to;
     bool separate = false;
     bool randomSeed = false;
+    std::string interface;  // -i: a live capture instead of files
+    bool follow = false;    // events: each change written out as soon as it is known
 };
 
 /// The options each subcommand takes besides --json, --level and --node.
@@ -68,6 +84,7 @@ enum Takes : unsigned {
     takesUntil = 4,
     takesFromTo = 8,
     takesSeparate = 16,
+    takesFollow = 32,
 };
 
 /// A command line's options, checked and turned into what the runs use.
@@ -124,11 +141,13 @@ public:
             return exitBadInput;
         }
         learnNames(lsdb);
+        errno = 0;
         if (opt_.json) {
             std::cout << jsonText(json(lsdb, set_.sel, names_), false) << '\n';
         } else {
             text(std::cout, lsdb, set_.sel, names_);
         }
+        outputWritten();
         return finish({&lsdb});
     }
 
@@ -226,6 +245,20 @@ private:
         } else {
             std::cout << changeLine(c, severalCaptures, names_) << '\n';
         }
+        if (opt_.follow) {
+            std::cout.flush();
+        }
+        if (!outputWritten()) {
+            Capture::stopAll();  // nobody reads what a live capture would go on to print
+        }
+    }
+
+    /// False once a write to standard output has failed; the first failure's errno is kept.
+    bool outputWritten() {
+        if (!std::cout && outputErrno_ == 0) {
+            outputErrno_ = errno != 0 ? errno : EIO;
+        }
+        return outputErrno_ == 0;
     }
 
     void learnNames(const Lsdb& lsdb) {
@@ -235,34 +268,71 @@ private:
     }
 
     // Opens every capture before reading any, so that a bad name stops the run
-    // before anything is printed.
+    // before anything is printed. A capture that ends early is reported, and
+    // what was read of it stays: the run goes on and ends with exitCutShort.
     bool build(Lsdb& lsdb, const std::vector<std::string>& paths, bool builtInWhenNone) {
         std::vector<std::unique_ptr<Capture>> captures;
         std::string error;
-        if (paths.empty() && builtInWhenNone) {
+        if (!opt_.interface.empty()) {
+            if (!paths.empty()) {
+                std::cerr << "igp-lsdb: -i reads an interface; it takes no capture files\n";
+                return false;
+            }
+            captures.push_back(Capture::openLive(opt_.interface, error));
+            if (!captures.back()) {
+                return fail(opt_.interface, error);
+            }
+            std::cerr << "igp-lsdb: listening on " << opt_.interface << " (" << Capture::liveFilter
+                      << "); interrupt to stop\n";
+        } else if (paths.empty() && builtInWhenNone) {
             captures.push_back(Capture::openBuiltIn(error));
             if (!captures.back()) {
                 return fail(Capture::builtInName, error);
             }
+            std::cerr << "igp-lsdb: no capture named: showing the built-in capture of a six-router lab\n";
+        } else if (paths.empty()) {
+            std::cerr << "igp-lsdb: a capture is needed (a file, '-' for standard input, or -i INTERFACE)\n";
+            return false;
         }
+        bool stdinTaken = false;
         for (const std::string& path : paths) {
+            if (path.empty()) {
+                std::cerr << "igp-lsdb: an empty capture name was given\n";
+                return false;
+            }
+            if (path == "-" && std::exchange(stdinTaken, true)) {
+                std::cerr << "igp-lsdb: standard input ('-') can be read only once\n";
+                return false;
+            }
             captures.push_back(Capture::open(path, error));
             if (!captures.back()) {
                 return fail(path, error);
             }
-            if (!Routing::IsisDecoder::linkTypeSupported(captures.back()->linkType())) {
-                return fail(path, "link type " + std::to_string(captures.back()->linkType()) +
-                                      " is not supported (Ethernet, Linux cooked SLL and SLL2 are)");
+        }
+        for (const auto& c : captures) {
+            if (!Routing::IsisDecoder::linkTypeSupported(c->linkType())) {
+                return fail(c->name(), "link type " + std::to_string(c->linkType()) +
+                                           " is not supported (Ethernet, Linux cooked SLL and SLL2 are)");
             }
         }
         for (std::size_t i = 0; i < captures.size(); ++i) {
             Capture& c = *captures[i];
-            const bool ok = lsdb.read(c, i + 1, progress_ ? ProgressFn(showProgress) : ProgressFn());
-            if (progress_) {
+            // A live capture has no end to count towards, and its progress would mix with --follow's lines.
+            const bool showing = progress_ && !c.live();
+            const bool whole = lsdb.read(c, i + 1, showing ? ProgressFn(showProgress) : ProgressFn());
+            if (showing) {
                 std::cerr << "\r\033[K" << std::flush;
             }
-            if (!ok) {
-                return fail(c.name(), c.error());
+            if (!whole) {
+                std::cerr << "igp-lsdb: " << c.name() << ": warning: the capture ends early after frame "
+                          << c.lastFrame() << ", its last whole frame (" << c.error()
+                          << "); what came before is shown\n";
+                status_ = exitCutShort;
+            }
+            if (const std::uint64_t lost = c.dropped(); lost != 0) {
+                std::cerr << "igp-lsdb: " << c.name() << ": warning: " << lost
+                          << " frames were dropped before they could be read; the database may lack them\n";
+                status_ = exitCutShort;
             }
         }
         return true;
@@ -296,14 +366,20 @@ private:
     }
 
     int finish(std::initializer_list<const Lsdb*> built) {
-        std::cout.flush();
+        if (outputWritten()) {
+            std::cout.flush();
+        }
+        if (!outputWritten()) {
+            std::cerr << "igp-lsdb: cannot write the output: " << std::strerror(outputErrno_) << '\n';
+            return exitOutputFailed;
+        }
         for (const Lsdb* lsdb : built) {
-            printMalformed(std::cerr, lsdb->malformed());
+            printMalformed(std::cerr, *lsdb);
         }
         if (!set_.sel.nodes.any() && !anyMatch(built)) {
             std::cerr << "igp-lsdb: no node matches '" << set_.sel.nodes.pattern() << "'\n";
         }
-        return 0;
+        return status_;
     }
 
     bool anyMatch(std::initializer_list<const Lsdb*> built) {
@@ -326,6 +402,8 @@ private:
     Settings set_;
     HostNames names_;
     bool progress_;
+    int status_ = 0;
+    int outputErrno_ = 0;
 };
 
 /// One subcommand: what it is called, says of itself, takes, and does.
@@ -344,20 +422,23 @@ const std::vector<Command>& commands() {
          "One line per LSP fragment, per level, by LSP ID, as a router lists its database:\n"
          "LSP ID (with the host name), length, sequence number, checksum, remaining lifetime\n"
          "aged to the end of the capture, ATT/P/OL",
-         takesPrefix | takesSince | takesUntil, false, "Captures, read in order (none: the built-in one)",
+         takesPrefix | takesSince | takesUntil, false,
+         "Captures, read in order ('-': standard input; none: the built-in one)",
          [](Run& r) { return r.view(summaryJson, printSummary); }},
         {"detail",
          "Each node by node ID with its fragments' headers, its attributes, neighbors (with\n"
          "their host names and topologies) and prefixes, sorted",
-         takesPrefix | takesSince | takesUntil, false, "Captures, read in order (none: the built-in one)",
+         takesPrefix | takesSince | takesUntil, false,
+         "Captures, read in order ('-': standard input; none: the built-in one)",
          [](Run& r) { return r.view(detailJson, printDetail); }},
         {"dump", "Each level's database as the library dumps it, nodes and members sorted", takesUntil, false,
-         "Captures, read in order (none: the built-in one)", [](Run& r) { return r.dump(); }},
+         "Captures, read in order ('-': standard input; none: the built-in one)",
+         [](Run& r) { return r.dump(); }},
         {"events",
          "One line per change while the LSPs are merged: frame, capture time, level,\n"
          "node, entity, attribute, key, old value, new value",
-         takesPrefix | takesSince | takesUntil, true, "Captures, read in order",
-         [](Run& r) { return r.events(); }},
+         takesPrefix | takesSince | takesUntil | takesFollow, false,
+         "Captures, read in order ('-': standard input)", [](Run& r) { return r.events(); }},
         {"diff",
          "The changes that turn the databases at the end of A into those at the end of A then B\n"
          "(--separate: of B alone; --from/--to: at two moments of the captures), as events lines",
@@ -366,7 +447,8 @@ const std::vector<Command>& commands() {
         {"stats",
          "Per level: nodes, pseudonodes, neighbors, prefixes, fragments, purges, LSPs ignored\n"
          "as old, malformed PDUs by reason",
-         takesUntil, true, "Captures, read in order", [](Run& r) { return r.stats(); }},
+         takesUntil, false, "Captures, read in order ('-': standard input)",
+         [](Run& r) { return r.stats(); }},
     };
     return all;
 }
@@ -397,9 +479,14 @@ void addOptions(CLI::App& cmd, Options& opt, unsigned takes) {
         cmd.add_option("--from", opt.from, "Compare the databases at this moment...");
         cmd.add_option("--to", opt.to, "...with those at this one");
     }
+    if ((takes & takesFollow) != 0) {
+        cmd.add_flag("--follow", opt.follow, "Write each change out as soon as it is merged (with -i: live)");
+    }
     if ((takes & takesSeparate) != 0) {
         cmd.add_flag("--separate", opt.separate, "Compare the databases of A alone and of B alone");
     }
+    cmd.add_option("-i,--interface", opt.interface,
+                   "Capture live on this network interface (IS-IS frames only) until interrupted");
     // Once kept the seed random where the tool fixed it; the tool no longer fixes it.
     cmd.add_flag("--random-seed", opt.randomSeed, "Accepted for compatibility; does nothing (see below)");
 }
@@ -412,8 +499,8 @@ int usage(const std::string& message) {
 // CLI11 says "A subcommand is required" where the word given is no subcommand:
 // name it. Options that take a value are skipped with their value.
 std::optional<std::string> unknownSubcommand(int argc, char** argv) {
-    static const std::set<std::string> withValue = {"--level", "--node", "--prefix", "--since",
-                                                    "--until", "--from", "--to"};
+    static const std::set<std::string> withValue = {"-i",      "--interface", "--level", "--node", "--prefix",
+                                                    "--since", "--until",     "--from",  "--to"};
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--") {
@@ -520,6 +607,19 @@ int main(int argc, char** argv) {
         Settings settings;
         if (!settings.take(opt)) {
             return exitBadInput;
+        }
+        // A closed pipe is a failed write like any other: reported, with a status.
+        std::signal(SIGPIPE, SIG_IGN);
+        if (!opt.interface.empty()) {
+            // The first interrupt ends the live capture and prints; a second one kills.
+            std::signal(SIGINT, [](int) {
+                Capture::stopAll();
+                std::signal(SIGINT, SIG_DFL);
+            });
+            std::signal(SIGTERM, [](int) {
+                Capture::stopAll();
+                std::signal(SIGTERM, SIG_DFL);
+            });
         }
         Run run(std::move(opt), std::move(settings));
         return command->run(run);

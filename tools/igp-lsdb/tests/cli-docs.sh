@@ -9,7 +9,7 @@ failed=0
 fail() { echo "$*"; failed=1; }
 
 options_of() {  # the long options a help text lists, sorted
-    "$tool" "$@" --help | sed -n 's/^  *\(-h,\)\{0,1\}\(--[a-z-]*\).*/\2/p' | sort -u
+    "$tool" "$@" --help | sed -n 's/^  *\(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p' | sort -u
 }
 subcommands=$("$tool" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z][a-z]*\) .*/\1/p')
 [[ -n $subcommands ]] || fail "no subcommands in igp-lsdb --help"
