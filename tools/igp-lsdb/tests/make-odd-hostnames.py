@@ -21,10 +21,11 @@ OUTPUT = os.path.join(ROOT, "tools", "igp-lsdb", "tests", "data", "odd-hostnames
 LLC = 17
 NAME = b"e\nnode=0000.0000.0009, ngb=1921.6800.1005 x\x00\\ \xc3\xa9 \xff \xc2\x85 \xed\xa0\x80 \xe2\x82A \xf0\x9f\x98\x80"
 
-spec = importlib.util.spec_from_file_location(
+# The pcap reading and writing and the LSP checksum of the other captures' generator.
+_source = importlib.util.spec_from_file_location(
     "captures", os.path.join(os.path.dirname(os.path.abspath(__file__)), "make-test-captures.py"))
-captures = importlib.util.module_from_spec(spec)
-spec.loader.exec_module(captures)
+captures = importlib.util.module_from_spec(_source)
+_source.loader.exec_module(captures)
 
 
 def renamed(frame):
