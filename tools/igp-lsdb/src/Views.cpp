@@ -135,21 +135,22 @@ std::string entryDetail(const IC::IgpLsp& entry, const HostNames& names) {
     for (const auto& m : entry.neighbor()) {
         std::ostringstream os;
         m.value->formatContent(os);
+        // Each line escaped whole: the library writes some one-octet numbers as characters.
         std::string text = os.str();
         const std::size_t eol = text.find('\n');
-        std::string first = text.substr(0, eol);
+        std::string first = escaped(text.substr(0, eol));
         if (const unsigned mt = m.key.mtId().value(); mt != 0) {
             // As the prefixes show theirs: only a topology other than the standard one, after the ID.
             first.insert(std::min(first.find(','), first.size()), ", mtId=" + std::to_string(mt));
         }
         first = withHostNames(first, names);
-        std::string rest = eol == std::string::npos ? "" : withHostNames(text.substr(eol + 1), names);
+        const std::string rest = eol == std::string::npos ? "" : text.substr(eol + 1);
         block += "  " + first + "\n";
         for (std::size_t at = 0; at < rest.size();) {
             const std::size_t next = rest.find('\n', at);
             const std::string l = rest.substr(at, next - at);
             if (!l.empty()) {
-                block += "  " + l + "\n";
+                block += "  " + withHostNames(escaped(l), names) + "\n";
             }
             at = next == std::string::npos ? rest.size() : next + 1;
         }
@@ -161,7 +162,7 @@ std::string entryDetail(const IC::IgpLsp& entry, const HostNames& names) {
         while (!line.empty() && line.back() == '\n') {
             line.pop_back();
         }
-        block += "  " + line + "\n";
+        block += "  " + escaped(line) + "\n";
     }
     return sortedDump(block);
 }
