@@ -424,16 +424,7 @@ private:
 // written: compare neighbor attributes with both zeros as one.
 IgpTest::NeighborState attributesOf(const Neighbor& n) {
     IgpTest::NeighborState s = IgpTest::snap(n);
-    const auto unsign = [](float& f) {
-        if (f == 0.0f) {
-            f = 0.0f;
-        }
-    };
-    unsign(s.maxLinkBw);
-    unsign(s.maxReserveLinkBw);
-    for (float& f : s.unreservedBw) {
-        unsign(f);
-    }
+    IgpTest::unsignZeros(s);
     return s;
 }
 

@@ -304,15 +304,14 @@ constexpr auto attrDataOf() {
     (std::make_index_sequence<n>{});
 }
 
-/// Whether two objects hold equal values in every attribute, their keys included.
+/// The name of the first attribute in which two objects differ, their keys
+/// included; empty when they are deeply equal.
 template <class E>
-bool sameAttrs(const E& a, const E& b) {
-    bool same = true;
+std::string_view firstDifference(const E& a, const E& b) {
+    std::string_view differs;
     forEachAttr<E>([&](const auto& d) {
         using D = std::remove_cvref_t<decltype(d)>;
-        if (!same) {
-            return;
-        }
+        bool same = true;
         if constexpr (ScalarDesc<D>) {
             same = sameValue(d.get(a), d.get(b));
         } else if constexpr (MembersDesc<D>) {
@@ -322,8 +321,17 @@ bool sameAttrs(const E& a, const E& b) {
                 same = same && theirs && sameValue(v, *theirs);
             });
         }
+        if (!same && differs.empty()) {
+            differs = d.name;
+        }
     });
-    return same;
+    return differs;
+}
+
+/// Whether two objects hold equal values in every attribute, their keys included.
+template <class E>
+bool sameAttrs(const E& a, const E& b) {
+    return firstDifference(a, b).empty();
 }
 
 /// Adds what `from` (a later fragment of the same object) says to `into`,
