@@ -98,6 +98,45 @@ bool rereadAttr(AttrState<E>& s, const E& e, const Poldo::Notification& n) {
     return placed;
 }
 
+/// Writes a state into `e` through the setters: every scalar, and every member added (a fixed
+/// array's indexes all written).
+template <class E>
+void applyState(E& e, const AttrState<E>& s) {
+    detail::forEachSlot<E>([&](const auto& d, auto i) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        const auto& slot = std::get<i()>(s);
+        if constexpr (Kest::ScalarDesc<D>) {
+            if constexpr (!D::isKey) {
+                d.set(e, slot);
+            }
+        } else if constexpr (Kest::MembersDesc<D>) {
+            for (const auto& [k, v] : slot) {
+                Kest::putMember(d, e, k, v);
+            }
+        }
+    });
+}
+
+/// A state drawn attribute by attribute: `pick(std::type_identity<V>{})` gives a scalar of type V,
+/// `pick(std::type_identity<std::map<K, V>>{})` the members of a collection.
+template <class E, class Pick>
+AttrState<E> drawState(Pick&& pick) {
+    AttrState<E> s;
+    detail::forEachSlot<E>([&](const auto& d, auto i) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        auto& slot = std::get<i()>(s);
+        using S = std::remove_cvref_t<decltype(slot)>;
+        if constexpr (Kest::ScalarDesc<D>) {
+            if constexpr (!D::isKey) {
+                slot = pick(std::type_identity<S>{});
+            }
+        } else if constexpr (Kest::MembersDesc<D>) {
+            slot = pick(std::type_identity<S>{});
+        }
+    });
+    return s;
+}
+
 /// Equal states: floats by their bits (see Kest::sameValue).
 template <class... T>
 bool sameState(const std::tuple<T...>& a, const std::tuple<T...>& b) {
