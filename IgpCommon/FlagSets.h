@@ -22,9 +22,7 @@ class NodeFlags : public Kest::DenseBoolSet<NodeFlags, 2> {
 public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::NodeFlags";
-    static constexpr std::string_view kestFlagNames[] = {"overloadBit", "attachedBit"};
-    KEST_FLAG(0, overloadBit)
-    KEST_FLAG(1, attachedBit)
+    KEST_FLAGS(overloadBit, attachedBit)
 };
 
 /// The MPLS data planes of the SR capabilities sub-TLV (RFC 8667 3.1: I and V flags).
@@ -32,9 +30,7 @@ class SrCapabilityFlags : public Kest::DenseBoolSet<SrCapabilityFlags, 2> {
 public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::SrCapabilityFlags";
-    static constexpr std::string_view kestFlagNames[] = {"mplsIpv4", "mplsIpv6"};
-    KEST_FLAG(0, mplsIpv4)
-    KEST_FLAG(1, mplsIpv6)
+    KEST_FLAGS(mplsIpv4, mplsIpv6)
 };
 
 /// The IS-IS up/down bit of a prefix (RFC 5305 4). Its text form is the bare boolean.
@@ -42,8 +38,7 @@ class PrefixFlags : public Kest::DenseBoolSet<PrefixFlags, 1> {
 public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::PrefixFlags";
-    static constexpr std::string_view kestFlagNames[] = {"isisDown"};
-    KEST_FLAG(0, isisDown)
+    KEST_FLAGS(isisDown)
 };
 
 namespace detail {
@@ -55,13 +50,7 @@ class SidLabelBindingFlags : public Kest::DenseBoolSet<SidLabelBindingFlags, 5> 
 public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::SidLabelBinding::SidLabelBindingFlags";
-    static constexpr std::string_view kestFlagNames[] = {"addressFamily", "mirrorContext", "flood", "leaked",
-                                                         "attached"};
-    KEST_FLAG(0, addressFamily)
-    KEST_FLAG(1, mirrorContext)
-    KEST_FLAG(2, flood)
-    KEST_FLAG(3, leaked)
-    KEST_FLAG(4, attached)
+    KEST_FLAGS(addressFamily, mirrorContext, flood, leaked, attached)
 
     /// The flags named by a protocol flags octet (bits outside the five flags are ignored).
     static SidLabelBindingFlags fromProtocolOctet(std::uint8_t octet) noexcept;
@@ -90,16 +79,7 @@ class NeighborAttrsPresent : public Kest::DenseBoolSet<NeighborAttrsPresent, 7> 
 public:
     using DenseBoolSet::DenseBoolSet;
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::Neighbor::NeighborAttrsPresent";
-    static constexpr std::string_view kestFlagNames[] = {"adminGroup",   "maxLinkBw",     "maxReserveLinkBw",
-                                                         "unreservedBw", "extAdminGroup", "teDefMetric",
-                                                         "srlgValues"};
-    KEST_FLAG(0, adminGroup)
-    KEST_FLAG(1, maxLinkBw)
-    KEST_FLAG(2, maxReserveLinkBw)
-    KEST_FLAG(3, unreservedBw)
-    KEST_FLAG(4, extAdminGroup)
-    KEST_FLAG(5, teDefMetric)
-    KEST_FLAG(6, srlgValues)
+    KEST_FLAGS(adminGroup, maxLinkBw, maxReserveLinkBw, unreservedBw, extAdminGroup, teDefMetric, srlgValues)
 };
 
 }  // namespace detail

@@ -1,19 +1,23 @@
 // A neighbor: one adjacency advertised in an LSP, keyed by NeighborKey, with
-// the link's traffic-engineering attributes (RFC 5305, RFC 7308) and its
-// adjacency SIDs (RFC 8667).
+// the link's traffic-engineering attributes (RFC 5305, RFC 7308, RFC 8570) and
+// its adjacency SIDs (RFC 8667).
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <ostream>
+#include <tuple>
 
 #include "IgpCommon/FlagSets.h"
 #include "IgpCommon/NeighborKey.h"
 #include "IgpCommon/SidValues.h"
 #include "IgpCommon/framework/Array.h"
+#include "IgpCommon/framework/AttrDesc.h"
 #include "IgpCommon/framework/BoundedIndex.h"
 #include "IgpCommon/framework/Entity.h"
 #include "IgpCommon/framework/HashMap2018.h"
 #include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/Text.h"
 #include "IgpCommon/framework/TypeData.h"
 #include "IgpCommon/platform/Drimm.h"
 
@@ -29,6 +33,43 @@ struct BwIndex : Kest::BoundedIndex<BwIndex, 0, 7> {
 struct AdminGroupIndex : Kest::BoundedIndex<AdminGroupIndex, 0, 63> {
     static constexpr const char kestTypeName[] = "Routing::IgpCommon::AdminGroupIndex";
     using BoundedIndex::BoundedIndex;
+};
+
+/// A unidirectional link delay (RFC 8570 4.1): microseconds in 24 bits and
+/// the anomalous (A) bit. A link that advertises none holds the absent delay.
+class LinkDelay {
+public:
+    static constexpr std::uint32_t maxDelay = 0xFFFFFF;
+
+    LinkDelay() noexcept = default;
+    LinkDelay(std::uint32_t delay, bool anomalous) noexcept
+        : delay_(delay & maxDelay), present_(true), anomalous_(anomalous) {}
+    /// The sub-TLV's four octets: the A bit on top, seven reserved bits
+    /// (ignored on receipt), then the delay.
+    static LinkDelay fromWord(std::uint32_t word) noexcept { return {word & maxDelay, (word >> 31) != 0}; }
+    explicit LinkDelay(Kest::CharRange& r);
+
+    bool present() const noexcept { return present_; }
+    std::uint32_t delay() const noexcept { return delay_; }
+    bool anomalous() const noexcept { return anomalous_; }
+
+    friend bool operator==(const LinkDelay&, const LinkDelay&) noexcept = default;
+    friend auto operator<=>(const LinkDelay& a, const LinkDelay& b) noexcept {
+        return std::tie(a.present_, a.delay_, a.anomalous_) <=> std::tie(b.present_, b.delay_, b.anomalous_);
+    }
+    friend std::ostream& operator<<(std::ostream& os, const LinkDelay& d);
+
+    static constexpr const char kestTypeName[] = "Routing::IgpCommon::LinkDelay";
+    static constexpr auto kestAttrs() {
+        return std::tuple{Kest::attr("present", &LinkDelay::present_),
+                          Kest::attr("delay", &LinkDelay::delay_),
+                          Kest::attr("anomalous", &LinkDelay::anomalous_)};
+    }
+
+private:
+    std::uint32_t delay_ = 0;
+    bool present_ = false;
+    bool anomalous_ = false;
 };
 
 class Neighbor final : public Kest::ObservedEntity<Neighbor>, public Drimm::HeapAllocated<Neighbor> {
@@ -49,6 +90,8 @@ public:
             adjSid,
             lanAdjSid,
             updateAttr,
+            linkDelay,
+            kestEnd,  ///< one past the last identifier
         };
     };
     using UnreservedBwArray = Kest::Array<float, BwIndex, 8>;
@@ -106,6 +149,10 @@ public:
     void srlgValuesDel(std::uint32_t v) { memberErase(Attr::srlgValues, srlgValues_, v); }
     void srlgValuesDelAll() { membersClear(Attr::srlgValues, srlgValues_); }
 
+    /// The link's delay; only a delay that is present is printed.
+    LinkDelay linkDelay() const noexcept { return linkDelay_; }
+    void linkDelayIs(LinkDelay v) { writeAttr(Attr::linkDelay, linkDelay_, v); }
+
     /// The whole SID is the member: a SID differing in flags or weight is another member.
     const AdjSidSet& adjSid() const noexcept { return adjSid_; }
     bool adjSidHas(const AdjacencySid& s) const noexcept { return adjSid_.contains(s); }
@@ -124,7 +171,8 @@ public:
     /// maxReserveLinkBw, igpMetric, teDefMetric (igpMetric first); the eight
     /// unreserved bandwidths; then the extended admin groups, SRLGs, adjacency
     /// and LAN adjacency SIDs, each by adding the other's members and then
-    /// removing those it lacks. The caller guarantees equal keys.
+    /// removing those it lacks; last the link delay. The caller guarantees
+    /// equal keys.
     void updateAttr(const Poldo::Ptr<const Neighbor>& other);
 
     /// The dump text: the key line, then the metric line with the TE
@@ -133,6 +181,12 @@ public:
 
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
+
+    /// Every attribute, once: what tools print, compare, unite and mirror.
+    /// The flagged TE attributes are carried when their flag is set, the
+    /// delay when present; fragments unite the smaller metric and all
+    /// members.
+    static constexpr auto kestAttrDescs();
 
 private:
     explicit Neighbor(const NeighborKey& key) : key_(key) {}
@@ -150,7 +204,59 @@ private:
     SrlgValueSet srlgValues_;
     AdjSidSet adjSid_;
     LanAdjSidSet lanAdjSid_;
+    LinkDelay linkDelay_;
 };
+
+namespace detail {
+/// Whether the neighbor carries the attribute of one flag of its attrsPresent.
+template <bool (NeighborAttrsPresent::*Flag)() const noexcept>
+struct FlagCarried {
+    bool operator()(const Neighbor& n) const noexcept { return (n.attrsPresent().*Flag)(); }
+};
+}  // namespace detail
+
+constexpr auto Neighbor::kestAttrDescs() {
+    using N = Neighbor;
+    using P = NeighborAttrsPresent;
+    using Kest::AttrKind;
+    using Kest::Unite;
+    constexpr auto first = Unite::firstCarrier;
+    return std::tuple{
+        Kest::keyAttr("key", Attr::key, &N::key),
+        Kest::scalarAttr("attrsPresent", Attr::attrsPresent, &N::attrsPresent, &N::attrsPresentIs,
+                         Unite::flagsOfAll),
+        Kest::scalarAttr("adminGroup", Attr::adminGroup, &N::adminGroup, &N::adminGroupIs, first,
+                         detail::FlagCarried<&P::adminGroup>{}),
+        Kest::scalarAttr("maxLinkBw", Attr::maxLinkBw, &N::maxLinkBw, &N::maxLinkBwIs, first,
+                         detail::FlagCarried<&P::maxLinkBw>{}),
+        Kest::scalarAttr("maxReserveLinkBw", Attr::maxReserveLinkBw, &N::maxReserveLinkBw,
+                         &N::maxReserveLinkBwIs, first, detail::FlagCarried<&P::maxReserveLinkBw>{}),
+        Kest::membersAttr<AttrKind::array>(
+            "unreservedBw", Attr::unreservedBw,
+            static_cast<const UnreservedBwArray& (N::*)() const noexcept>(&N::unreservedBw),
+            static_cast<void (N::*)(BwIndex, float)>(&N::unreservedBwIs), first,
+            detail::FlagCarried<&P::unreservedBw>{}),
+        Kest::membersAttr<AttrKind::hashCollection>(
+            "extAdminGroup", Attr::extAdminGroup,
+            static_cast<const ExtAdminGroupMap& (N::*)() const noexcept>(&N::extAdminGroup),
+            &N::extAdminGroupIs, first, detail::FlagCarried<&P::extAdminGroup>{}),
+        Kest::scalarAttr("teDefMetric", Attr::teDefMetric, &N::teDefMetric, &N::teDefMetricIs, first,
+                         detail::FlagCarried<&P::teDefMetric>{}),
+        Kest::scalarAttr("igpMetric", Attr::igpMetric, &N::igpMetric, &N::igpMetricIs, Unite::least),
+        Kest::membersAttr<AttrKind::hashCollection>("srlgValues", Attr::srlgValues, &N::srlgValues,
+                                                    &N::srlgValuesIs, Unite::membersOfAll,
+                                                    Kest::AlwaysCarried{}, Kest::JsonNames{"srlgs"}),
+        Kest::membersAttr<AttrKind::hashCollection>("adjSid", Attr::adjSid, &N::adjSid, &N::adjSidIs,
+                                                    Unite::membersOfAll, Kest::AlwaysCarried{},
+                                                    Kest::JsonNames{"adjSids"}),
+        Kest::membersAttr<AttrKind::hashCollection>("lanAdjSid", Attr::lanAdjSid, &N::lanAdjSid,
+                                                    &N::lanAdjSidIs, Unite::membersOfAll,
+                                                    Kest::AlwaysCarried{}, Kest::JsonNames{"lanAdjSids"}),
+        Kest::operationAttr("updateAttr", Attr::updateAttr),
+        Kest::scalarAttr("linkDelay", Attr::linkDelay, &N::linkDelay, &N::linkDelayIs, first,
+                         [](const N& n) { return n.linkDelay().present(); }),
+    };
+}
 
 Poldo::Ptr<Neighbor> neighborFactory(const NeighborKey& key);
 

@@ -133,7 +133,7 @@ struct PrefixKeyHash {
     std::size_t operator()(const IC::PrefixKey& k) const noexcept { return IC::IgpLsp::PrefixMap::hashOf(k); }
 };
 
-/// Baseline (b) as our tables are laid out: the members are pointers to
+/// The absl baseline, laid out as our tables are: the members are pointers to
 /// objects that hold their own keys, found by key through absl's
 /// heterogeneous look-up. Only the table differs.
 template <class Object, class Map, auto KeyOf>
@@ -415,7 +415,7 @@ double perIteration(benchmark::State& state, double total, double units) {
 
 // ---- scenarios ---------------------------------------------------------------------
 
-/// Baseline (c): building the parsed contents, which an agent's decoder does anyway.
+/// The content baseline: building the parsed contents, which an agent's decoder does anyway.
 void contentBuild(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);
     warmHeap(w);
@@ -513,7 +513,7 @@ void refreshPass(World& w) {
     }
 }
 
-/// Baseline (a): what a refresh cannot avoid: for each parsed content, find
+/// The refresh floor: what a refresh cannot avoid: for each parsed content, find
 /// its entry and look each of its neighbor and prefix keys up once in the
 /// entry's collections; nothing else. Returns the keys found.
 std::size_t refreshFloorPass(const World& w) {
@@ -564,7 +564,7 @@ std::size_t abslLookups(const World& w, EntryOf entryOf) {
     return found;
 }
 
-/// Baseline (b): the same look-ups in absl, laid out as our tables are.
+/// The absl baseline: the same look-ups in absl, laid out as our tables are.
 std::size_t lookupAbslPass(const World& w) {
     return abslLookups(w, [&](const IC::IgpNodeId& id) -> const AbslLsp& { return **w.absl.find(id); });
 }
@@ -772,7 +772,7 @@ double timed(F f) {
     return threadCpuSeconds() - t0;
 }
 
-/// Refresh over its floor (a), per element.
+/// Refresh over its floor, per element.
 void refreshVsFloor(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);
     const auto e = static_cast<double>(w.elements());
@@ -783,7 +783,7 @@ void refreshVsFloor(benchmark::State& state, std::uint32_t routers) {
     benchmark::DoNotOptimize(found);
 }
 
-/// Two look-up passes in turns, per key: ours over absl's (b), in one layout or the other.
+/// Two look-up passes in turns, per key: ours over absl's, in one layout or the other.
 template <std::size_t (*A)(const World&), std::size_t (*B)(const World&)>
 void lookupsPaired(benchmark::State& state, std::uint32_t routers) {
     World& w = world(routers);

@@ -120,10 +120,10 @@ def report(res, memory):
     for s in sizes:
         v = get("RefreshVsFloor", s, "ratio")
         if v is not None:
-            rows.append(("refresh / floor (a), per element, %s" % s, v, TARGETS["refresh_vs_floor"]))
+            rows.append(("refresh / floor, per element, %s" % s, v, TARGETS["refresh_vs_floor"]))
         v = get("LookupVsAbsl", s, "ratio")
         if v is not None:
-            rows.append(("our look-up / absl (b), %s" % s, v, TARGETS["lookup_vs_absl"]))
+            rows.append(("our look-up / absl, %s" % s, v, TARGETS["lookup_vs_absl"]))
         for counter in ["allocs_nonbinding_per_lsp", "notif_nonbinding_per_lsp"]:
             v = get("Refresh", s, counter)
             if v is not None:
@@ -175,8 +175,8 @@ def report(res, memory):
 
     print("\nThe same ratios from separate benchmarks (each alone: its own cache state and load):")
     for s in sizes:
-        info_ratio("refresh / floor (a), per element", s, "Refresh", "RefreshFloor", "per_elem")
-        info_ratio("our look-up / absl (b)", s, "LookupFloor", "LookupAbsl", "per_elem")
+        info_ratio("refresh / floor, per element", s, "Refresh", "RefreshFloor", "per_elem")
+        info_ratio("our look-up / absl", s, "LookupFloor", "LookupAbsl", "per_elem")
         for scenario in ["Build", "Refresh"]:
             a, b = get(scenario, sizes[0], "per_lsp"), get(scenario, s, "per_lsp")
             if a and b and s != sizes[0]:
@@ -184,7 +184,7 @@ def report(res, memory):
 
     print("\nFor information:")
     for s in sizes:
-        info_ratio("first build / building the parsed content (c)", s, "Build", "ContentBuild", "per_lsp")
+        info_ratio("first build / building the parsed content", s, "Build", "ContentBuild", "per_lsp")
         v = get("LookupVsAbslKeyCopies", s, "ratio")
         if v is not None:
             info("our look-up / absl holding key copies (pair), %s" % s, v)

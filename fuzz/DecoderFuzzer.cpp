@@ -19,11 +19,8 @@
 //   Each input: every entry of every keeper sits under its own node id with its own node, every
 //   entry of a decoded keeper equals the raw keeper's, and the decoded databases dump (which prints
 //   every decoded value); after teardown no tracked object is alive.
-//
-// A record is one PDU today. To fuzz link-layer frames, let `pduOf` parse the record as a frame.
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -38,11 +35,6 @@ namespace {
 
 namespace IC = Routing::IgpCommon;
 namespace D = Routing::IsisDecoder;
-
-/// The PDU a record carries, or nothing when the record is no PDU at all.
-std::optional<std::span<const std::uint8_t>> pduOf(std::span<const std::uint8_t> record) {
-    return record;
-}
 
 /// Sets the ISO 10589 7.3.11 checksum so that the sum over LSP ID .. PDU length adds up.
 void fixChecksum(std::vector<std::uint8_t>& pdu) {
@@ -166,12 +158,8 @@ void receiveRaw(std::span<const std::uint8_t> pdu, Keepers& k, const D::DecodedL
 }
 
 void receive(std::span<const std::uint8_t> record, bool fixSum, Keepers& k) {
-    const auto pdu = pduOf(record);
-    if (!pdu) {
-        return;
-    }
     // A buffer of its own exact size: reading past the PDU reads past the allocation.
-    std::vector<std::uint8_t> buf(pdu->begin(), pdu->end());
+    std::vector<std::uint8_t> buf(record.begin(), record.end());
     if (fixSum) {
         fixChecksum(buf);
     }

@@ -4,29 +4,18 @@
 #pragma once
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <map>
 #include <sstream>
 #include <string>
 #include <utility>
 
-#include "../tests/support/EntryMirror.h"
+#include "EntryMirror.h"
 
 namespace IgpFuzz {
 
-/// Floats by their bits: a NaN equals the NaN it was copied from, and -0 differs from 0.
-inline bool sameFloat(float a, float b) {
-    return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
-}
-
 inline bool same(const IgpTest::NeighborState& a, const IgpTest::NeighborState& b) {
-    return a.attrsPresent == b.attrsPresent && a.adminGroup == b.adminGroup &&
-           a.teDefMetric == b.teDefMetric && a.igpMetric == b.igpMetric &&
-           sameFloat(a.maxLinkBw, b.maxLinkBw) && sameFloat(a.maxReserveLinkBw, b.maxReserveLinkBw) &&
-           std::equal(a.unreservedBw.begin(), a.unreservedBw.end(), b.unreservedBw.begin(), sameFloat) &&
-           a.extAdminGroup == b.extAdminGroup && a.srlg == b.srlg && a.adjSid == b.adjSid &&
-           a.lanAdjSid == b.lanAdjSid;
+    return IgpTest::sameState(a, b);
 }
 
 /// The binding's identity aside: it only routes a mirror's notifications.

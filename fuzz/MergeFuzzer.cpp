@@ -27,6 +27,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "EntryState.h"
@@ -155,32 +156,59 @@ NeighborKey neighborKey(FuzzedDataProvider& in) {
     return k;
 }
 
-void fillNeighbor(FuzzedDataProvider& in, Neighbor& n) {
-    n.attrsPresentIs(Neighbor::NeighborAttrsPresent(in.ConsumeIntegral<std::uint8_t>() & 0x7f));
-    n.adminGroupIs(in.ConsumeIntegral<std::uint32_t>());
-    n.maxLinkBwIs(pickFloat(in));
-    n.maxReserveLinkBwIs(pickFloat(in));
-    for (auto mask = in.ConsumeIntegral<std::uint8_t>(); mask != 0; mask &= mask - 1) {
-        n.unreservedBwIs(BwIndex(static_cast<std::uint8_t>(__builtin_ctz(mask))), pickFloat(in));
+// A value of each type a neighbor attribute holds, drawn from the input; small pools for members,
+// so that merges meet equal ones.
+template <class T>
+using Of = std::type_identity<T>;
+struct NeighborDraw {
+    FuzzedDataProvider& in;
+
+    Neighbor::NeighborAttrsPresent operator()(Of<Neighbor::NeighborAttrsPresent>) const {
+        return Neighbor::NeighborAttrsPresent(in.ConsumeIntegral<std::uint8_t>() & 0x7f);
     }
-    for (unsigned e = in.ConsumeIntegralInRange(0u, 3u); e > 0; --e) {
-        n.extAdminGroupIs(AdminGroupIndex(in.ConsumeIntegralInRange<std::uint8_t>(0, 63)),
-                          in.ConsumeIntegral<std::uint32_t>());
+    std::uint32_t operator()(Of<std::uint32_t>) const { return in.ConsumeIntegral<std::uint32_t>(); }
+    float operator()(Of<float>) const { return pickFloat(in); }
+    LinkDelay operator()(Of<LinkDelay>) const {
+        return in.ConsumeBool() ? LinkDelay() : LinkDelay::fromWord(in.ConsumeIntegral<std::uint32_t>());
     }
-    n.teDefMetricIs(in.ConsumeIntegral<std::uint32_t>());
-    n.igpMetricIs(in.ConsumeIntegral<std::uint32_t>());
-    for (unsigned s = in.ConsumeIntegralInRange(0u, 2u); s > 0; --s) {
-        n.srlgValuesIs(in.ConsumeIntegral<std::uint32_t>());
+    std::map<BwIndex, float> operator()(Of<std::map<BwIndex, float>>) const {
+        std::map<BwIndex, float> m;
+        for (auto mask = in.ConsumeIntegral<std::uint8_t>(); mask != 0; mask &= mask - 1) {
+            m[BwIndex(static_cast<std::uint8_t>(__builtin_ctz(mask)))] = pickFloat(in);
+        }
+        return m;
     }
-    for (unsigned s = in.ConsumeIntegralInRange(0u, 2u); s > 0; --s) {
-        n.adjSidIs(AdjacencySid(in.ConsumeIntegral<std::uint8_t>(), in.ConsumeIntegralInRange(0u, 3u),
-                                in.ConsumeIntegralInRange<std::uint8_t>(0, 1)));
+    std::map<AdminGroupIndex, std::uint32_t> operator()(Of<std::map<AdminGroupIndex, std::uint32_t>>) const {
+        std::map<AdminGroupIndex, std::uint32_t> m;
+        for (unsigned e = in.ConsumeIntegralInRange(0u, 3u); e > 0; --e) {
+            m[AdminGroupIndex(in.ConsumeIntegralInRange<std::uint8_t>(0, 63))] =
+                in.ConsumeIntegral<std::uint32_t>();
+        }
+        return m;
     }
-    for (unsigned s = in.ConsumeIntegralInRange(0u, 2u); s > 0; --s) {
-        n.lanAdjSidIs(LanAdjacencySid(
+    template <class T>
+    std::map<T, T> operator()(Of<std::map<T, T>>) const {
+        std::map<T, T> m;
+        for (unsigned s = in.ConsumeIntegralInRange(0u, 2u); s > 0; --s) {
+            const T v = member(Of<T>());
+            m[v] = v;
+        }
+        return m;
+    }
+    std::uint32_t member(Of<std::uint32_t>) const { return in.ConsumeIntegral<std::uint32_t>(); }
+    AdjacencySid member(Of<AdjacencySid>) const {
+        return AdjacencySid(in.ConsumeIntegral<std::uint8_t>(), in.ConsumeIntegralInRange(0u, 3u),
+                            in.ConsumeIntegralInRange<std::uint8_t>(0, 1));
+    }
+    LanAdjacencySid member(Of<LanAdjacencySid>) const {
+        return LanAdjacencySid(
             in.ConsumeIntegral<std::uint8_t>(), in.ConsumeIntegralInRange(0u, 3u), 0,
-            Routing::Isis::SystemId({1, 2, 3, 4, 5, in.ConsumeIntegralInRange<std::uint8_t>(0, 1)})));
+            Routing::Isis::SystemId({1, 2, 3, 4, 5, in.ConsumeIntegralInRange<std::uint8_t>(0, 1)}));
     }
+};
+
+void fillNeighbor(FuzzedDataProvider& in, Neighbor& n) {
+    IgpTest::applyState(n, IgpTest::drawState<Neighbor>(NeighborDraw{in}));
 }
 
 PrefixSid prefixSid(FuzzedDataProvider& in) {
@@ -424,16 +452,7 @@ private:
 // written: compare neighbor attributes with both zeros as one.
 IgpTest::NeighborState attributesOf(const Neighbor& n) {
     IgpTest::NeighborState s = IgpTest::snap(n);
-    const auto unsign = [](float& f) {
-        if (f == 0.0f) {
-            f = 0.0f;
-        }
-    };
-    unsign(s.maxLinkBw);
-    unsign(s.maxReserveLinkBw);
-    for (float& f : s.unreservedBw) {
-        unsign(f);
-    }
+    IgpTest::unsignZeros(s);
     return s;
 }
 

@@ -4,6 +4,12 @@
 
 namespace Routing::IgpCommon {
 
+LinkDelay::LinkDelay(Kest::CharRange& r) : LinkDelay(Kest::readValue<LinkDelay>(r)) {}
+
+std::ostream& operator<<(std::ostream& os, const LinkDelay& d) {
+    return Kest::writeValue(os, d);
+}
+
 Poldo::Ptr<Neighbor> Neighbor::NeighborIs(const NeighborKey& key) {
     return Poldo::Ptr<Neighbor>(new Neighbor(key), Poldo::adopt);
 }
@@ -103,6 +109,7 @@ void Neighbor::updateAttr(const Poldo::Ptr<const Neighbor>& other) {
     membersSync(Attr::srlgValues, srlgValues_, o.srlgValues_);
     membersSync(Attr::adjSid, adjSid_, o.adjSid_);
     membersSync(Attr::lanAdjSid, lanAdjSid_, o.lanAdjSid_);
+    linkDelayIs(o.linkDelay_);
 }
 
 namespace {
@@ -159,6 +166,9 @@ std::ostream& Neighbor::formatContent(std::ostream& os) const {
         }
         os << "]";
     }
+    if (linkDelay_.present()) {
+        os << ", linkDelay=" << linkDelay_.delay() << (linkDelay_.anomalous() ? " (anomalous)" : "");
+    }
     if (!srlgValues_.empty()) {
         os << ", srlg=[";
         const char* sep = "";
@@ -193,19 +203,6 @@ std::ostream& Neighbor::formatContent(std::ostream& os) const {
     return os << "\n";
 }
 
-using Kest::AttrKind;
-IGP_DEFINE_ENTITY(Neighbor, {"key", Attr::key, AttrKind::scalar},
-                  {"attrsPresent", Attr::attrsPresent, AttrKind::scalar},
-                  {"adminGroup", Attr::adminGroup, AttrKind::scalar},
-                  {"maxLinkBw", Attr::maxLinkBw, AttrKind::scalar},
-                  {"maxReserveLinkBw", Attr::maxReserveLinkBw, AttrKind::scalar},
-                  {"unreservedBw", Attr::unreservedBw, AttrKind::array},
-                  {"extAdminGroup", Attr::extAdminGroup, AttrKind::hashCollection, ExtAdminGroupMap::salt},
-                  {"teDefMetric", Attr::teDefMetric, AttrKind::scalar},
-                  {"igpMetric", Attr::igpMetric, AttrKind::scalar},
-                  {"srlgValues", Attr::srlgValues, AttrKind::hashCollection, SrlgValueSet::salt},
-                  {"adjSid", Attr::adjSid, AttrKind::hashCollection, AdjSidSet::salt},
-                  {"lanAdjSid", Attr::lanAdjSid, AttrKind::hashCollection, LanAdjSidSet::salt},
-                  {"updateAttr", Attr::updateAttr, AttrKind::function})
+IGP_DEFINE_DESCRIBED_ENTITY(Neighbor)
 
 }  // namespace Routing::IgpCommon

@@ -57,14 +57,7 @@ struct BindingRecipe {
 };
 struct NeighborRecipe {
     std::size_t key = 0;  // index into the key pool
-    std::uint8_t attrsPresent = 0;
-    std::uint32_t adminGroup = 0, teDefMetric = 0, igpMetric = 0;
-    float maxLinkBw = 0, maxReserveLinkBw = 0;
-    std::array<float, 8> unreservedBw{};
-    std::map<std::uint8_t, std::uint32_t> extAdminGroup;
-    std::vector<std::uint32_t> srlg;
-    std::vector<AdjacencySid> adjSid;
-    std::vector<LanAdjacencySid> lanAdjSid;
+    IgpTest::NeighborState attrs;
 };
 struct PrefixRecipe {
     std::size_t key = 0;
@@ -144,33 +137,63 @@ private:
         return v[below(N)];
     }
 
+    // A value of each type a neighbor attribute holds, from small pools so that merges meet equal
+    // and unequal values alike.
+    using Attrs = Neighbor::NeighborAttrsPresent;
+    template <class T>
+    using Of = std::type_identity<T>;
+    Attrs draw(Of<Attrs>) {
+        return Attrs(chance(2) ? static_cast<std::uint8_t>(below(128)) : pick<std::uint8_t>({0, 0x21}));
+    }
+    std::uint32_t draw(Of<std::uint32_t>) { return pick<std::uint32_t>({0, 1, 5, 10, 20, 100}); }
+    float draw(Of<float>) { return pick<float>({0.0f, 0.0f, 1e8f, 5e8f, 1e9f, 2.5e9f}); }
+    LinkDelay draw(Of<LinkDelay>) {
+        return chance(2) ? LinkDelay() : LinkDelay(pick<std::uint32_t>({800, 1500}), chance(4));
+    }
+    std::map<BwIndex, float> draw(Of<std::map<BwIndex, float>>) {
+        std::map<BwIndex, float> m;
+        for (std::uint8_t i = 0; i < 8; ++i)
+            m[BwIndex(i)] = pick<float>({0.0f, 0.0f, 1e8f, 5e8f});
+        return m;
+    }
+    std::map<AdminGroupIndex, std::uint32_t> draw(Of<std::map<AdminGroupIndex, std::uint32_t>>) {
+        std::map<AdminGroupIndex, std::uint32_t> m;
+        for (unsigned e = below(4); e > 0; --e)
+            m[AdminGroupIndex(static_cast<std::uint8_t>(below(6)))] = pick<std::uint32_t>({0, 1, 0xff});
+        return m;
+    }
+    std::map<std::uint32_t, std::uint32_t> draw(Of<std::map<std::uint32_t, std::uint32_t>>) {
+        std::map<std::uint32_t, std::uint32_t> m;
+        if (chance(5)) {
+            const std::uint32_t v = 1 + below(6);
+            m[v] = v;
+        }
+        return m;
+    }
+    std::map<AdjacencySid, AdjacencySid> draw(Of<std::map<AdjacencySid, AdjacencySid>>) {
+        const AdjacencySid pool[] = {{0x30, 24001, 0}, {0x30, 24002, 0}, {0x20, 24001, 1}, {0x30, 24001, 1}};
+        std::map<AdjacencySid, AdjacencySid> m;
+        for (const auto& s : pool) {
+            if (chance(3))
+                m[s] = s;
+        }
+        return m;
+    }
+    std::map<LanAdjacencySid, LanAdjacencySid> draw(Of<std::map<LanAdjacencySid, LanAdjacencySid>>) {
+        const LanAdjacencySid lan[] = {{0x30, 24100, 0, Routing::Isis::SystemId({1, 2, 3, 4, 5, 6})},
+                                       {0x30, 24100, 0, Routing::Isis::SystemId({1, 2, 3, 4, 5, 7})}};
+        std::map<LanAdjacencySid, LanAdjacencySid> m;
+        for (const auto& s : lan) {
+            if (chance(3))
+                m[s] = s;
+        }
+        return m;
+    }
+
     NeighborRecipe neighbor(std::size_t key) {
         NeighborRecipe n;
         n.key = key;
-        n.attrsPresent = chance(2) ? static_cast<std::uint8_t>(below(128)) : pick<std::uint8_t>({0, 0x21});
-        n.adminGroup = pick<std::uint32_t>({0, 1, 5});
-        n.maxLinkBw = pick<float>({0.0f, 1e9f, 2.5e9f});
-        n.maxReserveLinkBw = pick<float>({0.0f, 1e9f});
-        for (float& bw : n.unreservedBw)
-            bw = pick<float>({0.0f, 0.0f, 1e8f, 5e8f});
-        for (unsigned e = below(4); e > 0; --e)
-            n.extAdminGroup[static_cast<std::uint8_t>(below(6))] = pick<std::uint32_t>({0, 1, 0xff});
-        n.teDefMetric = pick<std::uint32_t>({0, 10, 20});
-        n.igpMetric = pick<std::uint32_t>({1, 10, 100});
-        if (chance(5))
-            n.srlg.push_back(1 + below(6));
-        const AdjacencySid adj[] = {{0x30, 24001, 0}, {0x30, 24002, 0}, {0x20, 24001, 1}, {0x30, 24001, 1}};
-        for (const auto& s : adj) {
-            if (chance(3))
-                n.adjSid.push_back(s);
-        }
-        const Routing::Isis::SystemId sys({1, 2, 3, 4, 5, 6});
-        const LanAdjacencySid lan[] = {{0x30, 24100, 0, sys},
-                                       {0x30, 24100, 0, Routing::Isis::SystemId({1, 2, 3, 4, 5, 7})}};
-        for (const auto& s : lan) {
-            if (chance(3))
-                n.lanAdjSid.push_back(s);
-        }
+        n.attrs = IgpTest::drawState<Neighbor>([this](auto type) { return draw(type); });
         return n;
     }
 
@@ -209,22 +232,7 @@ Poldo::Ptr<IsisLspParsedContent> build(const LspRecipe& r, const Generator& g) {
     auto parsed = isisLspParsedContentFactory();
     for (const auto& nr : r.neighbors) {
         auto n = parsed->neighborIs(g.neighborKeys()[nr.key]);
-        n->attrsPresentIs(Neighbor::NeighborAttrsPresent(nr.attrsPresent));
-        n->adminGroupIs(nr.adminGroup);
-        n->maxLinkBwIs(nr.maxLinkBw);
-        n->maxReserveLinkBwIs(nr.maxReserveLinkBw);
-        for (std::uint8_t i = 0; i < 8; ++i)
-            n->unreservedBwIs(BwIndex(i), nr.unreservedBw[i]);
-        for (const auto& [i, w] : nr.extAdminGroup)
-            n->extAdminGroupIs(AdminGroupIndex(i), w);
-        n->teDefMetricIs(nr.teDefMetric);
-        n->igpMetricIs(nr.igpMetric);
-        for (const auto v : nr.srlg)
-            n->srlgValuesIs(v);
-        for (const auto& s : nr.adjSid)
-            n->adjSidIs(s);
-        for (const auto& s : nr.lanAdjSid)
-            n->lanAdjSidIs(s);
+        IgpTest::applyState(*n, nr.attrs);
     }
     for (const auto& pr : r.prefixes) {
         auto p = parsed->prefixIs(g.prefixKeys()[pr.key]);

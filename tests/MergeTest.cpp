@@ -50,7 +50,6 @@ Poldo::Ptr<IsisLspParsedContent> sampleLsp(bool withBindings) {
     a->attrsPresentIs(Neighbor::NeighborAttrsPresent(0x3f));
     a->adminGroupIs(0x11);
     a->maxLinkBwIs(1.25e9f);
-    a->maxReserveLinkBwIs(1e9f);
     a->unreservedBwIs(BwIndex(0), 5e8f);
     a->unreservedBwIs(BwIndex(7), 1e8f);
     a->extAdminGroupIs(AdminGroupIndex(0), 0xff);

@@ -8,12 +8,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <limits>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "support/AllocationCounter.h"
@@ -27,7 +29,7 @@ using ::testing::ElementsAreArray;
 
 using Attrs = Neighbor::NeighborAttrsPresent;
 using Rec = IgpTest::RecordingObserver<Attrs, std::uint32_t, float, BwIndex, AdminGroupIndex, AdjacencySid,
-                                       LanAdjacencySid>;
+                                       LanAdjacencySid, LinkDelay>;
 using A = Neighbor::Attr;
 
 /// Allocations of every registered Drimm tracker together.
@@ -79,6 +81,7 @@ Poldo::Ptr<Neighbor> populated() {
     n->srlgValuesIs(9);
     n->adjSidIs(AdjacencySid(0x30, 16001, 0));
     n->lanAdjSidIs(LanAdjacencySid(0x30, 16002, 1, sysId(2)));
+    n->linkDelayIs(LinkDelay(1500, false));
     return n;
 }
 
@@ -103,44 +106,166 @@ std::vector<std::pair<unsigned, std::uint32_t>> words(const Neighbor& n) {
 
 // ---- setters ---------------------------------------------------------------------------------
 
-TEST(NeighborSetters, ScalarsPublishOnceWithTheOldValueAndNeverForAnEqualValue) {
-    auto n = neighborFactory(key());
-    n->adminGroupIs(3);
-    n->teDefMetricIs(30);
-    n->igpMetricIs(10);
-    n->maxLinkBwIs(2.5f);
-    n->maxReserveLinkBwIs(1.5f);
-    Rec rec(n->publisher());
+// ---- every described attribute -------------------------------------------------------------
 
-    n->adminGroupIs(3);
-    n->teDefMetricIs(30);
-    n->igpMetricIs(10);
-    n->maxLinkBwIs(2.5f);
-    n->maxReserveLinkBwIs(1.5f);
-    n->attrsPresentIs(Attrs());
-    EXPECT_TRUE(rec.empty());
+// Another value of each type an attribute holds: a new attribute of a new type does not compile
+// here until it has one.
+std::uint32_t another(std::uint32_t v) {
+    return v + 1;
+}
+float another(float v) {
+    return v * 2.0f + 1.0f;  // distinct at any magnitude
+}
+Attrs another(Attrs v) {
+    return Attrs(static_cast<std::uint8_t>(v.value() ^ 1u));
+}
+LinkDelay another(LinkDelay v) {
+    return LinkDelay(v.delay() + 1, !v.anomalous());
+}
+// A member the populated neighbor lacks (an index it holds 0 at, for the array).
+BwIndex newKey(BwIndex) {
+    return BwIndex(7);
+}
+AdminGroupIndex newKey(AdminGroupIndex) {
+    return AdminGroupIndex(63);
+}
+std::uint32_t newKey(std::uint32_t) {
+    return 8;
+}
+AdjacencySid newKey(AdjacencySid) {
+    return AdjacencySid(0x30, 16009, 0);
+}
+LanAdjacencySid newKey(LanAdjacencySid) {
+    return LanAdjacencySid(0x30, 16009, 0, sysId(9));
+}
 
-    n->adminGroupIs(4);
-    n->teDefMetricIs(31);
-    n->igpMetricIs(11);
-    n->maxLinkBwIs(3.5f);
-    n->maxReserveLinkBwIs(0.5f);
-    n->attrsPresentIs(allAttrs());
-    EXPECT_THAT(rec.attrs(), ElementsAre(A::adminGroup, A::teDefMetric, A::igpMetric, A::maxLinkBw,
-                                         A::maxReserveLinkBw, A::attrsPresent));
-    for (const auto& r : rec.records()) {
-        EXPECT_FALSE(r.hasKey) << r.attrName;
-        EXPECT_TRUE(r.hasOldValue) << r.attrName;
+/// Changes `d`'s attribute of `n` once: a scalar to another value, a new member into a collection.
+template <class D>
+void changeOne(const D& d, Neighbor& n) {
+    if constexpr (Kest::ScalarDesc<D>) {
+        d.set(n, another(d.get(n)));
+    } else {
+        using K = Kest::MemberKey<D>;
+        using V = Kest::MemberValue<D>;
+        const K k = newKey(K());
+        if constexpr (std::is_same_v<K, V>) {
+            Kest::putMember(d, n, k, k);
+        } else {
+            Kest::putMember(d, n, k, another(V()));
+        }
     }
-    EXPECT_EQ(*rec[0].oldAs<std::uint32_t>(), 3u);
-    EXPECT_EQ(*rec[1].oldAs<std::uint32_t>(), 30u);
-    EXPECT_EQ(*rec[2].oldAs<std::uint32_t>(), 10u);
-    EXPECT_EQ(*rec[3].oldAs<float>(), 2.5f);
-    EXPECT_EQ(*rec[4].oldAs<float>(), 1.5f);
-    EXPECT_EQ(*rec[5].oldAs<Attrs>(), Attrs());
-    EXPECT_EQ(rec[3].attrName, "maxLinkBw");
-    EXPECT_EQ(n->attrsPresent(), allAttrs());
-    EXPECT_EQ(n->maxReserveLinkBw(), 0.5f);
+}
+
+template <class F>
+void forEachWritable(F&& f) {
+    Kest::forEachAttr<Neighbor>([&](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        if constexpr (Kest::MembersDesc<D>) {
+            f(d);
+        } else if constexpr (Kest::ScalarDesc<D>) {
+            if constexpr (!D::isKey) {
+                f(d);
+            }
+        }
+    });
+}
+
+TEST(NeighborAttributes, EverySetterPublishesOnceWithItsIdentifierAndOldValueAndNeverForAnEqualValue) {
+    forEachWritable([](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        SCOPED_TRACE(d.name);
+        auto n = populated();
+        Rec rec(n->publisher());
+        if constexpr (Kest::ScalarDesc<D>) {
+            const auto old = d.get(*n);
+            d.set(*n, old);
+            EXPECT_TRUE(rec.empty());
+            changeOne(d, *n);
+            ASSERT_EQ(rec.size(), 1u);
+            EXPECT_FALSE(rec[0].hasKey);
+            ASSERT_NE(rec[0].template oldAs<typename D::Value>(), nullptr);
+            EXPECT_EQ(*rec[0].template oldAs<typename D::Value>(), old);
+            EXPECT_EQ(d.get(*n), another(old));
+        } else {
+            const auto k = newKey(Kest::MemberKey<D>());
+            const auto before = Kest::findMember(d, *n, k);
+            changeOne(d, *n);
+            changeOne(d, *n);
+            ASSERT_EQ(rec.size(), 1u);
+            ASSERT_NE(rec[0].template keyAs<Kest::MemberKey<D>>(), nullptr);
+            EXPECT_EQ(*rec[0].template keyAs<Kest::MemberKey<D>>(), k);
+            // An array's slot always holds a value; a collection's new member had none.
+            EXPECT_EQ(rec[0].hasOldValue, before.has_value());
+            EXPECT_TRUE(Kest::findMember(d, *n, k).has_value());
+        }
+        EXPECT_EQ(rec[0].attr, d.id);
+        EXPECT_EQ(rec[0].attrName, d.name);
+    });
+}
+
+TEST(NeighborAttributes, EveryScalarReadsBackFromItsText) {
+    forEachWritable([](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        // Floats have no reader: they are written, never read back.
+        if constexpr (Kest::ScalarDesc<D>) {
+            if constexpr (!std::is_floating_point_v<typename D::Value>) {
+                SCOPED_TRACE(d.name);
+                const auto n = populated();
+                for (const auto v : {d.get(*n), another(d.get(*n))}) {
+                    const auto back =
+                        Kest::strepToValue(Kest::strep(v), static_cast<typename D::Value*>(nullptr));
+                    EXPECT_TRUE(Kest::sameValue(back, v)) << Kest::strep(v);
+                }
+            }
+        }
+    });
+}
+
+/// What a scalar of `first` should hold once united with `later`.
+template <class D>
+typename D::Value unitedScalar(const D& d, const Neighbor& first, const Neighbor& later) {
+    using V = typename D::Value;
+    if constexpr (std::totally_ordered<V>) {
+        if (d.unite == Kest::Unite::least) {
+            return std::min(d.get(first), d.get(later));
+        }
+    }
+    if constexpr (requires(V v) { v.value(); }) {
+        if (d.unite == Kest::Unite::flagsOfAll) {
+            return V(static_cast<std::uint8_t>(d.get(first).value() | d.get(later).value()));
+        }
+    }
+    return d.get(first);
+}
+
+TEST(NeighborAttributes, FragmentsUniteByEachAttributesRule) {
+    // `into` carries everything; `from` differs in every attribute.
+    const auto into = populated();
+    const auto from = populated();
+    forEachWritable([&](const auto& d) { changeOne(d, *from); });
+    const auto before = populated();
+    Kest::uniteAttrs(*into, *from);
+    forEachWritable([&](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        SCOPED_TRACE(d.name);
+        if constexpr (Kest::ScalarDesc<D>) {
+            const auto want = unitedScalar(d, *before, *from);
+            EXPECT_TRUE(Kest::sameValue(d.get(*into), want)) << Kest::strep(d.get(*into));
+        } else {
+            const auto k = newKey(Kest::MemberKey<D>());
+            const auto got = Kest::findMember(d, *into, k);
+            if (d.unite == Kest::Unite::membersOfAll) {
+                EXPECT_TRUE(got.has_value());  // the later fragment's member joined
+            } else {
+                EXPECT_EQ(got, Kest::findMember(d, *before, k));  // the first carrier's kept
+            }
+        }
+    });
+    // A fragment that carries nothing takes each attribute from the first that does.
+    const auto bare = neighborFactory(key());
+    bare->igpMetricIs(std::numeric_limits<std::uint32_t>::max());
+    Kest::uniteAttrs(*bare, *before);
+    EXPECT_EQ(Kest::firstDifference(*bare, *before), "");
 }
 
 TEST(NeighborSetters, NaNBandwidthIsAChangeEveryTime) {
@@ -228,40 +353,17 @@ TEST(NeighborSetters, ExtAdminGroupInsertReplaceDeleteAndAStoredZeroIsPresent) {
     EXPECT_TRUE(n->extAdminGroup().empty());
 }
 
-TEST(NeighborSetters, SetMembersPublishTheMemberAsKeyAndAsOldValueOnRemoval) {
-    auto n = neighborFactory(key());
+TEST(NeighborSetters, RemovingPublishesTheOldMemberAndNothingForAnAbsentOne) {
+    auto n = populated();
     Rec rec(n->publisher());
-    const AdjacencySid adj(0x30, 16001, 0);
-    const LanAdjacencySid lan(0x30, 16002, 1, sysId(2));
-    n->srlgValuesIs(42);
-    n->srlgValuesIs(42);
-    n->adjSidIs(adj);
-    n->adjSidIs(adj);
-    n->lanAdjSidIs(lan);
-    n->lanAdjSidIs(lan);
-    EXPECT_THAT(rec.attrs(), ElementsAre(A::srlgValues, A::adjSid, A::lanAdjSid));
-    for (const auto& r : rec.records()) {
-        EXPECT_TRUE(r.hasKey);
-        EXPECT_FALSE(r.hasOldValue);
-    }
-    EXPECT_EQ(*rec[0].keyAs<std::uint32_t>(), 42u);
-    EXPECT_EQ(*rec[1].keyAs<AdjacencySid>(), adj);
-    EXPECT_EQ(*rec[2].keyAs<LanAdjacencySid>(), lan);
-
-    rec.clear();
     n->srlgValuesDel(43);
     n->adjSidDel(AdjacencySid(0x30, 16001, 1));  // another weight: another member
+    n->extAdminGroupDel(AdminGroupIndex(2));
     EXPECT_TRUE(rec.empty());
-    n->srlgValuesDel(42);
-    n->adjSidDel(adj);
-    n->lanAdjSidDel(lan);
-    ASSERT_EQ(rec.size(), 3u);
-    EXPECT_EQ(*rec[0].oldAs<std::uint32_t>(), 42u);
-    EXPECT_EQ(*rec[1].oldAs<AdjacencySid>(), adj);
-    EXPECT_EQ(*rec[2].oldAs<LanAdjacencySid>(), lan);
-    EXPECT_TRUE(n->srlgValues().empty());
+    n->adjSidDel(AdjacencySid(0x30, 16001, 0));
+    ASSERT_EQ(rec.size(), 1u);
+    EXPECT_EQ(*rec[0].oldAs<AdjacencySid>(), AdjacencySid(0x30, 16001, 0));
     EXPECT_TRUE(n->adjSid().empty());
-    EXPECT_TRUE(n->lanAdjSid().empty());
 }
 
 // ---- bulk deletion ---------------------------------------------------------------------------
@@ -375,44 +477,18 @@ TEST(NeighborUpdateAttr, AMergeThatGrowsACollectionIsSeenByBothCounters) {
     EXPECT_EQ(Neighbor::allocTracker().allocations(), neighborsBefore + 1);
 }
 
-struct OneChange {
-    const char* name;
-    Poldo::AttrId attr;
-    std::function<void(Neighbor&)> change;
-};
-
 TEST(NeighborUpdateAttr, FromANeighborDifferingInOneAttributePublishesExactlyThatChange) {
-    const std::vector<OneChange> changes = {
-        {"attrsPresent", A::attrsPresent, [](Neighbor& n) { n.attrsPresentIs(Attrs()); }},
-        {"adminGroup", A::adminGroup, [](Neighbor& n) { n.adminGroupIs(1); }},
-        {"maxLinkBw", A::maxLinkBw, [](Neighbor& n) { n.maxLinkBwIs(1.0f); }},
-        {"maxReserveLinkBw", A::maxReserveLinkBw, [](Neighbor& n) { n.maxReserveLinkBwIs(1.0f); }},
-        {"teDefMetric", A::teDefMetric, [](Neighbor& n) { n.teDefMetricIs(1); }},
-        {"igpMetric", A::igpMetric, [](Neighbor& n) { n.igpMetricIs(1); }},
-        {"unreservedBw changed", A::unreservedBw, [](Neighbor& n) { n.unreservedBwIs(BwIndex(5), 1.0f); }},
-        {"unreservedBw added", A::unreservedBw, [](Neighbor& n) { n.unreservedBwIs(BwIndex(7), 1.0f); }},
-        {"extAdminGroup word changed", A::extAdminGroup,
-         [](Neighbor& n) { n.extAdminGroupIs(AdminGroupIndex(40), 1); }},
-        {"extAdminGroup word added", A::extAdminGroup,
-         [](Neighbor& n) { n.extAdminGroupIs(AdminGroupIndex(63), 1); }},
-        {"extAdminGroup word removed", A::extAdminGroup,
-         [](Neighbor& n) { n.extAdminGroupDel(AdminGroupIndex(1)); }},
-        {"srlg added", A::srlgValues, [](Neighbor& n) { n.srlgValuesIs(8); }},
-        {"srlg removed", A::srlgValues, [](Neighbor& n) { n.srlgValuesDel(9); }},
-        {"adjSid added", A::adjSid, [](Neighbor& n) { n.adjSidIs(AdjacencySid(0x30, 16009, 0)); }},
-        {"lanAdjSid removed", A::lanAdjSid, [](Neighbor& n) { n.lanAdjSidDelAll(); }},
-    };
-    for (const OneChange& c : changes) {
-        SCOPED_TRACE(c.name);
+    forEachWritable([](const auto& d) {
+        SCOPED_TRACE(d.name);
         auto mine = populated();
         auto other = populated();
-        c.change(*other);
+        changeOne(d, *other);
         Rec rec(mine->publisher());
         mine->updateAttr(other);
         ASSERT_EQ(rec.size(), 1u);
-        EXPECT_EQ(rec[0].attr, c.attr);
-        EXPECT_EQ(dump(*mine), dump(*other));
-    }
+        EXPECT_EQ(rec[0].attr, d.id);
+        EXPECT_EQ(Kest::firstDifference(*mine, *other), "");
+    });
 }
 
 TEST(NeighborUpdateAttr, AFullUpdatePublishesInTheMergeOrder) {
@@ -439,8 +515,9 @@ TEST(NeighborUpdateAttr, AFullUpdatePublishesInTheMergeOrder) {
                             A::extAdminGroup, A::extAdminGroup, A::extAdminGroup,  // +2, -1, -40
                             A::srlgValues, A::srlgValues, A::srlgValues,           // +11, -7, -9
                             A::adjSid, A::adjSid,                                  // +w5, -w0
-                            A::lanAdjSid, A::lanAdjSid));                          // +3, -2
-    ASSERT_EQ(rec.size(), 20u);
+                            A::lanAdjSid, A::lanAdjSid,                            // +3, -2
+                            A::linkDelay));
+    ASSERT_EQ(rec.size(), 21u);
     std::vector<unsigned> bwIndexes;
     for (std::size_t i = 6; i < 10; ++i) {
         bwIndexes.push_back(rec[i].keyAs<BwIndex>()->value());
@@ -554,6 +631,7 @@ TEST(NeighborFormat, TeAttributesInTheirOrderWithAll64AdminGroupWords) {
     n->unreservedBwIs(BwIndex(7), 100.0f);
     n->extAdminGroupIs(AdminGroupIndex(0), 3);
     n->extAdminGroupIs(AdminGroupIndex(63), 4294967295u);
+    n->linkDelayIs(LinkDelay::fromWord(0xFF000000u | 1500));  // reserved bits ignored
     std::string groups = "3";
     for (int i = 1; i < 63; ++i) {
         groups += ", 0";
@@ -564,7 +642,7 @@ TEST(NeighborFormat, TeAttributesInTheirOrderWithAll64AdminGroupWords) {
         kLine1 +
             "                    igpMetric=10, adminGroup=255, maxLinkBw=1.25e+09, maxReserveLinkBw=0.5, "
             "teDefMetric=20, unreservedBw=[1.25e+09, 0, 0, 0, 0, 0, 0, 100], extAdminGroup=[" +
-            groups + "]\n");
+            groups + "], linkDelay=1500 (anomalous)\n");
 }
 
 TEST(NeighborFormat, FlagBitsAloneDecideWhichTeAttributesPrint) {

@@ -26,6 +26,8 @@ namespace Kest {
 template <class T, class Index, std::size_t N, std::size_t First = 0>
 class Array {
 public:
+    using index_type = Index;
+
     static constexpr std::size_t size() noexcept { return N; }
     /// True when `i` addresses a slot.
     static constexpr bool has(Index i) noexcept { return slotOf(i) < N; }

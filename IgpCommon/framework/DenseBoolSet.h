@@ -10,10 +10,11 @@
 //       public:
 //         using DenseBoolSet::DenseBoolSet;
 //         static constexpr const char kestTypeName[] = "Routing::IgpCommon::NodeFlags";
-//         static constexpr std::string_view kestFlagNames[] = {"overloadBit", "attachedBit"};
-//         KEST_FLAG(0, overloadBit)   // overloadBit(), overloadBitIs(bool), overloadBit_
-//         KEST_FLAG(1, attachedBit)
+//         KEST_FLAGS(overloadBit, attachedBit)  // overloadBit(), overloadBitIs(bool), overloadBit_, ...
 //     };
+//
+// KEST_FLAGS names each flag once: it declares the names in bit order
+// (kestFlagNames) and every flag's accessors.
 //
 // Its text form then follows from the names: with one flag the bare boolean,
 // with more "Value('<type>', ** {'<flag>': True, ...})" listing every flag in
@@ -149,3 +150,29 @@ private:
     constexpr void name##Is(bool on)& noexcept {                                  \
         this->bitIs(k, on);                                                       \
     }
+
+// KEST_FLAGS(a, b, ...): up to eight flags, bit 0 first.
+#define KEST_DETAIL_CAT2(a, b) a##b
+#define KEST_DETAIL_CAT(a, b) KEST_DETAIL_CAT2(a, b)
+#define KEST_DETAIL_COUNT2(_1, _2, _3, _4, _5, _6, _7, _8, n, ...) n
+#define KEST_DETAIL_COUNT(...) KEST_DETAIL_COUNT2(__VA_ARGS__, 8, 7, 6, 5, 4, 3, 2, 1, 0)
+#define KEST_DETAIL_NAMES1(a) #a
+#define KEST_DETAIL_NAMES2(a, ...) #a, KEST_DETAIL_NAMES1(__VA_ARGS__)
+#define KEST_DETAIL_NAMES3(a, ...) #a, KEST_DETAIL_NAMES2(__VA_ARGS__)
+#define KEST_DETAIL_NAMES4(a, ...) #a, KEST_DETAIL_NAMES3(__VA_ARGS__)
+#define KEST_DETAIL_NAMES5(a, ...) #a, KEST_DETAIL_NAMES4(__VA_ARGS__)
+#define KEST_DETAIL_NAMES6(a, ...) #a, KEST_DETAIL_NAMES5(__VA_ARGS__)
+#define KEST_DETAIL_NAMES7(a, ...) #a, KEST_DETAIL_NAMES6(__VA_ARGS__)
+#define KEST_DETAIL_NAMES8(a, ...) #a, KEST_DETAIL_NAMES7(__VA_ARGS__)
+#define KEST_DETAIL_FLAGS1(k, a) KEST_FLAG(k, a)
+#define KEST_DETAIL_FLAGS2(k, a, ...) KEST_FLAG(k, a) KEST_DETAIL_FLAGS1(k + 1, __VA_ARGS__)
+#define KEST_DETAIL_FLAGS3(k, a, ...) KEST_FLAG(k, a) KEST_DETAIL_FLAGS2(k + 1, __VA_ARGS__)
+#define KEST_DETAIL_FLAGS4(k, a, ...) KEST_FLAG(k, a) KEST_DETAIL_FLAGS3(k + 1, __VA_ARGS__)
+#define KEST_DETAIL_FLAGS5(k, a, ...) KEST_FLAG(k, a) KEST_DETAIL_FLAGS4(k + 1, __VA_ARGS__)
+#define KEST_DETAIL_FLAGS6(k, a, ...) KEST_FLAG(k, a) KEST_DETAIL_FLAGS5(k + 1, __VA_ARGS__)
+#define KEST_DETAIL_FLAGS7(k, a, ...) KEST_FLAG(k, a) KEST_DETAIL_FLAGS6(k + 1, __VA_ARGS__)
+#define KEST_DETAIL_FLAGS8(k, a, ...) KEST_FLAG(k, a) KEST_DETAIL_FLAGS7(k + 1, __VA_ARGS__)
+#define KEST_FLAGS(...)                                                                   \
+    static constexpr std::string_view kestFlagNames[] = {                                 \
+        KEST_DETAIL_CAT(KEST_DETAIL_NAMES, KEST_DETAIL_COUNT(__VA_ARGS__))(__VA_ARGS__)}; \
+    KEST_DETAIL_CAT(KEST_DETAIL_FLAGS, KEST_DETAIL_COUNT(__VA_ARGS__))(0, __VA_ARGS__)

@@ -8,6 +8,5 @@ namespace Poldo {
 
 using String = std::string;
 using OStringStream = std::ostringstream;
-using IStringStream = std::istringstream;
 
 }  // namespace Poldo

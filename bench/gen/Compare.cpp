@@ -42,19 +42,6 @@ void checkShared(Diff& d, const std::string& where, const char* what, const Pold
     }
 }
 
-template <class Set>
-bool sameSet(const Set& a, const Set& b) {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (auto it = a.begin(); it != a.end(); ++it) {
-        if (!b.contains(*it)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 void compareNode(Diff& d, const std::string& at, const IC::Node& a, const IC::Node& b) {
     d.check(at, "flags", a.flags(), b.flags());
     d.check(at, "host name", a.hostName(), b.hostName());
@@ -79,27 +66,9 @@ void compareNode(Diff& d, const std::string& at, const IC::Node& a, const IC::No
 }
 
 void compareNeighbor(Diff& d, const std::string& at, const IC::Neighbor& a, const IC::Neighbor& b) {
-    d.check(at, "attributes present", a.attrsPresent(), b.attrsPresent());
-    d.check(at, "igpMetric", a.igpMetric(), b.igpMetric());
-    d.check(at, "adminGroup", a.adminGroup(), b.adminGroup());
-    d.check(at, "maxLinkBw", a.maxLinkBw(), b.maxLinkBw());
-    d.check(at, "maxReserveLinkBw", a.maxReserveLinkBw(), b.maxReserveLinkBw());
-    d.check(at, "teDefMetric", a.teDefMetric(), b.teDefMetric());
-    for (unsigned p = 0; p < 8; ++p) {
-        d.check(at, "unreservedBw", a.unreservedBw(IC::BwIndex(p)), b.unreservedBw(IC::BwIndex(p)));
-    }
-    d.check(at, "extended admin group words", a.extAdminGroup().size(), b.extAdminGroup().size());
-    for (auto it = a.extAdminGroup().begin(); it != a.extAdminGroup().end(); ++it) {
-        d.check(at, "extended admin group word", it->value, b.extAdminGroup(it->key));
-    }
-    if (!sameSet(a.srlgValues(), b.srlgValues())) {
-        d.fail(at, "SRLGs differ");
-    }
-    if (!sameSet(a.adjSid(), b.adjSid())) {
-        d.fail(at, "adjacency SIDs differ");
-    }
-    if (!sameSet(a.lanAdjSid(), b.lanAdjSid())) {
-        d.fail(at, "LAN adjacency SIDs differ");
+    const std::string_view attr = Kest::firstDifference(a, b);
+    if (!attr.empty()) {
+        d.fail(at, (std::string(attr) + " differs").c_str());
     }
 }
 

@@ -58,6 +58,10 @@ void LspDecoder::linkSubTlv(Item& s, IC::NeighborKey& key, LinkAttrs& a) {
             a.teMetric = v.u24();
             a.present.teDefMetricIs(true);
             break;
+        case LinkSubTlv::unidirLinkDelay:
+            expectLength(s, 4, "unidirectional link delay is not 4 octets");
+            a.delay = IC::LinkDelay::fromWord(v.u32());
+            break;
         case LinkSubTlv::adjacencySid: {
             v.need(2, Reason::badLength, s.start, "adjacency SID too short");
             const std::uint8_t flags = v.u8();
@@ -114,6 +118,9 @@ void LspDecoder::addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, c
     }
     if (a.present.teDefMetric()) {
         nbr->teDefMetricIs(a.teMetric);
+    }
+    if (a.delay.present()) {
+        nbr->linkDelayIs(a.delay);
     }
     for (const auto& s : a.adjSids) {
         nbr->adjSidIs(s);

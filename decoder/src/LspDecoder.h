@@ -186,6 +186,7 @@ private:
         std::array<float, 8> unrsvBw{};
         std::vector<std::uint32_t> extAdminGroup;
         std::uint32_t teMetric = 0;
+        IC::LinkDelay delay;
         std::vector<IC::AdjacencySid> adjSids;
         std::vector<IC::LanAdjacencySid> lanAdjSids;
     };

@@ -84,43 +84,7 @@ void uniteNode(IC::Node& into, const IC::Node& from, std::uint8_t fragment) {
 // best of them (as within one fragment, for parallel links the key cannot
 // tell apart), and the adjacency SIDs and SRLGs of all are kept.
 void uniteNeighbor(IC::Neighbor& into, const IC::Neighbor& from) {
-    const auto have = into.attrsPresent();
-    const auto add = from.attrsPresent();
-    if (add.adminGroup() && !have.adminGroup()) {
-        into.adminGroupIs(from.adminGroup());
-    }
-    if (add.maxLinkBw() && !have.maxLinkBw()) {
-        into.maxLinkBwIs(from.maxLinkBw());
-    }
-    if (add.maxReserveLinkBw() && !have.maxReserveLinkBw()) {
-        into.maxReserveLinkBwIs(from.maxReserveLinkBw());
-    }
-    if (add.unreservedBw() && !have.unreservedBw()) {
-        for (unsigned p = 0; p < 8; ++p) {
-            into.unreservedBwIs(IC::BwIndex(p), from.unreservedBw(IC::BwIndex(p)));
-        }
-    }
-    if (add.extAdminGroup() && !have.extAdminGroup()) {
-        for (const auto& w : from.extAdminGroup()) {
-            into.extAdminGroupIs(w.key, w.value);
-        }
-    }
-    if (add.teDefMetric() && !have.teDefMetric()) {
-        into.teDefMetricIs(from.teDefMetric());
-    }
-    into.attrsPresentIs(IC::Neighbor::NeighborAttrsPresent(have.value() | add.value()));
-    if (from.igpMetric() < into.igpMetric()) {
-        into.igpMetricIs(from.igpMetric());
-    }
-    for (auto it = from.srlgValues().begin(); it != from.srlgValues().end(); ++it) {
-        into.srlgValuesIs(*it);
-    }
-    for (const auto& sid : from.adjSid()) {
-        into.adjSidIs(sid);
-    }
-    for (const auto& sid : from.lanAdjSid()) {
-        into.lanAdjSidIs(sid);
-    }
+    Kest::uniteAttrs(into, from);
 }
 
 // A prefix that a later fragment carries again (a narrow copy beside a wide

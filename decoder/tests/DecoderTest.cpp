@@ -145,8 +145,8 @@ TEST(DecoderNeighbors, ExtendedReachabilityWithTeAndAdjacencySids) {
                          .tlv(31, Enc{0x80, 7}.u32(123456))    // F flag, index
                          .tlv(32, Enc{0x30, 1}
                                       .raw({0x19, 0x21, 0x68, 0x00, 0x10, 9})
-                                      .u24(16))      // LAN adj-SID, 6-octet system ID
-                         .tlv(33, Enc().u32(1500));  // delay: not modelled
+                                      .u24(16))            // LAN adj-SID, 6-octet system ID
+                         .tlv(33, Enc().u32(0xFF0005DC));  // A bit, reserved bits ignored, 1500 us
     const Enc entry = Enc().raw(nbrId(2)).u24(10).u8(static_cast<unsigned>(subs.size())).raw(subs);
     const Enc tlvs = Enc().tlv(22, entry).tlv(222, Enc().u16(0x0002).raw(nbrId(3, 5)).u24(0xFFFFFE).u8(0));
     const auto d = decodeOk(buildLsp(tlvs));
@@ -161,14 +161,11 @@ TEST(DecoderNeighbors, ExtendedReachabilityWithTeAndAdjacencySids) {
     EXPECT_EQ(n->igpMetric(), 10u);
     EXPECT_EQ(n->adminGroup(), 0x11u);
     EXPECT_EQ(n->maxLinkBw(), 1.25e9f);
-    EXPECT_EQ(n->maxReserveLinkBw(), 1e9f);
     EXPECT_EQ(n->unreservedBw(IC::BwIndex(7)), 700.0f);
     EXPECT_EQ(n->extAdminGroup(IC::AdminGroupIndex(1)), 0x80000000u);
     EXPECT_EQ(n->teDefMetric(), 77u);
-    const auto p = n->attrsPresent();
-    EXPECT_TRUE(p.adminGroup() && p.maxLinkBw() && p.maxReserveLinkBw() && p.unreservedBw() &&
-                p.extAdminGroup() && p.teDefMetric());
-    EXPECT_FALSE(p.srlgValues());
+    EXPECT_EQ(n->attrsPresent().value(), 0x3f);  // all but the SRLGs
+    EXPECT_EQ(n->linkDelay(), IC::LinkDelay(1500, true));
     EXPECT_TRUE(n->adjSidHas(IC::AdjacencySid(0x30, 0x15001, 0)));
     EXPECT_TRUE(n->adjSidHas(IC::AdjacencySid(0x80, 123456, 7)));
     const std::uint8_t nine[6] = {0x19, 0x21, 0x68, 0x00, 0x10, 9};

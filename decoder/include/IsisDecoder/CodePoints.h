@@ -50,6 +50,7 @@ inline constexpr std::uint8_t extendedAdminGroup = 14;      // RFC 7308 2
 inline constexpr std::uint8_t teDefaultMetric = 18;         // RFC 5305 3.7
 inline constexpr std::uint8_t adjacencySid = 31;            // RFC 8667 2.2.1
 inline constexpr std::uint8_t lanAdjacencySid = 32;         // RFC 8667 2.2.2
+inline constexpr std::uint8_t unidirLinkDelay = 33;         // RFC 8570 4.1
 }  // namespace LinkSubTlv
 
 /// Sub-TLVs of an IP reachability entry (TLVs 135, 235, 236, 237).

@@ -41,6 +41,31 @@ void readBack(const E& e, std::function<Text()>& newValue, Get get) {
     newValue = [e = hold(e), get] { return text(get(*e)); };
 }
 
+// The old and new texts of a change, from the attribute's description: a
+// scalar is read back whole, a member by its key once the merge is over.
+template <class E>
+void describedChange(const E& entity, const Poldo::Notification& n, Change& change,
+                     std::function<Text()>& newValue) {
+    Kest::visitAttr<E>(n.attr(), [&](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        if constexpr (Kest::ScalarDesc<D>) {
+            change.oldValue = oldText<typename D::Value>(n);
+            readBack(entity, newValue, [d](const E& x) { return d.get(x); });
+        } else if constexpr (Kest::MembersDesc<D>) {
+            const auto* k = n.key<Kest::MemberKey<D>>();
+            if (k == nullptr) {
+                return;
+            }
+            change.key = text(*k);
+            change.oldValue = oldText<Kest::MemberValue<D>>(n);
+            newValue = [e = hold(entity), d, key = *k] {
+                const auto v = Kest::findMember(d, *e, key);
+                return v ? text(*v) : std::nullopt;
+            };
+        }
+    });
+}
+
 }  // namespace
 
 void ChangeFeed::watch(const IC::IgpLspDatabase& db) {
@@ -239,73 +264,10 @@ void ChangeFeed::onNode(const IC::Node& node, const Poldo::Notification& n, Pend
 }
 
 void ChangeFeed::onNeighbor(const IC::Neighbor& nbr, const Poldo::Notification& n, Pending& p) {
-    using A = IC::Neighbor::Attr;
-    using N = IC::Neighbor;
     p.change.entity = "neighbor";
     p.change.entityKey = *text(nbr.key());
-    auto& nv = p.newValue;
-    Text& old = p.change.oldValue;
-    const auto e = hold(nbr);
-    switch (n.attr()) {
-        case A::attrsPresent:
-            old = oldText<N::NeighborAttrsPresent>(n);
-            return readBack(nbr, nv, [](const N& x) { return x.attrsPresent(); });
-        case A::adminGroup:
-            old = oldText<std::uint32_t>(n);
-            return readBack(nbr, nv, [](const N& x) { return x.adminGroup(); });
-        case A::maxLinkBw:
-            old = oldText<float>(n);
-            return readBack(nbr, nv, [](const N& x) { return x.maxLinkBw(); });
-        case A::maxReserveLinkBw:
-            old = oldText<float>(n);
-            return readBack(nbr, nv, [](const N& x) { return x.maxReserveLinkBw(); });
-        case A::teDefMetric:
-            old = oldText<std::uint32_t>(n);
-            return readBack(nbr, nv, [](const N& x) { return x.teDefMetric(); });
-        case A::igpMetric:
-            old = oldText<std::uint32_t>(n);
-            return readBack(nbr, nv, [](const N& x) { return x.igpMetric(); });
-        case A::unreservedBw: {
-            const IC::BwIndex i = *n.key<IC::BwIndex>();
-            p.change.key = text(i);
-            old = oldText<float>(n);
-            nv = [e, i] { return text(e->unreservedBw(i)); };
-            return;
-        }
-        case A::extAdminGroup: {
-            const IC::AdminGroupIndex i = *n.key<IC::AdminGroupIndex>();
-            p.change.key = text(i);
-            old = oldText<std::uint32_t>(n);
-            nv = [e, i] {
-                const auto* word = e->extAdminGroup().find(i);
-                return word ? text(word->value) : std::nullopt;
-            };
-            return;
-        }
-        case A::srlgValues: {
-            const std::uint32_t v = *n.key<std::uint32_t>();
-            p.change.key = text(v);
-            old = oldText<std::uint32_t>(n);
-            nv = [e, v] { return e->srlgValuesHas(v) ? text(v) : std::nullopt; };
-            return;
-        }
-        case A::adjSid: {
-            const IC::AdjacencySid sid = *n.key<IC::AdjacencySid>();
-            p.change.key = text(sid);
-            old = oldText<IC::AdjacencySid>(n);
-            nv = [e, sid] { return e->adjSidHas(sid) ? text(sid) : std::nullopt; };
-            return;
-        }
-        case A::lanAdjSid: {
-            const IC::LanAdjacencySid sid = *n.key<IC::LanAdjacencySid>();
-            p.change.key = text(sid);
-            old = oldText<IC::LanAdjacencySid>(n);
-            nv = [e, sid] { return e->lanAdjSidHas(sid) ? text(sid) : std::nullopt; };
-            return;
-        }
-        default:
-            nv = [] { return Text(); };
-    }
+    p.newValue = [] { return Text(); };
+    describedChange(nbr, n, p.change, p.newValue);
 }
 
 void ChangeFeed::onPrefix(const IC::Prefix& pfx, const Poldo::Notification& n, Pending& p) {

@@ -37,8 +37,11 @@ Json valueJson(const T& v) {
         return o;
     } else if constexpr (std::is_same_v<T, Lumo::MplsLabel>) {
         return v.value();
-    } else if constexpr (std::is_same_v<T, IC::IgpMultiTopologyId>) {
+    } else if constexpr (std::is_same_v<T, IC::IgpMultiTopologyId> ||
+                         std::is_same_v<T, IC::AdminGroupIndex> || std::is_same_v<T, IC::BwIndex>) {
         return v.value();
+    } else if constexpr (std::is_same_v<T, IC::LinkDelay>) {
+        return v.present() ? Json{{"delay", v.delay()}, {"anomalous", v.anomalous()}} : Json();
     } else if constexpr (Kest::ValueForm<T>) {
         Json o = Json::object();
         std::apply([&](const auto&... attr) { ((o[std::string(attr.name)] = valueJson(attr.get(v))), ...); },
@@ -106,34 +109,50 @@ Json srBlockJson(const Poldo::Ptr<IC::SrCapabilities>& caps) {
     return Json{{"flags", valueJson(caps->srCapFlag())}, {"ranges", std::move(ranges)}};
 }
 
+// An entity's described attributes by their JSON names: scalars as values,
+// arrays in index order, maps as sorted {key, value} objects, sets sorted.
+// The key is the caller's: it is written field by field.
+template <class E>
+void describedJson(Json& out, const E& e) {
+    Kest::forEachAttr<E>([&](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        const auto name = [&] { return std::string(d.json.attr.empty() ? d.name : d.json.attr); };
+        if constexpr (Kest::ScalarDesc<D>) {
+            if constexpr (!D::isKey) {
+                out[name()] = valueJson(d.get(e));
+            }
+        } else if constexpr (Kest::MembersDesc<D>) {
+            Json items = Json::array();
+            Kest::forEachMember(d, e, [&](const auto& k, const auto& v) {
+                if constexpr (D::kind == Kest::AttrKind::array) {
+                    items.push_back(valueJson(v));
+                } else if constexpr (std::is_same_v<Kest::MemberKey<D>, Kest::MemberValue<D>>) {
+                    items.push_back(valueJson(k));
+                } else {
+                    items.push_back(Json{{std::string(d.json.key), valueJson(k)},
+                                         {std::string(d.json.value), valueJson(v)}});
+                }
+            });
+            if constexpr (D::kind != Kest::AttrKind::array) {
+                std::sort(items.begin(), items.end());
+            }
+            out[name()] = std::move(items);
+        }
+    });
+}
+
 Json neighborJson(const IC::Neighbor& n) {
     const IC::NeighborKey& k = n.key();
-    Json bw = Json::array();
-    for (std::uint8_t p = 0; p < 8; ++p) {
-        bw.push_back(n.unreservedBw(IC::BwIndex(p)));
-    }
-    Json extAdminGroup = sortedArray(n.extAdminGroup(), [](const auto& m) {
-        return Json{{"index", m.key.value()}, {"word", m.value}};
-    });
-    return Json{
+    Json out{
         {"neighbor", *text(k.nodeId())},
         {"mtId", k.mtId().value()},
         {"localIpv4", sortedAddresses(k.localIpv4Addr())},
         {"remoteIpv4", sortedAddresses(k.remoteIpv4Addr())},
         {"localIpv6", sortedAddresses(k.localIpv6Addr())},
         {"remoteIpv6", sortedAddresses(k.remoteIpv6Addr())},
-        {"igpMetric", n.igpMetric()},
-        {"teDefMetric", n.teDefMetric()},
-        {"attrsPresent", valueJson(n.attrsPresent())},
-        {"adminGroup", n.adminGroup()},
-        {"extAdminGroup", std::move(extAdminGroup)},
-        {"maxLinkBw", n.maxLinkBw()},
-        {"maxReserveLinkBw", n.maxReserveLinkBw()},
-        {"unreservedBw", std::move(bw)},
-        {"srlgs", sortedValues(n.srlgValues())},
-        {"adjSids", sortedValues(n.adjSid())},
-        {"lanAdjSids", sortedValues(n.lanAdjSid())},
     };
+    describedJson(out, n);
+    return out;
 }
 
 Json prefixJson(const IC::Prefix& p) {

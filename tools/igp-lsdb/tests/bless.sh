@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Rewrites the expected outputs of the igp-lsdb end-to-end tests from the tool as built now, then
 # shows what changed. Review every changed line against the capture's README and the routers' own
-# `show isis database` (../shared/captures) before committing: a golden file is only as right as
+# `show isis database` (decoder/tests/data/frr-show) before committing: a golden file is only as right as
 # the review it had.
 #   bash tools/igp-lsdb/tests/bless.sh [BUILD_DIR]     (default build/default)
 set -euo pipefail

@@ -16,6 +16,8 @@ Every output carries the lab's own LSP bytes; only the link-layer wrapping chang
   tests/data/frr-purges.pcap        the 133 LSP frames, then purges (header-only LSPs, lifetime 0,
                                     a newer sequence number) of r4's level-1 LSP and of fragment 2
                                     of r6's level-2 LSP: a node that goes away and one that shrinks
+  tests/data/frr-delay.pcap         the last LSP of the capture that carries the 1500 us link delay,
+                                    sent again (sequence number one higher) with 2000 us, anomalous
   tests/data/sr-te-fapm.pcap        crafted-sr-te.pcap with fragment 2 sent again (sequence number 2)
                                     with the flex-algo 128 prefix metric of 192.0.2.1/32 at 600, not 500
   tests/data/hostile-hostname.pcap  the 133 LSP frames, r1's level-2 host name (TLV 137) replaced by
@@ -154,6 +156,14 @@ def with_hostname(frame, name):
     return frame[:12] + struct.pack(">H", 3 + len(pdu)) + b"\xfe\xfe\x03" + pdu
 
 
+def delay_changed(frame):
+    """The LSP again, one sequence number later, each 1500 us link delay (RFC 8570 sub-TLV 33) now
+    2000 us with the anomalous bit set."""
+    pdu = bytearray(frame[17:].replace(bytes.fromhex("2104000005dc"), bytes.fromhex("2104800007d0")))
+    pdu[20:24] = struct.pack(">I", struct.unpack(">I", pdu[20:24])[0] + 1)
+    return frame[:17] + with_checksum(pdu)
+
+
 def main():
     endian, header, frames = read_pcap(SOURCE)
     lsps = [(n, s, f, fr, lsp_level(fr)) for n, s, f, fr in frames if lsp_level(fr)]
@@ -178,6 +188,9 @@ def main():
     outputs[os.path.join(TOOL, "tests", "data", "hostile-hostname.pcap")] = pcap_bytes(
         endian, header, 1, [(s, f, with_hostname(fr, HOSTILE_NAME) if lvl == 2 and fr[29:37] == r1 else fr)
                             for _, s, f, fr, lvl in lsps])
+    with_delay = [(s, f, fr) for _, s, f, fr, _ in lsps if bytes.fromhex("2104000005dc") in fr][-1]
+    outputs[os.path.join(TOOL, "tests", "data", "frr-delay.pcap")] = pcap_bytes(
+        endian, header, 1, [(with_delay[0] + 1, with_delay[1], delay_changed(with_delay[2]))])
     endian2, header2, sr_te = read_pcap(SR_TE)
     outputs[os.path.join(TOOL, "tests", "data", "sr-te-fapm.pcap")] = pcap_bytes(
         endian2, header2, 1, [(s, f, fapm_changed(fr) if n == 3 else fr) for n, s, f, fr in sr_te])
