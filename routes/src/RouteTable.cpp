@@ -529,7 +529,8 @@ std::optional<Route> RouteTable::State::routeOf(const Lumo::IpGenPrefix& p,
             continue;  // a prefix of a pseudonode: never advertised
         }
         const Adjacency& a = adjacencies[h];
-        r.nextHops.push_back({lsps[a.router]->nodeId(), address(a), LabelOp::none, 0});
+        r.nextHops.push_back(
+            {lsps[a.router]->nodeId(), family == Family::ipv4 ? address(a) : std::nullopt, LabelOp::none, 0});
     }
     std::sort(r.nextHops.begin(), r.nextHops.end(), [](const NextHop& a, const NextHop& b) {
         return a.systemId != b.systemId ? a.systemId < b.systemId : a.address < b.address;

@@ -40,7 +40,8 @@ enum class LabelOp : std::uint8_t {
 struct NextHop {
     /// The neighbor router the traffic leaves to (pseudonode byte 0).
     IC::IgpNodeId systemId;
-    /// The neighbor's IPv4 address on the link, when its LSPs say it.
+    /// IPv4 routes: the neighbor's IPv4 address on the link, when the LSPs
+    /// say it. IPv6 next hops are link-local addresses, which LSPs never carry.
     std::optional<Lumo::IpAddr> address;
     LabelOp op = LabelOp::none;
     std::uint32_t outLabel = 0;  // with LabelOp::swap

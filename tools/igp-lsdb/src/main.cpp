@@ -21,6 +21,7 @@
 #include "Lsdb.h"
 #include "NodeFilter.h"
 #include "Report.h"
+#include "Routes.h"
 
 namespace {
 
@@ -283,6 +284,8 @@ int main(int argc, char** argv) {
     stats->add_option("captures", opt.captures, "Captures, read in order")->required();
     addCommonOptions(*stats, opt);
 
+    const auto routeCommands = addRouteCommands(app);
+
     for (auto* cmd : {dump, events, diff, stats}) {
         cmd->footer(seedNote);
     }
@@ -292,6 +295,9 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         const int rc = app.exit(e);
         return rc == 0 ? 0 : exitBadInput;
+    }
+    if (const auto rc = routeCommands()) {
+        return *rc;
     }
     Run run(std::move(opt));
     if (dump->parsed()) {
