@@ -672,6 +672,11 @@ void RouteTable::update() {
     s.dirtyPrefixes.clear();
 }
 
+void RouteTable::recomputeAll() {
+    state_->topologyDirty = true;
+    update();
+}
+
 const RouteTable::RouteMap& RouteTable::routes() {
     update();
     return routes_;

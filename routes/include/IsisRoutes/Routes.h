@@ -111,6 +111,9 @@ public:
     /// Applies what changed in the database since the last call (done by
     /// every reader below as well).
     void update();
+    /// Re-runs the shortest paths and rebuilds every route now, as a change
+    /// of links would.
+    void recomputeAll();
 
     const RouteMap& routes();
     /// The route of `prefix`, or null.
