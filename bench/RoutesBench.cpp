@@ -117,7 +117,8 @@ void routes(benchmark::State& state, std::uint32_t routers) {
     state.counters["prefix_ratio"] = prefix / full;
     state.counters["link_ratio"] = link / full;
     state.counters["routes"] = static_cast<double>(d.table->routes().size());
-    state.counters["runs"] = static_cast<double>(counters.fullRuns);
+    state.counters["spf_runs"] = static_cast<double>(counters.spfRuns);
+    state.counters["full_runs"] = static_cast<double>(counters.fullRuns);
     state.counters["prefix_updates"] = static_cast<double>(counters.prefixUpdates);
 }
 

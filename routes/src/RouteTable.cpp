@@ -5,6 +5,7 @@
 #include <queue>
 #include <random>
 #include <set>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 
@@ -125,8 +126,17 @@ struct RouteTable::State {
     std::vector<std::uint32_t> reached;  // in the order they left the tentative list
     // Reached vertices advertising each prefix of the family (any topology; filtered on use).
     std::unordered_map<Lumo::IpGenPrefix, std::vector<std::uint32_t>, PrefixHash> advertisers;
-    // Pending work.
+    // What each vertex's routes were computed from: its distance and first hops.
+    struct Reach {
+        std::uint64_t dist;
+        std::vector<std::tuple<std::uint32_t, std::uint32_t, std::optional<Lumo::IpAddr>>> hops;
+        friend bool operator==(const Reach&, const Reach&) = default;
+    };
+    std::vector<Reach> reach;
+    // Pending work: everything (nodes or entries changed), the paths (links
+    // changed), or single prefixes.
     bool topologyDirty = true;
+    bool linksDirty = false;
     std::set<Lumo::IpGenPrefix> dirtyPrefixes;
 
     const IC::Node* node(std::uint32_t v) const { return lsps[v]->nodeRawPtr(); }
@@ -156,6 +166,9 @@ struct RouteTable::State {
         return level == IC::igpLevelIsisLevel1 && root != none && !node(root)->flags().attachedBit();
     }
     void rebuildRoutes(RouteMap& routes);
+    Reach reachOf(std::uint32_t v) const;
+    // Re-runs the paths after links changed; false when the entries changed too.
+    bool rerunPaths(const IC::IgpLspDatabase& db, const IC::IgpNodeId& rootId);
     std::optional<Route> routeOf(const Lumo::IpGenPrefix& p, const std::vector<std::uint32_t>* adv);
     void labels(Route& r, const std::vector<Candidate>& best) const;
     std::vector<Vertex> vertices() const;
@@ -394,7 +407,7 @@ void RouteTable::onChange(const Poldo::Notification& n) {
                         nbr->publisher().observerIs(*this);
                     }
                 }
-                s.topologyDirty = true;
+                s.linksDirty = true;
                 break;
             case IC::IgpLsp::Attr::prefix:
                 if (const auto* old = n.oldValue<Poldo::Ptr<IC::Prefix>>(); old != nullptr && *old) {
@@ -407,7 +420,7 @@ void RouteTable::onChange(const Poldo::Notification& n) {
                     const Lumo::IpGenPrefix& p = key->prefix();
                     if (s.wants(p) && !s.topologyDirty) {
                         const std::uint32_t v = s.find(entry->nodeId());
-                        if (v != none && s.dist[v] != unreached) {
+                        if (v != none) {
                             auto& list = s.advertisers[p];
                             if (std::find(list.begin(), list.end(), v) == list.end()) {
                                 list.push_back(v);
@@ -427,7 +440,7 @@ void RouteTable::onChange(const Poldo::Notification& n) {
         }
     } else if (n.entity<IC::Neighbor>() != nullptr) {
         if (n.attr() == IC::Neighbor::Attr::igpMetric) {
-            s.topologyDirty = true;
+            s.linksDirty = true;
         }
     } else if (const auto* pfx = n.entity<IC::Prefix>()) {
         if (n.attr() != IC::Prefix::Attr::sidLabelBinding && s.wants(pfx->prefixKey().prefix())) {
@@ -439,7 +452,8 @@ void RouteTable::onChange(const Poldo::Notification& n) {
 void RouteTable::State::rebuildRoutes(RouteMap& routes) {
     routes.clear();
     advertisers.clear();
-    for (const std::uint32_t v : reached) {
+    // Every vertex's prefixes, reached or not: a change of links may reach it later.
+    for (std::uint32_t v = 0; v < lsps.size(); ++v) {
         if (isPseudonode(v)) {
             continue;
         }
@@ -469,7 +483,8 @@ std::optional<Route> RouteTable::State::routeOf(const Lumo::IpGenPrefix& p,
         const IC::PrefixKey key(p, prefixTopology());
         for (const std::uint32_t v : *adv) {
             const auto pfx = lsps[v]->prefix(key);
-            if (!pfx || !pfx->hasValidReachability() || pfx->metric() > maxPathMetric) {
+            if (dist[v] == unreached || !pfx || !pfx->hasValidReachability() ||
+                pfx->metric() > maxPathMetric) {
                 continue;
             }
             if (v == root) {
@@ -647,15 +662,73 @@ std::vector<Vertex> RouteTable::State::vertices() const {
     return out;
 }
 
+RouteTable::State::Reach RouteTable::State::reachOf(std::uint32_t v) const {
+    Reach r{dist[v], {}};
+    for (const std::uint32_t h : firstHops[v]) {
+        if ((h & viaLan) == 0) {
+            const Adjacency& a = adjacencies[h];
+            r.hops.emplace_back(a.router, a.lan, family == Family::ipv4 ? address(a) : std::nullopt);
+        }
+    }
+    std::sort(r.hops.begin(), r.hops.end());
+    return r;
+}
+
+bool RouteTable::State::rerunPaths(const IC::IgpLspDatabase& db, const IC::IgpNodeId& rootId) {
+    const std::vector<Poldo::Ptr<IC::IgpLsp>> before = lsps;
+    build(db, rootId);
+    if (lsps != before) {
+        return false;
+    }
+    run();
+    // Only the prefixes of vertices whose distance or first hops moved can
+    // route differently; the derived default route follows the attached ones.
+    bool attachedMoved = false;
+    for (std::uint32_t v = 0; v < lsps.size(); ++v) {
+        Reach now = reachOf(v);
+        if (now == reach[v]) {
+            continue;
+        }
+        reach[v] = std::move(now);
+        if (isPseudonode(v)) {
+            continue;
+        }
+        attachedMoved = attachedMoved || node(v)->flags().attachedBit();
+        for (const auto& m : lsps[v]->prefix()) {
+            if (wants(m.key.prefix())) {
+                dirtyPrefixes.insert(m.key.prefix());
+            }
+        }
+    }
+    if (attachedMoved && derivesDefault()) {
+        dirtyPrefixes.insert(defaultPrefix(family));
+    }
+    return true;
+}
+
 void RouteTable::update() {
     State& s = *state_;
+    if (s.linksDirty && !s.topologyDirty) {
+        s.linksDirty = false;
+        ++counters_.spfRuns;
+        s.topologyDirty = !s.rerunPaths(*db_, root_);
+        if (s.topologyDirty) {
+            --counters_.spfRuns;  // counted once, below
+        }
+    }
     if (s.topologyDirty) {
         s.mt = topologyOf(*db_, root_, family_);
         s.build(*db_, root_);
         s.run();
         s.rebuildRoutes(routes_);
+        s.reach.clear();
+        for (std::uint32_t v = 0; v < s.lsps.size(); ++v) {
+            s.reach.push_back(s.reachOf(v));
+        }
         s.topologyDirty = false;
+        s.linksDirty = false;
         s.dirtyPrefixes.clear();
+        ++counters_.spfRuns;
         ++counters_.fullRuns;
         return;
     }

@@ -181,6 +181,7 @@ TEST(RouteTable, PrefixChangesUpdateRoutesWithoutARunAndLinkChangesRunAgain) {
     d.link(1, 3, 40);
     d.prefix(3, loop(3), 1);
     d.prefix(2, loop(2), 1);
+    d.prefix(4, loop(4), 1);  // not linked yet
     IR::RouteTable t(d.db, rtr(1), IR::Family::ipv4);
     const auto same = [&] {
         IR::RouteTable fresh(d.db, rtr(1), IR::Family::ipv4);
@@ -199,10 +200,28 @@ TEST(RouteTable, PrefixChangesUpdateRoutesWithoutARunAndLinkChangesRunAgain) {
     EXPECT_EQ(t.counters().fullRuns, 1u);
     EXPECT_EQ(t.counters().prefixUpdates, 3u);
 
+    // Links: the paths run again, and only the moved vertices' prefixes are re-routed.
     d.router(1).neighbor(IC::NeighborKey(rtr(3), {}))->igpMetricIs(5);
     EXPECT_TRUE(same());
     EXPECT_EQ(t.route(loop(3))->metric, 12u);
     EXPECT_EQ(hops(t.route(loop(3))), std::vector{rtr(3)});
+    EXPECT_EQ(t.counters().spfRuns, 2u);
+    EXPECT_EQ(t.counters().prefixUpdates, 5u);  // 3's two prefixes
+    // 4 was there all along, unreachable; a link brings it in, another takes 2 out.
+    EXPECT_EQ(t.route(loop(4)), nullptr);
+    d.link(3, 4, 10);
+    EXPECT_TRUE(same());
+    EXPECT_EQ(t.route(loop(4))->metric, 16u);
+    d.prefix(2, loop(2), 1);
+    d.router(1).neighborDel(IC::NeighborKey(rtr(2), {}));
+    EXPECT_TRUE(same());
+    EXPECT_EQ(t.route(loop(2))->metric, 16u);
+    EXPECT_EQ(t.counters().fullRuns, 1u);
+
+    // A node's flags change every route's premises: a full run.
+    d.flags(3, true, false);
+    EXPECT_TRUE(same());
+    EXPECT_EQ(t.route(loop(4)), nullptr);
     EXPECT_EQ(t.counters().fullRuns, 2u);
 }
 

@@ -5,8 +5,10 @@
 // label operations of the prefix SIDs (RFC 8667).
 //
 // A RouteTable observes its database and keeps its routes current: a change
-// of links or nodes re-runs the shortest paths, a change of prefixes updates
-// those prefixes' routes only.
+// of links re-runs the shortest paths and re-routes the prefixes of the
+// vertices whose distance or first hops moved; a change of nodes (flags,
+// topologies, SRGB) or of the set of entries rebuilds every route; a change
+// of prefixes updates those prefixes' routes only.
 //
 //     Routing::IsisRoutes::RouteTable v4(db, rootId, Routing::IsisRoutes::Family::ipv4);
 //     for (const auto& [prefix, route] : v4.routes()) { ... }
@@ -87,8 +89,9 @@ struct Options {
 
 /// How the table has been brought up to date so far.
 struct Counters {
-    std::uint64_t fullRuns = 0;       // shortest paths re-run, every route rebuilt
-    std::uint64_t prefixUpdates = 0;  // single prefixes re-routed without a run
+    std::uint64_t spfRuns = 0;        // shortest paths re-run
+    std::uint64_t fullRuns = 0;       // of which every route was rebuilt (nodes or entries changed)
+    std::uint64_t prefixUpdates = 0;  // single prefixes re-routed: changed, or behind a vertex that moved
 };
 
 /// The multi-topology the root computes `family` in: IPv4 in the standard
@@ -112,7 +115,7 @@ public:
     /// every reader below as well).
     void update();
     /// Re-runs the shortest paths and rebuilds every route now, as a change
-    /// of links would.
+    /// of nodes would.
     void recomputeAll();
 
     const RouteMap& routes();
