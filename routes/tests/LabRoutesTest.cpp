@@ -2,7 +2,8 @@
 // lab: for every router and level, the database the capture leaves behind,
 // rooted at that router, must give the routing tables the router listed with
 // `show isis route prefix-sid` (data/rN.routes.txt): the same prefixes,
-// metrics, next hops, SIDs and label operations.
+// metrics, next hops, SIDs and label operations; and its shortest-path tree
+// the routers that router listed with `show isis topology` (the same files).
 //
 // What the listings hold that LSPs do not is left out: interface names, and
 // the IPv6 next hops, which are link-local addresses; the lab's interface
@@ -195,6 +196,79 @@ TEST_F(LabRoutes, EveryRouterComputesTheTablesItListed) {
             }
             for (const auto& [prefix, row] : t.rows) {
                 EXPECT_TRUE(ours.count(prefix)) << "listed but not computed: " << prefix;
+            }
+        }
+    }
+}
+
+// The routers of one `show isis topology` section: for each, the least
+// distance listed and the first hops of the lines at that distance. These
+// routers may list one router twice (once per kind of link that reaches it,
+// or once directly and once behind a LAN), hence the merge.
+struct Reached {
+    std::uint64_t distance = 0;
+    std::set<std::string> hops;
+};
+
+std::vector<std::map<std::string, Reached>> readTrees(const std::string& path) {
+    std::ifstream in(path);
+    static const std::regex router(R"(^(\S+) +(?:TE-)?IS +(\d+) +(\S+) +\S+ +\S+ *$)");
+    static const std::regex more(R"(^ {20,}(\S+) +\S+ *\S* *$)");
+    std::vector<std::map<std::string, Reached>> trees;
+    std::string last;  // the router whose line the next continuation belongs to
+    std::smatch m;
+    bool inTopology = false;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("=====", 0) == 0) {
+            inTopology = line.find("show isis topology") != std::string::npos;
+        } else if (inTopology && line.rfind("IS-IS paths to", 0) == 0) {
+            trees.emplace_back();
+            last.clear();
+        } else if (!trees.empty() && std::regex_match(line, m, router)) {
+            const std::uint64_t d = std::stoull(m[2]);
+            auto [it, fresh] = trees.back().try_emplace(m[1], Reached{d, {}});
+            if (fresh || d < it->second.distance) {
+                it->second = {d, {}};
+            }
+            last = d == it->second.distance ? std::string(m[1]) : std::string();
+            if (!last.empty()) {
+                it->second.hops.insert(m[3]);
+            }
+        } else if (!last.empty() && !trees.empty() && std::regex_match(line, m, more)) {
+            trees.back()[last].hops.insert(m[1]);
+        } else if (!line.empty() && line[0] != ' ') {
+            last.clear();
+        }
+    }
+    return trees;
+}
+
+TEST_F(LabRoutes, EveryRouterComputesTheTreeItListed) {
+    for (unsigned n = 1; n <= 6; ++n) {
+        const std::string router = "r" + std::to_string(n);
+        const auto tables = readListing(dataPath(router + ".routes.txt"));
+        const auto trees = readTrees(dataPath(router + ".routes.txt"));
+        // One tree per routing table, in the same order: IPv4 then IPv6 of each level.
+        ASSERT_EQ(trees.size(), tables.size()) << router;
+        for (std::size_t i = 0; i < trees.size(); ++i) {
+            SCOPED_TRACE(router + " tree " + std::to_string(i));
+            IR::RouteTable table(db(tables[i].level), labRouter(n), tables[i].family);
+            std::map<std::string, Reached> ours;
+            for (const auto& v : table.vertices()) {
+                if (v.id.isPnodeId() || v.id == labRouter(n)) {
+                    continue;
+                }
+                Reached& r = ours["r" + std::to_string(v.id.byte(IC::IgpNodeIdIndex(5)))];
+                r.distance = v.distance;
+                for (const auto& h : v.nextHops) {
+                    r.hops.insert("r" + std::to_string(h.byte(IC::IgpNodeIdIndex(5))));
+                }
+            }
+            ASSERT_EQ(ours.size(), trees[i].size());
+            for (const auto& [name, listed] : trees[i]) {
+                ASSERT_TRUE(ours.count(name)) << name;
+                EXPECT_EQ(listed.distance, ours[name].distance) << name;
+                EXPECT_EQ(listed.hops, ours[name].hops) << name;
             }
         }
     }
