@@ -306,7 +306,7 @@ void RouteTable::State::run() {
                     hops.push_back((h & viaLan) != 0 && !isPseudonode(v) ? adjacency(v, h & ~viaLan) : h);
                 }
             }
-            std::sort(hops.begin(), hops.end());
+            // Still ascending: a LAN's first hops, resolved here, are the newest adjacencies.
             const std::uint64_t nd = d + e.metric;
             if (nd < dist[v]) {
                 dist[v] = nd;

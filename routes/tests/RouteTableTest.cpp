@@ -91,6 +91,9 @@ TEST(RouteTable, PathsUseTwoWayLinksBelowTheLargestMetricAndNoOverloadedTransit)
     // overloaded 8, whose own prefix stays reachable.
     d.halfLink(1, 5, 1);
     d.prefix(5, loop(5), 1);
+    // Links to a node without an entry, and to oneself, lead nowhere.
+    d.halfLink(1, 9, 1);
+    d.halfLink(2, 2, 1);
     d.link(1, 6, 0xFFFFFF);
     d.prefix(6, loop(6), 1);
     d.link(1, 8, 10);
@@ -132,6 +135,8 @@ TEST(RouteTable, LevelOnePrefersAreaRoutesToLeakedOnesAndDefaultsToTheNearestUsa
     d.flags(2, false, true);
     d.flags(3, false, true);
     d.flags(4, true, true);
+    // 2 also advertises a default route of its own, as far as it is.
+    d.prefix(2, pfx("0.0.0.0/0"), 0);
 
     IR::RouteTable t(d.db, rtr(1), IR::Family::ipv4);
     const IR::Route* leak = t.route(pfx("192.0.2.0/24"));
@@ -143,10 +148,12 @@ TEST(RouteTable, LevelOnePrefersAreaRoutesToLeakedOnesAndDefaultsToTheNearestUsa
     EXPECT_TRUE(def->isDefault);
     EXPECT_EQ(def->metric, 10u);
     EXPECT_EQ(hops(def), std::vector{rtr(2)});
+    EXPECT_EQ(def->originators, std::vector{rtr(2)});
 
-    // An attached root has no default route of its own.
+    // An attached root derives none: only 2's advertisement is left.
     d.flags(1, false, true);
-    EXPECT_EQ(t.route(pfx("0.0.0.0/0")), nullptr);
+    ASSERT_NE(t.route(pfx("0.0.0.0/0")), nullptr);
+    EXPECT_FALSE(t.route(pfx("0.0.0.0/0"))->isDefault);
 }
 
 TEST(RouteTable, IndexBeyondTheFirstSrgbRangeTakesTheNextRange) {
@@ -218,11 +225,41 @@ TEST(RouteTable, PrefixChangesUpdateRoutesWithoutARunAndLinkChangesRunAgain) {
     EXPECT_EQ(t.route(loop(2))->metric, 16u);
     EXPECT_EQ(t.counters().fullRuns, 1u);
 
-    // A node's flags change every route's premises: a full run.
+    // A node's flags change every route's premises: a full run, which
+    // covers the prefix changed with them.
+    const auto updates = t.counters().prefixUpdates;
+    d.router(4).prefix(IC::PrefixKey(loop(4), {}))->metricIs(3);
     d.flags(3, true, false);
     EXPECT_TRUE(same());
     EXPECT_EQ(t.route(loop(4)), nullptr);
+    t.update();
     EXPECT_EQ(t.counters().fullRuns, 2u);
+    EXPECT_EQ(t.counters().prefixUpdates, updates);
+    t.recomputeAll();
+    EXPECT_EQ(t.counters().fullRuns, 3u);
+}
+
+// A neighbor reached over a point-to-point link and over a LAN at the same
+// cost is one next hop when the links do not tell their addresses apart.
+TEST(RouteTable, ParallelLinksToOneRouterMakeOneNextHop) {
+    Domain d;
+    d.link(1, 2, 10);
+    const std::uint8_t lan[7] = {0, 0, 0, 0, 0, 1, 1};
+    const IC::IgpNodeId pn = IC::IgpNodeId::fromBytes(lan);
+    auto entry = IC::igpLspFactory(pn);
+    entry->nodeIs(IC::nodeFactory(pn));
+    d.db->lspIs(entry);
+    for (const unsigned n : {1u, 2u}) {
+        auto up = IC::neighborFactory(IC::NeighborKey(pn, {}));
+        up->igpMetricIs(10);
+        d.router(n).neighborIs(up->key(), up);
+        auto down = IC::neighborFactory(IC::NeighborKey(rtr(n), {}));
+        entry->neighborIs(down->key(), down);
+    }
+    d.prefix(2, loop(2), 1);
+    IR::RouteTable t(d.db, rtr(1), IR::Family::ipv4);
+    ASSERT_NE(t.route(loop(2)), nullptr);
+    EXPECT_EQ(hops(t.route(loop(2))), std::vector{rtr(2)});
 }
 
 }  // namespace

@@ -269,6 +269,7 @@ int routes(const RouteOptions& o) {
     auto tables = tablesOf(lsdb, *root, true);
     if (o.json) {
         Json doc;
+        doc["kind"] = "routes";
         doc["version"] = jsonVersion;
         doc["from"] = fromJson(*root, names);
         Json list = Json::array();
@@ -368,6 +369,7 @@ int follow(const RouteOptions& o) {
                 };
                 if (o.json) {
                     Json j;
+                    j["kind"] = "route-change";
                     j["capture"] = where.capture;
                     j["frame"] = where.frame;
                     j["level"] = t.level;
@@ -460,6 +462,7 @@ int topology(const RouteOptions& o) {
     }
     if (o.json) {
         Json doc;
+        doc["kind"] = "topology";
         doc["version"] = jsonVersion;
         doc["from"] = fromJson(*root, names);
         doc["trees"] = list;
@@ -571,6 +574,7 @@ int graph(const RouteOptions& o) {
     dot << "}\n";
     if (o.format == "json") {
         Json doc;
+        doc["kind"] = "graph";
         doc["version"] = jsonVersion;
         doc["levels"] = levels;
         std::cout << jsonText(doc, false) << '\n';
