@@ -721,9 +721,9 @@ void RouteTable::update() {
         s.build(*db_, root_);
         s.run();
         s.rebuildRoutes(routes_);
-        s.reach.clear();
+        s.reach.resize(s.lsps.size());
         for (std::uint32_t v = 0; v < s.lsps.size(); ++v) {
-            s.reach.push_back(s.reachOf(v));
+            s.reach[v] = s.reachOf(v);
         }
         s.topologyDirty = false;
         s.linksDirty = false;
