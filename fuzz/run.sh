@@ -4,7 +4,7 @@
 # broke it is kept in build/fuzz/findings/), and after the runs if a target found no input beyond
 # its seeds: a target that only replays its seeds explores nothing.
 #
-#   fuzz/run.sh SECONDS [TARGET...]      TARGET: text, merge, decoder (default: all three)
+#   fuzz/run.sh SECONDS [TARGET...]      TARGET: text, merge, decoder, capture, render (default: all)
 #
 # Each run starts from the seeds alone, so that every run can find new inputs and the count of
 # them says whether the target explores; the inputs a run finds stay in build/fuzz/corpus/<target>
@@ -12,13 +12,13 @@
 set -euo pipefail
 
 if (($# < 1)) || ! [[ $1 =~ ^[0-9]+$ ]] || (($1 < 1)); then
-    echo "usage: $0 SECONDS [text|merge|decoder]..." >&2
+    echo "usage: $0 SECONDS [text|merge|decoder|capture|render]..." >&2
     exit 2
 fi
 seconds=$1
 shift
 targets=("$@")
-((${#targets[@]})) || targets=(text merge decoder)
+((${#targets[@]})) || targets=(text merge decoder capture render)
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build=build/fuzz
@@ -35,7 +35,10 @@ for t in "${targets[@]}"; do
     rm -rf "$work"
     mkdir -p "$work"
     log="$build/fuzz-$t.log"
-    seeds=$(find "fuzz/corpus/$t" -type f | wc -l)
+    # The renderers take the decoder's inputs.
+    seedDir="fuzz/corpus/$t"
+    [[ $t == render ]] && seedDir=fuzz/corpus/decoder
+    seeds=$(find "$seedDir" -type f | wc -l)
     echo "== igpcommon_fuzz_$t: ${seconds}s from $seeds seeds"
     case $t in
         # A merge program needs room for many steps from the start. Its inputs reach many features
@@ -44,11 +47,13 @@ for t in "${targets[@]}"; do
         # the scan took most of the time; a lower threshold keeps it short.
         merge) sizing=(-max_len=2048 -len_control=0 -entropic_feature_frequency_threshold=32) ;;
         # A decoder input holds a few PDUs.
-        decoder) sizing=(-max_len=16384) ;;
+        decoder | render) sizing=(-max_len=16384) ;;
+        # A capture file of a few dozen frames.
+        capture) sizing=(-max_len=65536) ;;
         *) sizing=() ;;
     esac
     rc=0
-    "$build/fuzz/igpcommon_fuzz_$t" "$work" "fuzz/corpus/$t" "${sizing[@]}" \
+    "$build/fuzz/igpcommon_fuzz_$t" "$work" "$seedDir" "${sizing[@]}" \
         -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
         -artifact_prefix="$build/findings/$t-" "${extra[@]}" >"$log" 2>&1 || rc=$?
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)

@@ -1,6 +1,6 @@
 #include "IgpCommon/LspDatabase.h"
 
-#include <climits>
+#include <string_view>
 
 #include "Define.h"
 #include "IgpCommon/ParsedContent.h"
@@ -290,14 +290,16 @@ void IgpLspDatabase::dumpState(const Poldo::Ptr<Umbo::DumpContext const>& dumpCt
     if (lsp_.empty()) {
         return;
     }
-    // printf takes the width as an int; no real indentation comes near that.
-    const int printfWidth = width > INT_MAX ? INT_MAX : static_cast<int>(width);
+    // Written whole with their lengths: a line holds whatever octets a router sent
+    // (a NUL in a host name among them), which a printf "%s" would cut short.
+    constexpr std::string_view spaces = "                                ";
     const auto emit = [&](const Poldo::String& text) {
-        if (width != 0) {
-            Umbo::_objDumpPrintf(dumpCtx, "%*c%s", printfWidth, ' ', text.c_str());
-        } else {
-            Umbo::_objDumpPrintf(dumpCtx, "%s", text.c_str());
+        for (std::uint32_t left = width; left != 0;) {
+            const std::uint32_t n = left < spaces.size() ? left : static_cast<std::uint32_t>(spaces.size());
+            dumpCtx->write(spaces.substr(0, n));
+            left -= n;
         }
+        dumpCtx->write(text);
     };
     for (auto it = lsp_.begin(); it != lsp_.end(); ++it) {
         const IgpLsp& entry = **it;

@@ -107,6 +107,28 @@ void fillLspChecksum(std::span<std::uint8_t> pdu) noexcept {
     pdu[checksumAt + 1] = static_cast<std::uint8_t>(y);
 }
 
+namespace detail {
+
+bool checksumValidAfterEdit(std::span<const std::uint8_t> valid, std::span<const std::uint8_t> pdu,
+                            std::size_t from, std::size_t to) noexcept {
+    if (pdu.size() != valid.size() || pdu.size() < headerLength || from < checksumFrom || to < from ||
+        to > pdu.size()) {
+        return false;
+    }
+    // Octet i enters c0 once and c1 once per running sum from it to the end:
+    // (size - i) times. Differences are kept non-negative mod 255.
+    std::uint64_t d0 = 0;
+    std::uint64_t d1 = 0;
+    for (std::size_t i = from; i < to; ++i) {
+        const std::uint64_t d = 255u + pdu[i] - valid[i];
+        d0 += d;
+        d1 += d * (pdu.size() - i);
+    }
+    return d0 % 255 == 0 && d1 % 255 == 0;
+}
+
+}  // namespace detail
+
 bool lspChecksumAccepted(const LspHeader& h, std::span<const std::uint8_t> pdu) noexcept {
     // A purge may carry checksum 0 (its body is gone); anything else must add up.
     if (h.isPurge() && h.checksum == 0) {

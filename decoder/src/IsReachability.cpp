@@ -81,8 +81,10 @@ void LspDecoder::linkSubTlv(Item& s, IC::NeighborKey& key, LinkAttrs& a) {
 }
 
 void LspDecoder::addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, const LinkAttrs& a) {
-    const bool again = content_->neighbor(key) != nullptr;
+    // One hash: whether the key was new shows in the count.
+    const std::size_t held = content_->neighbor().size();
     const auto nbr = content_->neighborIs(key);
+    const bool again = content_->neighbor().size() == held;
     // Parallel links the key cannot tell apart (unnumbered ones) are one
     // link: the best metric of them.
     if (!again || metric < nbr->igpMetric()) {

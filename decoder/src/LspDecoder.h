@@ -26,6 +26,14 @@ using Reason = DecodeError::Reason;
 inline constexpr std::size_t headerLength = 27;
 inline constexpr std::uint32_t labelMask = 0xFFFFF;  // a 3-octet label carries 20 bits (RFC 8667 2.1)
 
+// Whether `pdu` passes lspChecksumValid(), given that `valid` does and that the
+// two have the same length and differ at most in octets [from, to) of the
+// checksummed range: both Fletcher sums are linear in the octets, so only the
+// difference over that range is summed (a refresh changes just the sequence
+// number and the checksum). Needs at least 27 octets and 12 <= from <= to.
+bool checksumValidAfterEdit(std::span<const std::uint8_t> valid, std::span<const std::uint8_t> pdu,
+                            std::size_t from, std::size_t to) noexcept;
+
 // Thrown inside the decoder only; decodeLsp turns it into a DecodeError.
 struct Failure {
     DecodeError error;

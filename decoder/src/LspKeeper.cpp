@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <type_traits>
 
 #include "LspDecoder.h"
 
@@ -205,9 +207,7 @@ constexpr std::size_t flagsAt = 26;
 // as well formed as it was.
 bool sameButHeader(std::span<const std::uint8_t> pdu, const std::vector<std::uint8_t>& held) {
     const auto same = [&](std::size_t from, std::size_t to) {
-        return std::equal(pdu.begin() + static_cast<std::ptrdiff_t>(from),
-                          pdu.begin() + static_cast<std::ptrdiff_t>(to),
-                          held.begin() + static_cast<std::ptrdiff_t>(from));
+        return std::memcmp(pdu.data() + from, held.data() + from, to - from) == 0;
     };
     return pdu.size() == held.size() && same(0, lifetimeAt) && same(lspIdAt, seqAt) &&
            same(flagsAt, pdu.size());
@@ -313,10 +313,14 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
             const auto body = pdu.first(h->pduLength);
             if (held != node->second.fragments.end()) {
                 Fragment& f = held->second;
-                if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber &&
-                    sameButHeader(body, f.octets) && lspChecksumAccepted(*h, body)) {
+                // Held octets from a PDU passed the checksum when installed, so
+                // only the new sequence number and checksum need summing.
+                if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber && h->checksum != 0 &&
+                    sameButHeader(body, f.octets) &&
+                    detail::checksumValidAfterEdit(f.octets, body, seqAt, flagsAt)) {
                     f.header = *h;
-                    std::copy(body.begin(), body.end(), f.octets.begin());
+                    std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt,
+                              f.octets.begin() + lifetimeAt);
                     ++refreshed_;
                     return Outcome::refreshed;
                 }
@@ -357,12 +361,14 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::span<const std::uint
     if (content) {
         f.octets.assign(octets.begin(), octets.end());
         f.nodeWide = carriesNodeWide(*content->node());
+        f.srlg = !content->parsedSrLg().empty();
         node.held += f.held ? 0 : 1;
         held_ += f.held ? 0 : 1;
         f.held = true;
     } else {
         f.octets = {};
         f.nodeWide = false;
+        f.srlg = false;
         node.held -= f.held ? 1 : 0;
         held_ -= f.held ? 1 : 0;
         f.held = false;
@@ -413,10 +419,18 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     // The other fragments decoded in this update, each once.
     std::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded;
     if (!node.indexed) {
-        // A second fragment: index what was held so far (one fragment).
+        // A second fragment: index what was held so far, one fragment, which
+        // the entry holds as it is: its keys are the entry's, and only its
+        // SRLG records, which the entry folds into links, need decoding.
+        const Poldo::Ptr<IC::IgpLsp> entry = db_->lsp(id);
         for (const auto& [num, f] : node.fragments) {
-            if (f.held && num != number) {
+            if (!f.held || num == number) {
+                continue;
+            }
+            if (f.srlg || !entry) {
                 index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets)).first->second);
+            } else {
+                indexKeys(node, num, *entry);
             }
         }
         if (before) {
@@ -616,9 +630,18 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     return d;
 }
 
-void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
+// A parsed content's collections hold members; an entry's give (key, member).
+template <class Keys>
+void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
+    constexpr bool entry = std::is_same_v<Keys, IC::IgpLsp>;
     for (const auto& n : c.neighbor()) {
-        const auto [it, added] = node.neighbors.try_emplace(n->key());
+        const IC::NeighborKey* key;
+        if constexpr (entry) {
+            key = &n.key;
+        } else {
+            key = &n->key();
+        }
+        const auto [it, added] = node.neighbors.try_emplace(*key);
         if (added) {
             for (const auto& a : foldAddresses(it->first)) {
                 node.linksByAddr.emplace(a, &it->first);
@@ -627,8 +650,16 @@ void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspPar
         it->second.set(number);
     }
     for (const auto& p : c.prefix()) {
-        node.prefixes[p->prefixKey()].set(number);
+        if constexpr (entry) {
+            node.prefixes[p.key].set(number);
+        } else {
+            node.prefixes[p->prefixKey()].set(number);
+        }
     }
+}
+
+void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
+    indexKeys(node, number, c);
     for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
         node.srlgs[(*it)->localAddr()].set(number);
     }

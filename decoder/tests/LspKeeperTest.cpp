@@ -210,6 +210,11 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(k.receivePdu(bad, &why), Outcome::rejected);
     EXPECT_EQ(why.reason, DecodeError::Reason::badChecksum);
     EXPECT_EQ(k.receivePdu(Bytes(bad.begin(), bad.begin() + 20)), Outcome::rejected);
+    for (const std::size_t at : {20u, 23u, 25u}) {  // sequence number or checksum octets moved
+        Bytes moved = pdu(6, Enc().tlv(135, prefix(1, 9)).tlv(22, neighbor(2)), 0x07);
+        moved[at] += 1;
+        EXPECT_EQ(k.receivePdu(moved, &why), Outcome::rejected) << at;
+    }
     EXPECT_EQ(entry->prefix(pkey("10.0.1.0/24"))->metric(), 9u);
 
     // A purge is never a refresh; after it, the same octets install again.

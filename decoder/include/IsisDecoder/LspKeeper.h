@@ -95,6 +95,7 @@ private:
         bool held = false;
         bool fromPdu = false;   // received by receivePdu(): eligible for the refresh shortcut
         bool nodeWide = false;  // carries a node-wide value besides the header flags
+        bool srlg = false;      // carries an SRLG record
     };
 
     using LinkAt = std::pair<Lumo::IpGenAddr, const Routing::IgpCommon::NeighborKey*>;
@@ -142,6 +143,8 @@ private:
     void merge(const Routing::IgpCommon::IgpNodeId& id, const Delta& delta);
     static void index(NodeState& node, std::uint8_t number,
                       const Routing::IgpCommon::IsisLspParsedContent& c);
+    template <class Keys>
+    static void indexKeys(NodeState& node, std::uint8_t number, const Keys& c);
 
     Routing::IgpCommon::IgpLevel level_;
     Poldo::Ptr<Routing::IgpCommon::IgpLspDatabase> db_;

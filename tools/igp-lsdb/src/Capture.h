@@ -1,5 +1,6 @@
-// Reading packet captures (pcap and pcapng, through libpcap) frame by frame,
-// from a file or from the capture built into the binary.
+// Reading packets frame by frame through libpcap: from a capture file (pcap
+// or pcapng, plain or gzip-compressed), from standard input, from the capture
+// built into the binary, or live from a network interface.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +14,7 @@ namespace IgpLsdb {
 
 struct CapturedFrame {
     unsigned number = 0;                  // 1-based, as capture viewers count
+    std::int64_t timeMicros = 0;          // capture time, microseconds since 1970-01-01 UTC
     std::span<const std::uint8_t> bytes;  // valid until the next call to next()
 };
 
@@ -20,12 +22,24 @@ class Capture {
 public:
     /// The name that stands for the built-in capture in messages.
     static constexpr const char* builtInName = "(built-in frr-initial-lsps.pcap)";
+    /// The name that stands for standard input ("-" on the command line).
+    static constexpr const char* stdinName = "(standard input)";
+    /// The capture filter of live captures: IS-IS over 802.3/LLC, also behind one VLAN tag.
+    static constexpr const char* liveFilter = "isis or (vlan and isis)";
 
-    /// Opens a capture file. On failure returns null and sets `error` to one
-    /// line that says why (without the file name).
+    /// Opens a capture file, or standard input for "-"; gzip-compressed
+    /// captures are decompressed as they are read. On failure returns null
+    /// and sets `error` to one line that says why (without the file name).
     static std::unique_ptr<Capture> open(const std::string& path, std::string& error);
     /// Opens the capture built into the binary.
     static std::unique_ptr<Capture> openBuiltIn(std::string& error);
+    /// Starts capturing on a network interface, IS-IS frames only. Reading
+    /// goes on until stopAll() (a signal handler may call it).
+    static std::unique_ptr<Capture> openLive(const std::string& interface, std::string& error);
+
+    /// Ends every live capture's reading at its next frame or within a tenth
+    /// of a second. Async-signal-safe.
+    static void stopAll() noexcept;
 
     ~Capture();
     Capture(const Capture&) = delete;
@@ -34,22 +48,31 @@ public:
     const std::string& name() const noexcept { return name_; }
     /// The pcap LINKTYPE_ value of the capture's frames.
     std::uint32_t linkType() const noexcept { return linkType_; }
+    bool live() const noexcept { return live_; }
 
-    /// The next frame; false at the end or on a read error (then error() says why).
+    /// The next frame; false at the end, when stopped, or when the capture
+    /// ends early (cut short or unreadable: then error() says why).
     bool next(CapturedFrame& frame);
+    /// Empty unless reading ended early; every frame before was delivered.
     const std::string& error() const noexcept { return error_; }
+    /// The number of the last whole frame delivered (0 before the first).
+    unsigned lastFrame() const noexcept { return count_; }
+    /// Frames of a live capture that the kernel dropped for want of room; 0 for files.
+    std::uint64_t dropped() const noexcept;
     /// How far reading has come, 0 to 1; negative when unknown.
     double progress() const noexcept;
 
+    struct Handle;  // libpcap's handle and what it reads from
+
 private:
-    struct Handle;
-    Capture(std::string name, ::pcap* pcap, std::uint64_t size);
+    Capture(std::string name, std::unique_ptr<Handle> handle, std::uint64_t size);
 
     std::string name_;
     std::unique_ptr<Handle> handle_;
     std::uint64_t size_ = 0;
     std::uint32_t linkType_ = 0;
     unsigned count_ = 0;
+    bool live_ = false;
     std::string error_;
 };
 

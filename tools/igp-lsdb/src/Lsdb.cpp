@@ -26,6 +26,16 @@ Lsdb::Lsdb(unsigned level) {
     }
 }
 
+template <class MessageFn>
+void Lsdb::noteMalformed(const FrameRef& where, const Capture& capture, unsigned level, const char* reason,
+                         MessageFn message) {
+    ++malformedTotal_;
+    ++malformedCounts_[{level, reason}];
+    if (malformed_.size() < maxListedMalformed) {
+        malformed_.push_back({where, capture.name(), level, reason, message()});
+    }
+}
+
 bool Lsdb::read(Capture& capture, std::size_t index, const ProgressFn& progress) {
     using Clock = std::chrono::steady_clock;
     auto nextReport = Clock::now();
@@ -45,8 +55,9 @@ bool Lsdb::read(Capture& capture, std::size_t index, const ProgressFn& progress)
                 ++frames_.notIsis;
                 continue;
             default:
-                malformed_.push_back({where, capture.name(), 0, ID::frameStatusName(r.status),
-                                      std::string("link-layer frame: ") + ID::frameStatusName(r.status)});
+                noteMalformed(where, capture, 0, ID::frameStatusName(r.status), [&] {
+                    return std::string("link-layer frame: ") + ID::frameStatusName(r.status);
+                });
                 continue;
         }
         if (ID::pduKind(r.pdu) != ID::PduKind::lsp) {
@@ -67,7 +78,7 @@ void Lsdb::lsp(const FrameRef& where, const Capture& capture, std::span<const st
     const ID::DecodeResult d = ID::decodeLsp(pdu);
     if (!d.ok()) {
         const ID::DecodeError& e = d.error();
-        malformed_.push_back({where, capture.name(), level, ID::reasonName(e.reason), e.message()});
+        noteMalformed(where, capture, level, ID::reasonName(e.reason), [&] { return e.message(); });
         return;
     }
     const ID::LspHeader& h = d.lsp().header;

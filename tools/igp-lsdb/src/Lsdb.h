@@ -1,7 +1,9 @@
 // Building the per-level link-state databases from captured frames: each
 // frame's IS-IS PDU is found, LSPs are decoded and handed to the level's
 // LspKeeper; everything else is counted. A malformed PDU changes nothing: it
-// is counted by reason and remembered with its frame for the final report.
+// is counted by level and reason, and the first maxListedMalformed are kept
+// with their frames for the final report, so that memory stays flat whatever
+// the capture holds.
 #pragma once
 
 #include <cstddef>
@@ -78,16 +80,30 @@ public:
         return lspCounters_.at(level);
     }
     const FrameCounters& frameCounters() const noexcept { return frames_; }
+    /// The first maxListedMalformed malformed PDUs, in the order read.
     const std::vector<Malformed>& malformed() const noexcept { return malformed_; }
+    /// Every malformed PDU, counted by level (0: the frame itself) and reason.
+    const std::map<std::pair<unsigned, std::string>, std::size_t>& malformedCounts() const noexcept {
+        return malformedCounts_;
+    }
+    std::size_t malformedTotal() const noexcept { return malformedTotal_; }
+
+    static constexpr std::size_t maxListedMalformed = 1000;
 
 private:
     void lsp(const FrameRef& where, const Capture& capture, std::span<const std::uint8_t> pdu);
+    /// Counts a malformed PDU; `message` is only asked for when it is listed.
+    template <class MessageFn>
+    void noteMalformed(const FrameRef& where, const Capture& capture, unsigned level, const char* reason,
+                       MessageFn message);
 
     std::vector<unsigned> levels_;
     std::map<unsigned, std::unique_ptr<ID::LspKeeper>> keepers_;
     std::map<unsigned, std::map<IC::IgpNodeId, LspCounters>> lspCounters_;
     FrameCounters frames_;
     std::vector<Malformed> malformed_;
+    std::map<std::pair<unsigned, std::string>, std::size_t> malformedCounts_;
+    std::size_t malformedTotal_ = 0;
 };
 
 }  // namespace IgpLsdb

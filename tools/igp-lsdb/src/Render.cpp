@@ -1,5 +1,7 @@
 #include "Render.h"
 
+#include "Escape.h"
+
 #include <cstdio>
 #include <sstream>
 
@@ -46,19 +48,15 @@ std::string list(const Range& range, Fn&& each) {
 }  // namespace
 
 std::string printable(std::string_view s, bool keepNewlines) {
-    std::string out;
-    out.reserve(s.size());
-    for (const char c : s) {
-        const auto u = static_cast<unsigned char>(c);
-        if ((u >= 0x20 && u < 0x7f) || (keepNewlines && c == '\n')) {
-            out += c;
-        } else {
-            char esc[5];
-            std::snprintf(esc, sizeof esc, "\\x%02x", u);
-            out += esc;
-        }
+    if (!keepNewlines) {
+        return escaped(s);
     }
-    return out;
+    std::string out;
+    for (std::size_t end = s.find('\n'); end != std::string_view::npos; end = s.find('\n')) {
+        out += escaped(s.substr(0, end)) + '\n';
+        s.remove_prefix(end + 1);
+    }
+    return out + escaped(s);
 }
 
 Text text(const IC::IgpNodeId& id) {

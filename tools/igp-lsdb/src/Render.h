@@ -2,8 +2,8 @@
 // Values use the library's canonical text forms (Kest::strep); neighbors,
 // prefixes and nodes their own dump text on one line; the node's attribute
 // collections, which have no text form of their own, are written as lists of
-// their members' forms. Every text is printable ASCII: other octets (a host
-// name is whatever the LSP carried) are written as \xNN.
+// their members' forms. Every text goes through escaped() (Escape.h): a host
+// name is whatever the LSP carried.
 #pragma once
 
 #include <optional>
@@ -16,7 +16,7 @@ namespace IgpLsdb {
 
 namespace IC = Routing::IgpCommon;
 
-/// Octets outside printable ASCII as \xNN; line breaks kept when `keepNewlines`.
+/// escaped(s); line breaks kept when `keepNewlines`.
 std::string printable(std::string_view s, bool keepNewlines = false);
 
 /// An absent value (a null object, a removed member) has no text.

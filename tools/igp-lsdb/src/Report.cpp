@@ -2,6 +2,7 @@
 
 #include <iomanip>
 
+#include "Escape.h"
 #include "Render.h"
 #include "SortedText.h"
 
@@ -26,22 +27,45 @@ std::vector<Poldo::Ptr<IC::IgpLsp>> selectedEntries(const IC::IgpLspDatabase& db
     return out;
 }
 
+namespace {
+
+/// The library's dump of one entry, escaped line by line. The host name is the
+/// only text in it that a router chooses freely; it is escaped where it stands,
+/// found by its known bytes, so that a line break inside it cannot pass for the
+/// end of a line. Nothing ahead of it on the node's line comes from the LSP but
+/// numbers and flag names, so the first match is the name itself.
+std::string escapedEntryDump(IC::IgpLevel level, const Poldo::Ptr<IC::IgpLsp>& entry) {
+    auto one = IC::igpLspDatabaseFactory(level);
+    one->lspIs(entry);
+    const auto ctx = Umbo::DumpContext::dumpContextIs();
+    one->dumpState(ctx, 0);
+    const std::string text = ctx->text();
+    const std::string hostName = entry->node() ? std::string(entry->node()->hostName()) : std::string();
+    const std::string key = ", hostname=" + hostName;
+    const std::size_t at = hostName.empty() ? std::string::npos : text.find(key);
+    if (at == std::string::npos) {
+        return printable(text, true);
+    }
+    const std::size_t nameAt = at + key.size() - hostName.size();
+    return printable(std::string_view(text).substr(0, nameAt), true) + escaped(hostName) +
+           printable(std::string_view(text).substr(at + key.size()), true);
+}
+
+}  // namespace
+
 void printDump(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names) {
     for (const unsigned level : lsdb.levels()) {
         const IC::IgpLspDatabase& db = *lsdb.keeper(level).database();
-        // The filtered entries go into a database of their own, so that the
-        // library's dump writes them as it writes a whole database.
-        auto shown = IC::igpLspDatabaseFactory(db.level());
+        std::size_t nodes = 0;
         std::size_t pseudonodes = 0;
+        std::string dump;
         for (const auto& entry : selectedEntries(db, filter, names)) {
-            shown->lspIs(entry);
-            pseudonodes += entry->nodeId().isPnodeId() ? 1 : 0;
+            (entry->nodeId().isPnodeId() ? pseudonodes : nodes) += 1;
+            dump += escapedEntryDump(db.level(), entry);
         }
-        out << "== IS-IS level-" << level << " database: " << counted(shown->lspCount() - pseudonodes, "node")
-            << ", " << counted(pseudonodes, "pseudonode") << '\n';
-        const auto ctx = Umbo::DumpContext::dumpContextIs();
-        shown->dumpState(ctx, 0);
-        out << printable(sortedDump(std::string_view(ctx->text())), true);
+        out << "== IS-IS level-" << level << " database: " << counted(nodes, "node") << ", "
+            << counted(pseudonodes, "pseudonode") << '\n';
+        out << sortedDump(dump);
     }
 }
 
@@ -77,9 +101,9 @@ std::vector<LevelStats> levelStats(const Lsdb& lsdb, const NodeFilter& filter, c
                 s.fragments += keeper.fragmentCount(id);
             }
         }
-        for (const Malformed& m : lsdb.malformed()) {
-            if (m.level == level) {
-                ++s.malformed[m.reason];
+        for (const auto& [where, n] : lsdb.malformedCounts()) {
+            if (where.first == level) {
+                s.malformed[where.second] += n;
             }
         }
         out.push_back(std::move(s));
@@ -89,9 +113,9 @@ std::vector<LevelStats> levelStats(const Lsdb& lsdb, const NodeFilter& filter, c
 
 std::map<std::string, std::size_t> malformedFrames(const Lsdb& lsdb) {
     std::map<std::string, std::size_t> out;
-    for (const Malformed& m : lsdb.malformed()) {
-        if (m.level == 0) {
-            ++out[m.reason];
+    for (const auto& [where, n] : lsdb.malformedCounts()) {
+        if (where.first == 0) {
+            out[where.second] += n;
         }
     }
     return out;
@@ -153,18 +177,29 @@ void printStats(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, c
         << '\n';
 }
 
-void printMalformed(std::ostream& out, const std::vector<Malformed>& malformed) {
-    if (malformed.empty()) {
+void printMalformed(std::ostream& out, const Lsdb& lsdb) {
+    const std::vector<Malformed>& listed = lsdb.malformed();
+    if (lsdb.malformedTotal() == 0) {
         return;
     }
-    out << "igp-lsdb: " << counted(malformed.size(), "malformed PDU")
+    out << "igp-lsdb: " << counted(lsdb.malformedTotal(), "malformed PDU")
         << " ignored, nothing of them merged:\n";
-    for (const Malformed& m : malformed) {
+    for (const Malformed& m : listed) {
         out << "  " << m.captureName << " frame " << m.where.frame << ": ";
         if (m.level != 0) {
             out << "level-" << m.level << " LSP: ";
         }
-        out << m.message << '\n';
+        out << escaped(m.message) << '\n';
+    }
+    if (lsdb.malformedTotal() > listed.size()) {
+        out << "  ... " << lsdb.malformedTotal() - listed.size() << " more not listed; all by reason:";
+        const char* sep = " ";
+        for (const auto& [where, n] : lsdb.malformedCounts()) {
+            out << sep << (where.first == 0 ? "frame" : "level-" + std::to_string(where.first) + " LSP")
+                << ' ' << where.second << ' ' << n;
+            sep = ", ";
+        }
+        out << '\n';
     }
 }
 

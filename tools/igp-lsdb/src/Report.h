@@ -43,7 +43,8 @@ std::map<std::string, std::size_t> malformedFrames(const Lsdb& lsdb);
 
 void printStats(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names);
 
-/// The frames that were malformed, one line each; nothing when there were none.
-void printMalformed(std::ostream& out, const std::vector<Malformed>& malformed);
+/// The malformed frames, one line each for the first Lsdb::maxListedMalformed
+/// and counts by reason for all when there were more; nothing when there were none.
+void printMalformed(std::ostream& out, const Lsdb& lsdb);
 
 }  // namespace IgpLsdb

@@ -18,6 +18,11 @@ Every output carries the lab's own LSP bytes; only the link-layer wrapping chang
                                     of r6's level-2 LSP: a node that goes away and one that shrinks
   tests/data/sr-te-fapm.pcap        crafted-sr-te.pcap with fragment 2 sent again (sequence number 2)
                                     with the flex-algo 128 prefix metric of 192.0.2.1/32 at 600, not 500
+  tests/data/hostile-hostname.pcap  the 133 LSP frames, r1's level-2 host name (TLV 137) replaced by
+                                    HOSTILE_NAME: a NUL, a line break that starts a forged node line,
+                                    a terminal escape, a backslash, a C1 control, valid UTF-8 of two
+                                    to four octets, and invalid UTF-8 (a stray octet, a sequence cut
+                                    short, an overlong form, a surrogate, a code point past U+10FFFF)
 """
 import os
 import struct
@@ -130,6 +135,25 @@ def fapm_changed(frame):
     return frame[:17] + with_checksum(pdu)
 
 
+HOSTILE_NAME = (b"r1\x00cut\n  node=0000.0000.0099.00, flags=<>, hostname=forged\r\x1b[2J"
+                b"\\x41\xff\xc3\xa9\xc2\x85\xe2\x82\xac\xe2\x82A\xe0\x80\x80\xed\xa0\x80\xf0\x9f\x98\x80"
+                b"\xf4\x90\x80\x80\xf0\x8f\xbf\xbf")
+
+
+def with_hostname(frame, name):
+    """The LSP of an 802.3/LLC frame with its dynamic host name TLV (137) holding `name`."""
+    pdu = bytearray(frame[17:17 + struct.unpack(">H", frame[12:14])[0] - 3])
+    at = 27
+    while at + 2 <= len(pdu) and pdu[at] != 137:
+        at += 2 + pdu[at + 1]
+    assert at + 2 <= len(pdu), "no host name TLV"
+    pdu[at:at + 2 + pdu[at + 1]] = bytes([137, len(name)]) + name
+    pdu[8:10] = struct.pack(">H", len(pdu))
+    pdu[20:24] = struct.pack(">I", struct.unpack(">I", pdu[20:24])[0] + 1)
+    pdu = with_checksum(pdu)
+    return frame[:12] + struct.pack(">H", 3 + len(pdu)) + b"\xfe\xfe\x03" + pdu
+
+
 def main():
     endian, header, frames = read_pcap(SOURCE)
     lsps = [(n, s, f, fr, lsp_level(fr)) for n, s, f, fr in frames if lsp_level(fr)]
@@ -150,6 +174,10 @@ def main():
                 (lsps[-1][1] + 2, 0, purge(2, bytes.fromhex("0000000000060002"), 2)),
             ]),
     }
+    r1 = bytes.fromhex("0000000000010000")
+    outputs[os.path.join(TOOL, "tests", "data", "hostile-hostname.pcap")] = pcap_bytes(
+        endian, header, 1, [(s, f, with_hostname(fr, HOSTILE_NAME) if lvl == 2 and fr[29:37] == r1 else fr)
+                            for _, s, f, fr, lvl in lsps])
     endian2, header2, sr_te = read_pcap(SR_TE)
     outputs[os.path.join(TOOL, "tests", "data", "sr-te-fapm.pcap")] = pcap_bytes(
         endian2, header2, 1, [(s, f, fapm_changed(fr) if n == 3 else fr) for n, s, f, fr in sr_te])
