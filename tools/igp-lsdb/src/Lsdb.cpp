@@ -46,7 +46,7 @@ bool Lsdb::read(Capture& capture, std::size_t index, const ProgressFn& progress)
             progress(capture, frame.number);
             nextReport = Clock::now() + std::chrono::milliseconds(200);
         }
-        const FrameRef where{index, frame.number};
+        const FrameRef where{index, frame.number, frame.timeMicros};
         const ID::FrameResult r = ID::isisPduOfFrame(capture.linkType(), frame.bytes);
         switch (r.status) {
             case ID::FrameResult::Status::isis:

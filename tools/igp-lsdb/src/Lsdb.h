@@ -26,6 +26,7 @@ namespace ID = Routing::IsisDecoder;
 struct FrameRef {
     std::size_t capture = 0;
     unsigned frame = 0;
+    std::int64_t timeMicros = 0;  // the frame's capture time (CapturedFrame::timeMicros)
 };
 
 struct Malformed {

@@ -1,6 +1,8 @@
 #include "Routes.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <ctime>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -96,6 +98,19 @@ std::optional<IC::IgpNodeId> findRoot(const Lsdb& lsdb, const std::string& from,
 
 std::string idText(const IC::IgpNodeId& id) {
     return id.toStrep().c_str();
+}
+
+// "2024-05-01T10:00:00.123456Z"
+std::string timeText(std::int64_t micros) {
+    // Floored, so that a time before 1970 still prints its microseconds positive.
+    const std::int64_t rest = ((micros % 1000000) + 1000000) % 1000000;
+    const auto seconds = static_cast<std::time_t>((micros - rest) / 1000000);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[48];
+    const std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
+    std::snprintf(text + n, sizeof text - n, ".%06dZ", static_cast<int>(rest));
+    return text;
 }
 
 std::string nameOf(const IC::IgpNodeId& id, const HostNames& names) {
@@ -372,6 +387,7 @@ int follow(const RouteOptions& o) {
                     j["kind"] = "route-change";
                     j["capture"] = where.capture;
                     j["frame"] = where.frame;
+                    j["time"] = timeText(where.timeMicros);
                     j["level"] = t.level;
                     j["family"] = familyName(t.family);
                     j["prefix"] = k.stringValue().c_str();
@@ -379,10 +395,11 @@ int follow(const RouteOptions& o) {
                     j["new"] = side(newS);
                     std::cout << jsonText(j, true) << '\n';
                 } else {
-                    std::cout << where.capture << ':' << where.frame << " L" << t.level << ' '
-                              << (t.family == IR::Family::ipv4 ? "IPv4 " : "IPv6 ") << k.stringValue().c_str()
-                              << " metric " << metricText(oldS) << " -> " << metricText(newS) << ", via "
-                              << hopsText(oldS) << " -> " << hopsText(newS) << '\n';
+                    std::cout << where.capture << ':' << where.frame << ' ' << timeText(where.timeMicros)
+                              << " L" << t.level << ' ' << (t.family == IR::Family::ipv4 ? "IPv4 " : "IPv6 ")
+                              << k.stringValue().c_str() << " metric " << metricText(oldS) << " -> "
+                              << metricText(newS) << ", via " << hopsText(oldS) << " -> " << hopsText(newS)
+                              << '\n';
                 }
             }
             seen[i] = std::move(now);
