@@ -17,6 +17,7 @@
 #include "Json.h"
 #include "Lsdb.h"
 #include "NodeFilter.h"
+#include "Report.h"
 
 namespace IgpLsdb {
 
@@ -24,6 +25,7 @@ namespace {
 
 namespace IR = Routing::IsisRoutes;
 
+constexpr int exitOutputFailed = 1;
 constexpr int exitBadInput = 2;
 
 struct RouteOptions {
@@ -67,6 +69,18 @@ bool readCaptures(Lsdb& lsdb, const std::vector<std::string>& paths) {
         }
     }
     return true;
+}
+
+// Flushes the output and lists what was malformed, as the other commands do:
+// status 1 when the output could not be written (a closed pipe included).
+int finish(const Lsdb& lsdb) {
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "igp-lsdb: cannot write the output\n";
+        return exitOutputFailed;
+    }
+    printMalformed(std::cerr, lsdb);
+    return 0;
 }
 
 HostNames namesOf(const Lsdb& lsdb) {
@@ -300,7 +314,7 @@ int routes(const RouteOptions& o) {
         }
         doc["tables"] = list;
         std::cout << jsonText(doc, false) << '\n';
-        return 0;
+        return finish(lsdb);
     }
     bool first = true;
     for (Table& t : tables) {
@@ -309,7 +323,7 @@ int routes(const RouteOptions& o) {
         printRoutes(std::cout, *t.routes, t.family, names);
         first = false;
     }
-    return 0;
+    return finish(lsdb);
 }
 
 // What --follow compares from one merge to the next.
@@ -408,7 +422,7 @@ int follow(const RouteOptions& o) {
     if (!readCaptures(lsdb, o.captures)) {
         return exitBadInput;
     }
-    return 0;
+    return finish(lsdb);
 }
 
 const char* vertexType(const IR::Vertex& v) {
@@ -485,7 +499,7 @@ int topology(const RouteOptions& o) {
         doc["trees"] = list;
         std::cout << jsonText(doc, false) << '\n';
     }
-    return 0;
+    return finish(lsdb);
 }
 
 // A link of the drawing: both ends' metrics, either missing when only one end lists it.
@@ -598,7 +612,7 @@ int graph(const RouteOptions& o) {
     } else {
         std::cout << dot.str();
     }
-    return 0;
+    return finish(lsdb);
 }
 
 }  // namespace
