@@ -27,6 +27,7 @@
 #include "Lsdb.h"
 #include "NodeFilter.h"
 #include "Report.h"
+#include "Views.h"
 
 namespace {
 
@@ -124,7 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     IgpLsdb::HostNames names;
     IgpLsdb::ChangeFeed feed([&](const IgpLsdb::Change& c) {
         const std::string line = IgpLsdb::changeLine(c, false, names);
-        check(cleanUtf8(line, "\t") && count(line, '\t') == 7, "a change line that can be forged",
+        check(cleanUtf8(line, "\t") && count(line, '\t') == 8, "a change line that can be forged",
               [&] { return line; });
         const std::string json = IgpLsdb::jsonText(IgpLsdb::changeJson(c, names), true);
         check(IgpLsdb::Json::accept(json), "a change's JSON does not parse", [&] { return json; });
@@ -192,5 +193,24 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(jsonNodes == entries, "the dump's JSON has not one node per entry");
     check(IgpLsdb::Json::accept(IgpLsdb::jsonText(IgpLsdb::statsJson(lsdb, {}, all, names), true)),
           "the statistics' JSON does not parse");
+
+    // The router-style views: one summary line per held fragment under each level's two header lines.
+    const IgpLsdb::Selection everything;
+    std::ostringstream summary;
+    IgpLsdb::printSummary(summary, lsdb, everything, names);
+    std::size_t fragments = 0;
+    for (const unsigned level : lsdb.levels()) {
+        fragments += lsdb.keeper(level).fragmentCount();
+    }
+    check(
+        cleanUtf8(summary.str(), "\n") && count(summary.str(), '\n') == 2 * lsdb.levels().size() + fragments,
+        "the summary is not one clean line per fragment", [&] { return summary.str(); });
+    std::ostringstream detail;
+    IgpLsdb::printDetail(detail, lsdb, everything, names);
+    check(cleanUtf8(detail.str(), "\n"), "the detail view holds a control character or invalid UTF-8",
+          [&] { return detail.str(); });
+    check(IgpLsdb::Json::accept(IgpLsdb::jsonText(IgpLsdb::summaryJson(lsdb, everything, names), true)) &&
+              IgpLsdb::Json::accept(IgpLsdb::jsonText(IgpLsdb::detailJson(lsdb, everything, names), true)),
+          "the summary's or the detail's JSON does not parse");
     return 0;
 }

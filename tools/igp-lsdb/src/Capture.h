@@ -16,6 +16,7 @@ struct CapturedFrame {
     unsigned number = 0;                  // 1-based, as capture viewers count
     std::int64_t timeMicros = 0;          // capture time, microseconds since 1970-01-01 UTC
     std::span<const std::uint8_t> bytes;  // valid until the next call to next()
+    std::int64_t time = 0;                // capture time, microseconds since 1970-01-01 UTC
 };
 
 class Capture {

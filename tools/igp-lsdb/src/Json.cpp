@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "Filters.h"
 #include "Render.h"
 #include "Report.h"
 
@@ -162,14 +163,27 @@ Json prefixJson(const IC::Prefix& p) {
 
 Json malformedJson(const Malformed& m) {
     return Json{{"capture", m.captureName}, {"captureIndex", m.where.capture},
-                {"frame", m.where.frame},   {"level", m.level},
-                {"reason", m.reason},       {"message", m.message}};
+                {"frame", m.where.frame},   {"time", timeText(m.where.time)},
+                {"level", m.level},         {"reason", m.reason},
+                {"message", m.message}};
 }
 
-Json malformedList(const Lsdb& lsdb) {
+}  // namespace
+
+Json malformedJsonList(const Lsdb& lsdb) {
     Json out = Json::array();
     for (const Malformed& m : lsdb.malformed()) {
         out.push_back(malformedJson(m));
+    }
+    return out;
+}
+
+namespace {
+
+Json lspIds(const std::vector<LspIdValue>& ids) {
+    Json out = Json::array();
+    for (const LspIdValue id : ids) {
+        out.push_back(lspIdText(id));
     }
     return out;
 }
@@ -267,7 +281,7 @@ Json dumpJson(const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names
     return Json{{"kind", "dump"},
                 {"version", jsonVersion},
                 {"levels", std::move(levels)},
-                {"malformed", malformedList(lsdb)}};
+                {"malformed", malformedJsonList(lsdb)}};
 }
 
 Json changeJson(const Change& c, const HostNames& names) {
@@ -276,6 +290,7 @@ Json changeJson(const Change& c, const HostNames& names) {
         {"kind", "change"},
         {"capture", c.where.capture == 0 ? Json() : Json(c.where.capture)},
         {"frame", c.where.capture == 0 ? Json() : Json(c.where.frame)},
+        {"time", c.where.capture == 0 ? Json() : Json(timeText(c.where.time))},
         {"level", c.level},
         {"node", *text(c.node)},
         {"hostname", hostName ? Json(printable(*hostName)) : Json()},
@@ -303,6 +318,9 @@ Json statsJson(const Lsdb& lsdb, const std::vector<std::string>& captures, const
             {"installed", s.lsps.installed},
             {"purges", s.lsps.purges},
             {"ignoredAsOld", s.lsps.ignoredAsOld},
+            {"completeness", Json{{"csnps", s.csnps},
+                                  {"listedNeverCarried", lspIds(s.listedNeverCarried)},
+                                  {"heldNotListed", lspIds(s.heldNotListed)}}},
             {"malformed", counts(s.malformed)},
         });
     }
@@ -317,7 +335,7 @@ Json statsJson(const Lsdb& lsdb, const std::vector<std::string>& captures, const
                         {"notIsis", f.notIsis},
                         {"malformed", counts(malformedFrames(lsdb))}}},
         {"levels", std::move(levels)},
-        {"malformed", malformedList(lsdb)},
+        {"malformed", malformedJsonList(lsdb)},
     };
 }
 

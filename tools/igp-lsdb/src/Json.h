@@ -20,6 +20,8 @@ inline constexpr int jsonVersion = 1;
 Json nodeJson(unsigned level, const IC::IgpLsp& entry, std::size_t fragments, const HostNames& names);
 Json dumpJson(const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names);
 Json changeJson(const Change& c, const HostNames& names);
+/// The malformed PDUs, as the documents list them.
+Json malformedJsonList(const Lsdb& lsdb);
 Json statsJson(const Lsdb& lsdb, const std::vector<std::string>& captures, const NodeFilter& filter,
                const HostNames& names);
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Capture.h"
+#include "Completeness.h"
 #include "IgpCommon/IgpLsp.h"
 #include "IsisDecoder/LspKeeper.h"
 
@@ -26,7 +27,7 @@ namespace ID = Routing::IsisDecoder;
 struct FrameRef {
     std::size_t capture = 0;
     unsigned frame = 0;
-    std::int64_t timeMicros = 0;  // the frame's capture time (CapturedFrame::timeMicros)
+    std::int64_t time = 0;  // the frame's capture time, microseconds since 1970-01-01 UTC
 };
 
 struct Malformed {
@@ -67,9 +68,18 @@ public:
     std::function<void(const FrameRef&, unsigned level, const IC::IgpNodeId&)> beforeMerge;
     std::function<void()> afterMerge;
 
+    /// Told of each frame before it is read: true ends reading there, this
+    /// capture's frame and every later one unread (a moment to stop at).
+    std::function<bool(const FrameRef&)> stopAt;
+
     /// Reads every frame of `capture`, the `index`-th one given (1-based).
     /// False on a read error, with capture.error() saying why.
     bool read(Capture& capture, std::size_t index, const ProgressFn& progress = {});
+
+    /// The frame that brought the held copy of a fragment, if it is held.
+    const FrameRef* receivedIn(unsigned level, const IC::IgpNodeId& id, std::uint8_t fragment) const;
+    /// The last frame read; a default FrameRef before any.
+    const FrameRef& lastFrame() const noexcept { return last_; }
 
     /// The levels kept, ascending.
     const std::vector<unsigned>& levels() const noexcept { return levels_; }
@@ -81,6 +91,7 @@ public:
         return lspCounters_.at(level);
     }
     const FrameCounters& frameCounters() const noexcept { return frames_; }
+    const Completeness& completeness(unsigned level) const { return completeness_.at(level); }
     /// The first maxListedMalformed malformed PDUs, in the order read.
     const std::vector<Malformed>& malformed() const noexcept { return malformed_; }
     /// Every malformed PDU, counted by level (0: the frame itself) and reason.
@@ -101,6 +112,11 @@ private:
     std::vector<unsigned> levels_;
     std::map<unsigned, std::unique_ptr<ID::LspKeeper>> keepers_;
     std::map<unsigned, std::map<IC::IgpNodeId, LspCounters>> lspCounters_;
+    std::map<unsigned, Completeness> completeness_;
+    // Per level, by IgpNodeId::toU64 with the fragment number in its lowest octet.
+    std::map<unsigned, std::map<std::uint64_t, FrameRef>> receivedIn_;
+    FrameRef last_;
+    bool stopped_ = false;
     FrameCounters frames_;
     std::vector<Malformed> malformed_;
     std::map<std::pair<unsigned, std::string>, std::size_t> malformedCounts_;

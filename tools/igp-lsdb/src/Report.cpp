@@ -3,6 +3,7 @@
 #include <iomanip>
 
 #include "Escape.h"
+#include "Filters.h"
 #include "Render.h"
 #include "SortedText.h"
 
@@ -70,10 +71,10 @@ void printDump(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, co
 }
 
 std::string changeLine(const Change& c, bool severalCaptures, const HostNames& names) {
-    std::string frame = "-";
+    std::string frame = "-\t-";
     if (c.where.capture != 0) {
         frame = severalCaptures ? std::to_string(c.where.capture) + ":" : "";
-        frame += std::to_string(c.where.frame);
+        frame += std::to_string(c.where.frame) + "\t" + timeText(c.where.time);
     }
     const auto field = [](const Text& t) { return t ? *t : std::string("-"); };
     std::string entity = c.entity;
@@ -82,6 +83,24 @@ std::string changeLine(const Change& c, bool severalCaptures, const HostNames& n
     }
     return frame + "\tL" + std::to_string(c.level) + "\t" + nodeLabel(c.node, names.of(c.node)) + "\t" +
            entity + "\t" + c.attr + "\t" + field(c.key) + "\t" + field(c.oldValue) + "\t" + field(c.newValue);
+}
+
+namespace {
+
+IC::IgpNodeId nodeIdOf(LspIdValue id) {
+    std::uint8_t seven[7];
+    for (std::size_t i = 0; i < 7; ++i) {
+        seven[i] = static_cast<std::uint8_t>(id >> (56 - 8 * i));
+    }
+    return IC::IgpNodeId::fromBytes(seven);
+}
+
+}  // namespace
+
+std::string lspIdLabel(LspIdValue id, const HostNames& names) {
+    const std::string text = lspIdText(id);
+    const auto host = names.ofSystem(id >> 16);
+    return host ? escaped(*host) + text.substr(14) : text;
 }
 
 std::vector<LevelStats> levelStats(const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names) {
@@ -99,6 +118,21 @@ std::vector<LevelStats> levelStats(const Lsdb& lsdb, const NodeFilter& filter, c
             if (filter.matches(id, names)) {
                 s.lsps += counters;
                 s.fragments += keeper.fragmentCount(id);
+            }
+        }
+        const Completeness& completeness = lsdb.completeness(level);
+        s.csnps = completeness.csnps();
+        const auto selected = [&](LspIdValue id) {
+            return filter.any() || filter.matches(nodeIdOf(id), names);
+        };
+        for (const LspIdValue id : completeness.listedNeverCarried()) {
+            if (selected(id)) {
+                s.listedNeverCarried.push_back(id);
+            }
+        }
+        for (const LspIdValue id : completeness.heldNotListed(keeper)) {
+            if (selected(id)) {
+                s.heldNotListed.push_back(id);
             }
         }
         for (const auto& [where, n] : lsdb.malformedCounts()) {
@@ -164,6 +198,9 @@ void printStats(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, c
             return it == s.malformed.end() ? std::size_t{0} : it->second;
         });
     }
+    row("CSNPs read", [](const LevelStats& s) { return s.csnps; });
+    row("  LSPs never carried", [](const LevelStats& s) { return s.listedNeverCarried.size(); });
+    row("  held, not listed", [](const LevelStats& s) { return s.heldNotListed.size(); });
     const FrameCounters& f = lsdb.frameCounters();
     out << "frames: " << f.frames << " read, " << f.lsps << " LSPs, " << f.otherIsis
         << " other IS-IS PDUs (hellos, SNPs), " << f.notIsis << " not IS-IS";
@@ -175,6 +212,21 @@ void printStats(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, c
     }
     out << ", " << badFrames << " malformed link-layer frames" << (detail.empty() ? "" : detail + ")")
         << '\n';
+    const auto list = [&](unsigned level, const char* what, const std::vector<LspIdValue>& ids) {
+        if (ids.empty()) {
+            return;
+        }
+        out << "level-" << level << " " << what << ":";
+        for (const LspIdValue id : ids) {
+            out << ' ' << lspIdLabel(id, names);
+        }
+        out << '\n';
+    };
+    for (const LevelStats& s : stats) {
+        list(s.level, "LSPs that CSNPs listed and the capture never carried", s.listedNeverCarried);
+        list(s.level, "LSPs held that the last CSNP covering them, sent after them, did not list",
+             s.heldNotListed);
+    }
 }
 
 void printMalformed(std::ostream& out, const Lsdb& lsdb) {
@@ -185,7 +237,7 @@ void printMalformed(std::ostream& out, const Lsdb& lsdb) {
     out << "igp-lsdb: " << counted(lsdb.malformedTotal(), "malformed PDU")
         << " ignored, nothing of them merged:\n";
     for (const Malformed& m : listed) {
-        out << "  " << m.captureName << " frame " << m.where.frame << ": ";
+        out << "  " << m.captureName << " frame " << m.where.frame << " (" << timeText(m.where.time) << "): ";
         if (m.level != 0) {
             out << "level-" << m.level << " LSP: ";
         }

@@ -20,10 +20,10 @@ std::vector<Poldo::Ptr<IC::IgpLsp>> selectedEntries(const IC::IgpLspDatabase& db
 /// Each level's header line, then the library's dump of its selected entries.
 void printDump(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names);
 
-/// One change as a tab-separated line: frame, level, node, entity, attribute,
-/// key or index, old value, new value ("-" for what is absent). The frame is
-/// "N" with one capture, "C:N" for frame N of the C-th capture with several,
-/// and "-" for a change computed by a diff.
+/// One change as a tab-separated line: frame, capture time, level, node,
+/// entity, attribute, key or index, old value, new value ("-" for what is
+/// absent). The frame is "N" with one capture, "C:N" for frame N of the C-th
+/// capture with several; frame and time are "-" for a change computed by a diff.
 std::string changeLine(const Change& c, bool severalCaptures, const HostNames& names);
 
 struct LevelStats {
@@ -34,12 +34,18 @@ struct LevelStats {
     std::size_t prefixes = 0;
     std::size_t fragments = 0;
     LspCounters lsps;
+    std::size_t csnps = 0;
+    std::vector<LspIdValue> listedNeverCarried;
+    std::vector<LspIdValue> heldNotListed;
     std::map<std::string, std::size_t> malformed;  // by reason
 };
 
 std::vector<LevelStats> levelStats(const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names);
 /// Malformed frames whose link-layer wrapping was already wrong, by reason.
 std::map<std::string, std::size_t> malformedFrames(const Lsdb& lsdb);
+
+/// "r6.00-02" when the system's host name is known, else "0000.0000.0006.00-02".
+std::string lspIdLabel(LspIdValue id, const HostNames& names);
 
 void printStats(std::ostream& out, const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names);
 

@@ -1,6 +1,7 @@
 #include "Routes.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <iostream>
@@ -93,7 +94,7 @@ HostNames namesOf(const Lsdb& lsdb) {
 
 // The one router --from names, in any level.
 std::optional<IC::IgpNodeId> findRoot(const Lsdb& lsdb, const std::string& from, const HostNames& names) {
-    const NodeFilter filter(from);
+    const NodeFilter filter(std::vector<std::string>{from});
     std::map<std::uint64_t, IC::IgpNodeId> systems;
     for (const unsigned level : lsdb.levels()) {
         for (const auto& entry : lsdb.keeper(level).database()->lsp()) {
@@ -401,7 +402,7 @@ int follow(const RouteOptions& o) {
                     j["kind"] = "route-change";
                     j["capture"] = where.capture;
                     j["frame"] = where.frame;
-                    j["time"] = timeText(where.timeMicros);
+                    j["time"] = timeText(where.time);
                     j["level"] = t.level;
                     j["family"] = familyName(t.family);
                     j["prefix"] = k.stringValue().c_str();
@@ -409,8 +410,8 @@ int follow(const RouteOptions& o) {
                     j["new"] = side(newS);
                     std::cout << jsonText(j, true) << '\n';
                 } else {
-                    std::cout << where.capture << ':' << where.frame << ' ' << timeText(where.timeMicros)
-                              << " L" << t.level << ' ' << (t.family == IR::Family::ipv4 ? "IPv4 " : "IPv6 ")
+                    std::cout << where.capture << ':' << where.frame << ' ' << timeText(where.time) << " L"
+                              << t.level << ' ' << (t.family == IR::Family::ipv4 ? "IPv4 " : "IPv6 ")
                               << k.stringValue().c_str() << " metric " << metricText(oldS) << " -> "
                               << metricText(newS) << ", via " << hopsText(oldS) << " -> " << hopsText(newS)
                               << '\n';
@@ -617,6 +618,10 @@ int graph(const RouteOptions& o) {
 
 }  // namespace
 
+bool isRouteCommand(std::string_view word) {
+    return word == "routes" || word == "topology" || word == "graph";
+}
+
 std::function<std::optional<int>()> addRouteCommands(CLI::App& app) {
     auto o = std::make_shared<RouteOptions>();
     const auto common = [&](CLI::App& cmd) {
@@ -651,6 +656,10 @@ std::function<std::optional<int>()> addRouteCommands(CLI::App& app) {
     graphCmd->add_option("--format", o->format, "dot or json")->check(CLI::IsMember({"dot", "json"}));
 
     return [o, routesCmd, topologyCmd, graphCmd]() -> std::optional<int> {
+        if (routesCmd->parsed() || topologyCmd->parsed() || graphCmd->parsed()) {
+            // A closed pipe is a failed write like any other: reported, with a status.
+            std::signal(SIGPIPE, SIG_IGN);
+        }
         if (routesCmd->parsed()) {
             return o->follow ? follow(*o) : routes(*o);
         }

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <optional>
+#include <string_view>
 
 namespace IgpLsdb {
 
@@ -15,5 +16,8 @@ namespace IgpLsdb {
 /// command line chose, once it is parsed, and returns its exit status; it
 /// returns nothing when another command was chosen.
 std::function<std::optional<int>()> addRouteCommands(CLI::App& app);
+
+/// Whether `word` names one of these commands.
+bool isRouteCommand(std::string_view word);
 
 }  // namespace IgpLsdb

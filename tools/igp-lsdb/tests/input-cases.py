@@ -157,7 +157,7 @@ def malformed_flood(tool, scratch):
     check("2000000 malformed link-layer frames (truncated 2000000)" in out, f"not all counted:\n{out}")
     listed = [line for line in err if line.startswith("  ") and not line.startswith("  ...")]
     check(err[0] == "igp-lsdb: 2000000 malformed PDUs ignored, nothing of them merged:", f"{err[:1]}")
-    check(len(listed) == 1000 and listed[-1].endswith("frame 1000: link-layer frame: truncated"),
+    check(len(listed) == 1000 and listed[-1].endswith("frame 1000 (2023-11-14T22:13:20.000000Z): link-layer frame: truncated"),
           f"{len(listed)} frames listed, expected the first 1000")
     check(err[-1] == "  ... 1999000 more not listed; all by reason: frame truncated 2000000", f"{err[-1:]}")
 

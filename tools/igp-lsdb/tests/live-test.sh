@@ -91,7 +91,9 @@ for pid in "${pids[@]}"; do
 done
 pids=()
 
-diff -u "$scratch/events.expected" "$scratch/events.out" || { echo "events -i differs from events of the file"; status=1; }
+# The capture times (the second field) are those of the replay, not the file's.
+diff -u <(cut -f1,3- "$scratch/events.expected") <(cut -f1,3- "$scratch/events.out") ||
+    { echo "events -i differs from events of the file"; status=1; }
 diff -u "$scratch/dump.expected" "$scratch/dump.out" || { echo "dump -i differs from dump of the file"; status=1; }
 [[ $status -eq 0 ]] && echo "live: $(wc -l <"$scratch/events.out") change lines and the dump equal the file's"
 exit $status
