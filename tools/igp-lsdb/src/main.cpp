@@ -34,6 +34,7 @@
 #include "Lsdb.h"
 #include "NodeFilter.h"
 #include "Report.h"
+#include "Routes.h"
 #include "Views.h"
 
 namespace {
@@ -515,6 +516,9 @@ std::optional<std::string> unknownSubcommand(int argc, char** argv) {
                 return std::nullopt;
             }
         }
+        if (isRouteCommand(arg)) {
+            return std::nullopt;
+        }
         return arg;
     }
     return std::nullopt;
@@ -574,6 +578,8 @@ int main(int argc, char** argv) {
         subs.emplace_back(sub, &c);
     }
 
+    const auto routeCommands = addRouteCommands(app);
+
     if (const auto word = unknownSubcommand(argc, argv)) {
         return usage("unknown subcommand '" + *word + "'");
     }
@@ -584,6 +590,9 @@ int main(int argc, char** argv) {
             return app.exit(e);  // --help, --version
         }
         return usage(parseErrorText(e, subs));
+    }
+    if (const auto rc = routeCommands()) {
+        return *rc;
     }
     for (const auto& [sub, command] : subs) {
         if (!sub->parsed()) {
