@@ -91,7 +91,7 @@ IC::IgpNodeId labRouter(unsigned n) {
 class LabRoutes : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        std::ifstream in(dataPath("frr-initial.pcap"), std::ios::binary);
+        std::ifstream in(IGPROUTES_LAB_CAPTURE, std::ios::binary);
         const auto pdus = ID::readPcap(in);
         for (const unsigned level : {1u, 2u}) {
             keepers_[level] = std::make_unique<ID::LspKeeper>(static_cast<IC::IgpLevel>(level));
