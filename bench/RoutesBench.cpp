@@ -123,10 +123,10 @@ void routes(benchmark::State& state, std::uint32_t routers) {
 }
 
 // One pass under callgrind, collection on over the pass alone.
-int countPass(const std::string& spec) {
-    const auto slash = spec.find('/');
-    const std::string pass = spec.substr(0, slash);
-    const std::string size = slash == std::string::npos ? "1k" : spec.substr(slash + 1);
+int countPass(const std::string& passAndSize) {
+    const auto slash = passAndSize.find('/');
+    const std::string pass = passAndSize.substr(0, slash);
+    const std::string size = slash == std::string::npos ? "1k" : passAndSize.substr(slash + 1);
     const std::uint32_t routers = size == "50k" ? 50000 : size == "10k" ? 10000 : 1000;
     Domain& d = domain(routers);
     CALLGRIND_START_INSTRUMENTATION;
