@@ -349,30 +349,32 @@ void RouteTable::watchAll() {
     }
 }
 
-void RouteTable::watchEntry(const IC::IgpLsp& entry) {
-    entry.publisher().observerIs(*this);
+namespace {
+
+// Every publisher of an entry whose changes can move a route: the entry's,
+// its node's and each member's.
+template <class Fn>
+void forEachPublisher(const IC::IgpLsp& entry, Fn&& fn) {
+    fn(entry.publisher());
     if (entry.node()) {
-        entry.node()->publisher().observerIs(*this);
+        fn(entry.node()->publisher());
     }
     for (const auto& m : entry.neighbor()) {
-        m.value->publisher().observerIs(*this);
+        fn(m.value->publisher());
     }
     for (const auto& m : entry.prefix()) {
-        m.value->publisher().observerIs(*this);
+        fn(m.value->publisher());
     }
 }
 
+}  // namespace
+
+void RouteTable::watchEntry(const IC::IgpLsp& entry) {
+    forEachPublisher(entry, [&](auto& p) { p.observerIs(*this); });
+}
+
 void RouteTable::unwatchEntry(const IC::IgpLsp& entry) noexcept {
-    entry.publisher().observerDel(*this);
-    if (entry.node()) {
-        entry.node()->publisher().observerDel(*this);
-    }
-    for (const auto& m : entry.neighbor()) {
-        m.value->publisher().observerDel(*this);
-    }
-    for (const auto& m : entry.prefix()) {
-        m.value->publisher().observerDel(*this);
-    }
+    forEachPublisher(entry, [&](auto& p) { p.observerDel(*this); });
 }
 
 void RouteTable::onChange(const Poldo::Notification& n) {
