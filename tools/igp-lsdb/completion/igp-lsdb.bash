@@ -25,7 +25,7 @@ _igp_lsdb() {
         summary|detail) opts="$common --prefix --since --until" ;;
         events) opts="$common --prefix --since --until --follow" ;;
         dump|stats) opts="$common --until" ;;
-        diff) opts="$common --prefix --from --to --separate" ;;
+        diff) opts="$common --prefix --from --to --since --until --separate" ;;
         routes) opts="--from --level --json --follow --help" ;;
         topology) opts="--from --level --json --help" ;;
         graph) opts="--format --level --help" ;;

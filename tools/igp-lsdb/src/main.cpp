@@ -201,15 +201,18 @@ public:
         Lsdb b(set_.level);
         const std::vector<std::string>& all = opt_.captures;
         bool ok = false;
-        if (set_.from || set_.to) {
+        // A diff's window is its two moments: --since/--until name them as --from/--to do.
+        const std::optional<Moment> from = set_.from ? set_.from : set_.sel.window.since;
+        const std::optional<Moment> to = set_.to ? set_.to : set_.sel.window.until;
+        if (from || to) {
             // Two moments of one sequence of captures; before the first frame without --from.
-            if (set_.from) {
-                stopAt(a, set_.from);
+            if (from) {
+                stopAt(a, from);
                 ok = build(a, all, false);
             } else {
                 ok = true;
             }
-            stopAt(b, set_.to);
+            stopAt(b, to);
             ok = ok && build(b, all, false);
         } else if (opt_.separate) {
             ok = build(a, {all.at(0)}, false) && build(b, {all.at(1)}, false);
@@ -442,9 +445,10 @@ const std::vector<Command>& commands() {
          "Captures, read in order ('-': standard input)", [](Run& r) { return r.events(); }},
         {"diff",
          "The changes that turn the databases at the end of A into those at the end of A then B\n"
-         "(--separate: of B alone; --from/--to: at two moments of the captures), as events lines",
-         takesPrefix | takesFromTo | takesSeparate, true, "Captures A and B (with --from/--to: any number)",
-         [](Run& r) { return r.diff(); }},
+         "(--separate: of B alone; --from/--to or --since/--until: at two moments of the captures),\n"
+         "as events lines",
+         takesPrefix | takesSince | takesUntil | takesFromTo | takesSeparate, true,
+         "Captures A and B (with --from/--to: any number)", [](Run& r) { return r.diff(); }},
         {"stats",
          "Per level: nodes, pseudonodes, neighbors, prefixes, fragments, purges, LSPs ignored\n"
          "as old, malformed PDUs by reason",
@@ -606,7 +610,7 @@ int main(int argc, char** argv) {
                 return usage(std::string(command->name) + " does not take --" + o->get_lnames().front());
             }
         }
-        const bool fromTo = !opt.from.empty() || !opt.to.empty();
+        const bool fromTo = !opt.from.empty() || !opt.to.empty() || !opt.since.empty() || !opt.until.empty();
         if (std::string(command->name) == "diff" && !fromTo && opt.captures.size() != 2) {
             return usage("diff compares two captures, A and B (or, with --from/--to, two moments)");
         }
