@@ -10,6 +10,14 @@ namespace IgpLsdb {
 
 namespace {
 
+// 'text', built by appending: g++ 12 at -O3 warns (restrict) on "literal" + std::string.
+std::string quoted(std::string_view text) {
+    std::string q = "'";
+    q += text;
+    q += '\'';
+    return q;
+}
+
 bool number(std::string_view s, auto& out) {
     const char* end = s.data() + s.size();
     const auto r = std::from_chars(s.data(), end, out);
@@ -112,8 +120,8 @@ std::optional<Moment> Moment::parse(std::string_view text, std::string& error) {
         m.time_ = *t;
         return m;
     }
-    error = "'" + std::string(text) +
-            "' is neither a frame (N, or C:N for the C-th capture) nor a time (2024-05-01T10:00:00Z)";
+    error = quoted(text) +
+            " is neither a frame (N, or C:N for the C-th capture) nor a time (2024-05-01T10:00:00Z)";
     return std::nullopt;
 }
 
@@ -137,7 +145,7 @@ std::optional<PrefixFilter> PrefixFilter::parse(std::string_view text, std::stri
     if (::inet_pton(v6 ? AF_INET6 : AF_INET, address.c_str(), octets) != 1 ||
         (slash != std::string_view::npos &&
          (!number(text.substr(slash + 1), length) || length > maxLength))) {
-        error = "'" + std::string(text) + "' is not an IPv4 or IPv6 prefix (10.1.0.0/24, 2001:db8::/64)";
+        error = quoted(text) + " is not an IPv4 or IPv6 prefix (10.1.0.0/24, 2001:db8::/64)";
         return std::nullopt;
     }
     // The advertised prefix has no host bits.
