@@ -9,12 +9,14 @@
 
 #include <cstdint>
 #include <ostream>
+#include <tuple>
 
 #include "IgpCommon/FlagSets.h"
 #include "IgpCommon/NodeAttrCollections.h"
 #include "IgpCommon/PrefixKey.h"
 #include "IgpCommon/SidLabelBinding.h"
 #include "IgpCommon/SidValues.h"
+#include "IgpCommon/framework/AttrDesc.h"
 #include "IgpCommon/framework/Entity.h"
 #include "IgpCommon/framework/Ptr.h"
 #include "IgpCommon/framework/TypeData.h"
@@ -34,6 +36,7 @@ public:
             hasValidReachability,
             sidLabelBinding,
             updateAttr,
+            kestEnd,  ///< one past the last identifier
         };
     };
 
@@ -76,6 +79,12 @@ public:
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
+    /// Every attribute, once: what tools print, compare, unite and mirror.
+    /// Fragments unite flags and metric with the reachability of the first
+    /// reachable one, the first valid SID, each algorithm's metric from the
+    /// first that has it and the first binding.
+    static constexpr auto kestAttrDescs();
+
 private:
     explicit Prefix(const PrefixKey& key);
 
@@ -89,6 +98,31 @@ private:
     Poldo::Ptr<IgpFlexAlgoPrefixMetric> prefixMetric_;
     Poldo::Ptr<SidLabelBinding> sidLabelBinding_;
 };
+
+constexpr auto Prefix::kestAttrDescs() {
+    using P = Prefix;
+    using Kest::Unite;
+    using MetricMap = IgpFlexAlgoPrefixMetric::MetricMap;
+    constexpr auto first = Unite::firstCarrier;
+    constexpr auto reachable = [](const P& p) { return p.hasValidReachability(); };
+    return std::tuple{
+        Kest::keyAttr("prefixKey", Attr::prefixKey, &P::prefixKey),
+        Kest::scalarAttr("flags", Attr::flags, &P::flags, &P::flagsIs, first, reachable),
+        Kest::scalarAttr("metric", Attr::metric, &P::metric, &P::metricIs, first, reachable),
+        Kest::scalarAttr("prefixSid", Attr::prefixSid, &P::prefixSid, &P::prefixSidIs, first,
+                         [](const P& p) { return p.prefixSid().isValid(); }),
+        Kest::membersAttrOf<Kest::AttrKind::pointer, P>(
+            "prefixMetric", Attr::prefixMetric, &P::prefixMetric,
+            [](const P& p) -> const MetricMap& { return p.prefixMetric()->metric(); },
+            [](P& p, std::uint8_t algo, std::uint32_t m) { p.prefixMetric()->metricIs(algo, m); },
+            Kest::JsonNames{"flexAlgoMetrics", "algorithm", "metric"}),
+        Kest::scalarAttr("hasValidReachability", Attr::hasValidReachability, &P::hasValidReachability,
+                         &P::hasValidReachabilityIs, first, reachable, Kest::JsonNames{"reachable"}),
+        Kest::pointerAttr("sidLabelBinding", Attr::sidLabelBinding, &P::sidLabelBinding,
+                          &P::sidLabelBindingIs, Kest::JsonNames{"binding"}),
+        Kest::operationAttr("updateAttr", Attr::updateAttr),
+    };
+}
 
 Poldo::Ptr<Prefix> prefixFactory(const PrefixKey& key);
 

@@ -45,6 +45,12 @@ public:
     /// `other` must not be null.
     void updateAttr(const Poldo::Ptr<const SidLabelBinding>& other);
 
+    /// Equal in everything updateAttr copies.
+    bool operator==(const SidLabelBinding& o) const noexcept {
+        return flags_ == o.flags_ && range_ == o.range_ && baseLabelSid_ == o.baseLabelSid_ &&
+               basePrefixSid_ == o.basePrefixSid_ && lspFragmentId_ == o.lspFragmentId_;
+    }
+
     /// The flag letters F, M, S, D, A of the set flags in that order, or "-".
     static Poldo::String flagsToStrep(SidLabelBindingFlags flags);
     /// "sidLabelBinding={flags=F, range=4, lspFragmentId=0, LabelSID={...}, PrefixSID={...}}";

@@ -81,13 +81,6 @@ std::ostream& Prefix::formatContent(std::ostream& os) const {
     return os << "\n";
 }
 
-using Kest::AttrKind;
-IGP_DEFINE_ENTITY(Prefix, {"prefixKey", Attr::prefixKey, AttrKind::scalar},
-                  {"flags", Attr::flags, AttrKind::scalar}, {"metric", Attr::metric, AttrKind::scalar},
-                  {"prefixSid", Attr::prefixSid, AttrKind::scalar},
-                  {"prefixMetric", Attr::prefixMetric, AttrKind::pointer},
-                  {"hasValidReachability", Attr::hasValidReachability, AttrKind::scalar},
-                  {"sidLabelBinding", Attr::sidLabelBinding, AttrKind::pointer},
-                  {"updateAttr", Attr::updateAttr, AttrKind::function})
+IGP_DEFINE_DESCRIBED_ENTITY(Prefix)
 
 }  // namespace Routing::IgpCommon

@@ -159,6 +159,59 @@ TEST(PrefixUpdateAttr, MergingAnIdenticalUnboundPrefixPublishesAndAllocatesNothi
     }
 }
 
+// ---- described attributes: deep comparison and the union of fragments -----------------------
+
+TEST(PrefixAttributes, ComparisonLooksThroughPointersAndNamesTheFirstAttributeThatDiffers) {
+    auto a = reachable({{128, 5}});
+    auto b = reachable({{128, 5}});
+    a->sidLabelBindingIs(binding(4));
+    b->sidLabelBindingIs(binding(4));
+    EXPECT_EQ(Kest::firstDifference(*a, *b), "");
+    b->sidLabelBinding()->rangeIs(5);
+    EXPECT_EQ(Kest::firstDifference(*a, *b), "sidLabelBinding");
+    b->prefixMetric()->metricIs(128, 6);
+    EXPECT_EQ(Kest::firstDifference(*a, *b), "prefixMetric");
+    b->sidLabelBindingIs(nullptr);
+    b->prefixMetric()->metricIs(128, 5);
+    EXPECT_EQ(Kest::firstDifference(*a, *b), "sidLabelBinding");
+}
+
+TEST(PrefixAttributes, UnionTakesEachAttributeFromTheFirstFragmentThatCarriesIt) {
+    // Reachability brings its flags and metric along; a valid SID, each algorithm's metric and
+    // a binding come from the first that has them.
+    auto whole = reachable({{128, 5}});
+    whole->flagsIs(down);
+    whole->sidLabelBindingIs(binding(4));
+    auto u = unreachable();
+    u->flagsIs(PrefixFlags());
+    Kest::uniteAttrs(*u, *whole);
+    EXPECT_EQ(Kest::firstDifference(*u, *whole), "");
+
+    auto later = reachable({{128, 50}, {129, 6}});
+    later->metricIs(99);
+    later->prefixSidIs(PrefixSid(0x40, 9, 0, true));
+    later->sidLabelBindingIs(binding(8));
+    Kest::uniteAttrs(*u, *later);
+    EXPECT_THAT(metrics(*u), ElementsAre(std::pair(128u, 5u), std::pair(129u, 6u)));
+    whole->prefixMetric()->metricIs(129, 6);
+    EXPECT_EQ(Kest::firstDifference(*u, *whole), "");
+
+    // An unreachable fragment still brings a valid SID and a binding, never its flags or metric.
+    auto reach = reachable({});
+    reach->prefixSidIs(PrefixSid());
+    auto bound = unreachable();
+    bound->flagsIs(down);
+    bound->metricIs(99);
+    bound->prefixSidIs(PrefixSid(0x40, 9, 0, true));
+    bound->sidLabelBindingIs(binding(4));
+    Kest::uniteAttrs(*reach, *bound);
+    EXPECT_EQ(reach->flags(), PrefixFlags());
+    EXPECT_EQ(reach->metric(), 10u);
+    EXPECT_EQ(reach->prefixSid(), PrefixSid(0x40, 9, 0, true));
+    ASSERT_TRUE(reach->sidLabelBinding());
+    EXPECT_EQ(reach->sidLabelBinding()->range(), 4u);
+}
+
 // ---- dump text -------------------------------------------------------------------------------
 
 TEST(PrefixFormat, UnreachableShowsOnlyItsKeyReachableItsFlagsMetricAndValidSid) {

@@ -38,13 +38,19 @@ namespace Kest {
 
 /// How the fragments of one object combine into one: taken from the first
 /// fragment that carries it, the least of them, the flags of all, the members
-/// of all, or not at all (the key, operations).
+/// of all (each member's value from the first that has it), or not at all
+/// (the key, operations).
 enum class Unite : std::uint8_t { never, firstCarrier, least, flagsOfAll, membersOfAll };
 
-/// Deep equality of two attribute values.
+/// Deep equality of two attribute values; pointers compare what they point to.
 template <class V>
 constexpr bool sameValue(const V& a, const V& b) {
-    if constexpr (std::is_same_v<V, float>) {
+    if constexpr (requires {
+                      a.get();
+                      *a;
+                  }) {
+        return a == b || (a && b && sameValue(*a, *b));
+    } else if constexpr (std::is_same_v<V, float>) {
         return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
     } else if constexpr (std::is_same_v<V, double>) {
         return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
@@ -73,12 +79,13 @@ using ReadType = std::remove_cvref_t<std::invoke_result_t<const Get&, const E&>>
 
 // ---- the kinds of description ---------------------------------------------
 
-/// One value, read by `get` and written by `set` (no setter for the key).
-template <class E, class Get, class Set, class Carried>
+/// One value, read by `get` and written by `set` (no setter for the key); a
+/// pointer is one value too, compared by what it points to.
+template <class E, class Get, class Set, class Carried, AttrKind Kind = AttrKind::scalar>
 struct ScalarAttr {
     using Entity = E;
     using Value = ReadType<Get, E>;
-    static constexpr AttrKind kind = AttrKind::scalar;
+    static constexpr AttrKind kind = Kind;
     static constexpr bool isKey = std::is_same_v<Set, std::nullptr_t>;
     std::string_view name;
     AttrId id;
@@ -93,8 +100,9 @@ struct ScalarAttr {
 };
 
 /// Members addressed by a key: a fixed array (every index holds a value), a
-/// keyed map or a set (the member is its own key).
-template <class E, AttrKind Kind, class Get, class Set, class Carried>
+/// keyed map or a set (the member is its own key). The getter and setter may
+/// reach through a pointer the entity always holds.
+template <class E, AttrKind Kind, class Get, class Set, class Carried, class Holder = std::nullptr_t>
 struct MembersAttr {
     using Entity = E;
     using Collection = ReadType<Get, E>;
@@ -106,6 +114,7 @@ struct MembersAttr {
     Unite unite;
     Carried carried;
     JsonNames json;
+    Holder holder{};  ///< reads the pointer to the collection, when the entity reaches it through one
 
     const Collection& of(const E& e) const { return std::invoke(getter, e); }
 };
@@ -132,10 +141,30 @@ constexpr auto scalarAttr(std::string_view name, AttrId id, V (E::*get)() const 
     return ScalarAttr<E, decltype(get), decltype(set), Carried>{name, id, get, set, unite, carried, json};
 }
 
+/// A pointer to an object of its own: fragments unite by sharing the first
+/// one that is set, which nothing writes through.
+template <class E, class V, class S>
+constexpr auto pointerAttr(std::string_view name, AttrId id, V (E::*get)() const noexcept, void (E::*set)(S),
+                           JsonNames json = {}) {
+    const auto isSet = [get](const E& e) { return static_cast<bool>(std::invoke(get, e)); };
+    return ScalarAttr<E, decltype(get), decltype(set), decltype(isSet), AttrKind::pointer>{
+        name, id, get, set, Unite::firstCarrier, isSet, json};
+}
+
 template <AttrKind Kind, class E, class C, class Set, class Carried = AlwaysCarried>
 constexpr auto membersAttr(std::string_view name, AttrId id, const C& (E::*get)() const noexcept, Set set,
                            Unite unite = Unite::membersOfAll, Carried carried = {}, JsonNames json = {}) {
     return MembersAttr<E, Kind, decltype(get), Set, Carried>{name, id, get, set, unite, carried, json};
+}
+
+/// Members of a collection the entity reaches through the pointer `holder`
+/// reads (the attribute's own value, replaced whole); `get` (any callable)
+/// reads the collection and `set` adds one member.
+template <AttrKind Kind, class E, class P, class Get, class Set>
+constexpr auto membersAttrOf(std::string_view name, AttrId id, const P& (E::*holder)() const noexcept,
+                             Get get, Set set, JsonNames json = {}) {
+    return MembersAttr<E, Kind, Get, Set, AlwaysCarried, decltype(holder)>{
+        name, id, get, set, Unite::membersOfAll, {}, json, holder};
 }
 
 constexpr OperationAttr operationAttr(std::string_view name, AttrId id) noexcept {
@@ -153,6 +182,10 @@ concept FixedArray = requires(const C& c, std::size_t i) {
 template <class C>
 concept KeyedMap = requires(const C& c) {
     c.begin()->value;
+};
+template <class C>
+concept PairMap = requires(const C& c) {
+    c.begin()->second;
 };
 template <class V>
 concept FlagSet = requires(const V& v) {
@@ -184,7 +217,12 @@ requires(!detail::FixedArray<C> && detail::KeyedMap<C>) struct MemberTypes<C> {
     using Value = std::remove_cvref_t<decltype(std::declval<const C&>().begin()->value)>;
 };
 template <class C>
-requires(!detail::FixedArray<C> && !detail::KeyedMap<C>) struct MemberTypes<C> {
+requires(!detail::FixedArray<C> && detail::PairMap<C>) struct MemberTypes<C> {
+    using Key = typename C::key_type;
+    using Value = std::remove_cvref_t<decltype(std::declval<const C&>().begin()->second)>;
+};
+template <class C>
+requires(!detail::FixedArray<C> && !detail::KeyedMap<C> && !detail::PairMap<C>) struct MemberTypes<C> {
     using Key = typename C::key_type;
     using Value = Key;
 };
@@ -207,6 +245,10 @@ void forEachMember(const D& d, const E& e, F&& f) {
         for (auto it = c.begin(); it != c.end(); ++it) {
             f(it->key, it->value);
         }
+    } else if constexpr (detail::PairMap<C>) {
+        for (auto it = c.begin(); it != c.end(); ++it) {
+            f(it->first, it->second);
+        }
     } else {
         for (auto it = c.begin(); it != c.end(); ++it) {
             f(*it, *it);
@@ -224,6 +266,9 @@ std::optional<MemberValue<D>> findMember(const D& d, const E& e, const MemberKey
     } else if constexpr (detail::KeyedMap<C>) {
         const auto* m = c.find(key);
         return m ? std::optional<MemberValue<D>>(m->value) : std::nullopt;
+    } else if constexpr (detail::PairMap<C>) {
+        const auto* v = c.find(key);
+        return v ? std::optional<MemberValue<D>>(*v) : std::nullopt;
     } else {
         return c.contains(key) ? std::optional<MemberValue<D>>(key) : std::nullopt;
     }
@@ -233,7 +278,7 @@ std::optional<MemberValue<D>> findMember(const D& d, const E& e, const MemberKey
 template <MembersDesc D, class E>
 void putMember(const D& d, E& e, const MemberKey<D>& key, const MemberValue<D>& value) {
     using C = typename D::Collection;
-    if constexpr (!detail::FixedArray<C> && !detail::KeyedMap<C>) {
+    if constexpr (!detail::FixedArray<C> && !detail::KeyedMap<C> && !detail::PairMap<C>) {
         (void)key;
         std::invoke(d.setter, e, value);
     } else {
@@ -370,8 +415,14 @@ void uniteAttrs(E& into, const E& from) {
                 }
             }
         } else if constexpr (MembersDesc<D>) {
-            if (d.unite == Unite::membersOfAll ||
-                (d.unite == Unite::firstCarrier && !hadIt && d.carried(from))) {
+            if (d.unite == Unite::membersOfAll) {
+                // A member both carry keeps the value of the first.
+                forEachMember(d, from, [&](const auto& k, const auto& v) {
+                    if (std::is_same_v<MemberKey<D>, MemberValue<D>> || !findMember(d, into, k)) {
+                        putMember(d, into, k, v);
+                    }
+                });
+            } else if (d.unite == Unite::firstCarrier && !hadIt && d.carried(from)) {
                 forEachMember(d, from, [&](const auto& k, const auto& v) { putMember(d, into, k, v); });
             }
         }

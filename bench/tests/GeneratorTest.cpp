@@ -180,7 +180,7 @@ TEST(Generator, ComparisonFindsAChangedAttribute) {
     changed[0].bindings[1].range += 1;
     EXPECT_NE(
         firstDifference(*buildDb(t.lsps, IC::igpLevelIsisLevel2), *buildDb(changed, IC::igpLevelIsisLevel2))
-            .find("binding"),
+            .find("sidLabelBinding"),
         std::string::npos);
 }
 

@@ -92,24 +92,7 @@ void uniteNeighbor(IC::Neighbor& into, const IC::Neighbor& from) {
 // flags, the SID, each algorithm's metric and the binding each come from the
 // first fragment that has them.
 void unitePrefix(IC::Prefix& into, const IC::Prefix& from) {
-    if (from.hasValidReachability() && !into.hasValidReachability()) {
-        into.hasValidReachabilityIs(true);
-        into.flagsIs(from.flags());
-        into.metricIs(from.metric());
-    }
-    if (from.prefixSid().isValid() && !into.prefixSid().isValid()) {
-        into.prefixSidIs(from.prefixSid());
-    }
-    for (auto it = from.prefixMetric()->metric().begin(); it != from.prefixMetric()->metric().end(); ++it) {
-        if (into.prefixMetric()->metric().find(it->first) == nullptr) {
-            into.prefixMetric()->metricIs(it->first, it->second);
-        }
-    }
-    if (from.sidLabelBinding() && !into.sidLabelBinding()) {
-        const auto b = IC::sidLabelBindingFactory();
-        b->updateAttr(from.sidLabelBinding());
-        into.sidLabelBindingIs(b);
-    }
+    Kest::uniteAttrs(into, from);
 }
 
 // Whether a fragment's node carries anything uniteNode() takes from a fragment

@@ -42,7 +42,8 @@ void readBack(const E& e, std::function<Text()>& newValue, Get get) {
 }
 
 // The old and new texts of a change, from the attribute's description: a
-// scalar is read back whole, a member by its key once the merge is over.
+// scalar is read back whole, a member by its key once the merge is over, a
+// collection held through a pointer whole when the pointer is replaced.
 template <class E>
 void describedChange(const E& entity, const Poldo::Notification& n, Change& change,
                      std::function<Text()>& newValue) {
@@ -53,6 +54,13 @@ void describedChange(const E& entity, const Poldo::Notification& n, Change& chan
             readBack(entity, newValue, [d](const E& x) { return d.get(x); });
         } else if constexpr (Kest::MembersDesc<D>) {
             const auto* k = n.key<Kest::MemberKey<D>>();
+            if constexpr (!std::is_same_v<std::remove_cvref_t<decltype(d.holder)>, std::nullptr_t>) {
+                if (k == nullptr) {  // the collection replaced whole
+                    change.oldValue = oldText<Kest::ReadType<decltype(d.holder), E>>(n);
+                    readBack(entity, newValue, [d](const E& x) { return std::invoke(d.holder, x); });
+                    return;
+                }
+            }
             if (k == nullptr) {
                 return;
             }
@@ -271,34 +279,10 @@ void ChangeFeed::onNeighbor(const IC::Neighbor& nbr, const Poldo::Notification& 
 }
 
 void ChangeFeed::onPrefix(const IC::Prefix& pfx, const Poldo::Notification& n, Pending& p) {
-    using A = IC::Prefix::Attr;
-    using P = IC::Prefix;
     p.change.entity = "prefix";
     p.change.entityKey = *text(pfx.prefixKey());
-    auto& nv = p.newValue;
-    Text& old = p.change.oldValue;
-    switch (n.attr()) {
-        case A::flags:
-            old = oldText<IC::PrefixFlags>(n);
-            return readBack(pfx, nv, [](const P& x) { return x.flags(); });
-        case A::metric:
-            old = oldText<std::uint32_t>(n);
-            return readBack(pfx, nv, [](const P& x) { return x.metric(); });
-        case A::prefixSid:
-            old = oldText<IC::PrefixSid>(n);
-            return readBack(pfx, nv, [](const P& x) { return x.prefixSid(); });
-        case A::prefixMetric:
-            old = oldText<Poldo::Ptr<IC::IgpFlexAlgoPrefixMetric>>(n);
-            return readBack(pfx, nv, [](const P& x) { return x.prefixMetric(); });
-        case A::hasValidReachability:
-            old = oldText<bool>(n);
-            return readBack(pfx, nv, [](const P& x) { return x.hasValidReachability(); });
-        case A::sidLabelBinding:
-            old = oldText<Poldo::Ptr<IC::SidLabelBinding>>(n);
-            return readBack(pfx, nv, [](const P& x) { return x.sidLabelBinding(); });
-        default:
-            nv = [] { return Text(); };
-    }
+    p.newValue = [] { return Text(); };
+    describedChange(pfx, n, p.change, p.newValue);
 }
 
 }  // namespace IgpLsdb

@@ -13,6 +13,7 @@ namespace {
 
 Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoEag>& words);
 Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoSrlg>& srlgs);
+Json valueJson(const Poldo::Ptr<IC::SidLabelBinding>& b);
 
 template <class T>
 concept FlagSet = requires(const T& v) {
@@ -63,6 +64,17 @@ Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoSrlg>& srlgs) {
     std::vector<std::uint32_t> v(srlgs->value().begin(), srlgs->value().end());
     std::sort(v.begin(), v.end());
     return v;
+}
+
+Json valueJson(const Poldo::Ptr<IC::SidLabelBinding>& b) {
+    if (!b) {
+        return Json();
+    }
+    return Json{{"flags", valueJson(b->flags())},
+                {"range", b->range()},
+                {"baseLabelSid", valueJson(b->baseLabelSid())},
+                {"basePrefixSid", valueJson(b->basePrefixSid())},
+                {"lspFragmentId", b->lspFragmentId()}};
 }
 
 // The members of a set or list, each through `each`, in ascending order of their JSON.
@@ -156,28 +168,12 @@ Json neighborJson(const IC::Neighbor& n) {
 }
 
 Json prefixJson(const IC::Prefix& p) {
-    Json metrics = Json::array();
-    for (const auto& [algo, metric] : p.prefixMetric()->metric()) {
-        metrics.push_back(Json{{"algorithm", algo}, {"metric", metric}});
-    }
-    Json binding;
-    if (const auto& b = p.sidLabelBinding()) {
-        binding = Json{{"flags", valueJson(b->flags())},
-                       {"range", b->range()},
-                       {"baseLabelSid", valueJson(b->baseLabelSid())},
-                       {"basePrefixSid", valueJson(b->basePrefixSid())},
-                       {"lspFragmentId", b->lspFragmentId()}};
-    }
-    return Json{
-        {"prefix", *text(p.prefixKey().prefix())},
-        {"mtId", p.prefixKey().mtId().value()},
-        {"reachable", p.hasValidReachability()},
-        {"flags", valueJson(p.flags())},
-        {"metric", p.metric()},
-        {"prefixSid", valueJson(p.prefixSid())},
-        {"flexAlgoMetrics", std::move(metrics)},
-        {"binding", std::move(binding)},
-    };
+    // Reachability leads the described attributes: its place is held here.
+    Json out{{"prefix", *text(p.prefixKey().prefix())},
+             {"mtId", p.prefixKey().mtId().value()},
+             {"reachable", Json()}};
+    describedJson(out, p);
+    return out;
 }
 
 Json malformedJson(const Malformed& m) {
