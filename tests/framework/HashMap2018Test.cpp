@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "IgpCommon/framework/Ptr.h"
+#include "tests/support/AllocationCounter.h"
 
 namespace {
 
@@ -618,6 +619,29 @@ TEST(HashMap2018SaltTest, TheSeedIsTheProcessSeedXorTheSalt) {
     EXPECT_EQ(A::seed(), Kest::HashHelper::hashSeed32());
     EXPECT_EQ(B::seed(), Kest::HashHelper::hashSeed32() ^ 0xdeadbeefu);
     EXPECT_EQ(B::hashOf(12345u), Kest::HashState(B::seed()).mix32(12345u).result());
+}
+
+TEST(HashMap2018InlineTest, OutgrowingTheInlineArrayKeepsTheOrderAndClearReturnsToIt) {
+    using Set = InlineSet::Map;  // room for two in place
+    Set grown;
+    Set fresh;
+    for (std::uint32_t m = 1; m <= 3; ++m) {
+        grown.insert(m);
+    }
+    for (std::uint32_t m = 3; m >= 2; --m) {
+        fresh.insert(m);
+    }
+    grown.erase(1u);  // two members again, still in the heap table
+    EXPECT_EQ(walk<InlineSet>(grown), walk<InlineSet>(fresh))
+        << "a heap table and the inline array order alike";
+
+    grown.clear();
+    const testsupport::AllocationScope scope;
+    for (std::uint32_t m = 3; m >= 2; --m) {
+        grown.insert(m);
+    }
+    EXPECT_EQ(scope.count(), 0u) << "cleared, the members are in place again";
+    EXPECT_EQ(walk<InlineSet>(grown), walk<InlineSet>(fresh));
 }
 
 }  // namespace
