@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "IgpCommon/framework/Ptr.h"
+#include "tests/support/AllocationCounter.h"
 
 namespace {
 
@@ -397,40 +398,47 @@ TYPED_TEST(HashMap2018Test, CopyAndMovePreserveContentsAndOrder) {
 
 TYPED_TEST(HashMap2018Test, RemovingTheCurrentMemberDuringIterationVisitsEveryOtherMemberOnce) {
     using Tr = TypeParam;
-    for (const bool throughIterator : {true, false}) {
-        for (const int pattern : {0, 1, 2}) {  // random half, every member, none but the last
-            SCOPED_TRACE(std::string(throughIterator ? "erase(it)" : "erase(key)") + " pattern " +
-                         std::to_string(pattern));
-            std::mt19937 rng(900u + static_cast<unsigned>(pattern));
-            typename Tr::Map m;
-            const std::vector<std::uint32_t> ids = randomIds(rng, 3000, 1000000);
-            insertAll<Tr>(m, ids);
-            const std::vector<std::uint32_t> order = walk<Tr>(m);
+    // Three members fit the inline arrays and get every subset removed; a big table gets a random
+    // half, every member, and none but the last.
+    for (const std::size_t n : {std::size_t{3}, std::size_t{3000}}) {
+        for (const bool throughIterator : {true, false}) {
+            for (unsigned pattern = 0; pattern < (n == 3 ? 8u : 3u); ++pattern) {
+                SCOPED_TRACE(std::string(throughIterator ? "erase(it)" : "erase(key)") + " size " +
+                             std::to_string(n) + " pattern " + std::to_string(pattern));
+                std::mt19937 rng(900u + pattern);
+                typename Tr::Map m;
+                const std::vector<std::uint32_t> ids = randomIds(rng, n, 1000000);
+                insertAll<Tr>(m, ids);
+                const std::vector<std::uint32_t> order = walk<Tr>(m);
 
-            std::vector<std::uint32_t> visited;
-            std::set<std::uint32_t> erased;
-            std::bernoulli_distribution coin(0.5);
-            for (auto it = m.begin(); it != m.end(); ++it) {
-                const std::uint32_t id = Tr::id(*it);
-                visited.push_back(id);
-                const bool drop = pattern == 0 ? coin(rng) : pattern == 1 ? true : id == order.back();
-                if (drop) {
-                    typename Tr::Member removed{};
-                    if (throughIterator) {
-                        m.erase(it, &removed);
-                    } else {
-                        ASSERT_TRUE(m.erase(Tr::key(id), &removed));
+                std::vector<std::uint32_t> visited;
+                std::set<std::uint32_t> erased;
+                std::bernoulli_distribution coin(0.5);
+                for (auto it = m.begin(); it != m.end(); ++it) {
+                    const std::uint32_t id = Tr::id(*it);
+                    const bool drop = n == 3         ? ((pattern >> visited.size()) & 1u) != 0
+                                      : pattern == 0 ? coin(rng)
+                                      : pattern == 1 ? true
+                                                     : id == order.back();
+                    visited.push_back(id);
+                    if (drop) {
+                        typename Tr::Member removed{};
+                        if (throughIterator) {
+                            m.erase(it, &removed);
+                        } else {
+                            ASSERT_TRUE(m.erase(Tr::key(id), &removed));
+                        }
+                        ASSERT_EQ(Tr::id(removed), id);
+                        erased.insert(id);
                     }
-                    ASSERT_EQ(Tr::id(removed), id);
-                    erased.insert(id);
                 }
+                EXPECT_EQ(visited, order) << "each member once, in the order of an undisturbed walk";
+                EXPECT_EQ(m.size(), ids.size() - erased.size());
+                for (std::uint32_t id : ids) {
+                    ASSERT_EQ(m.contains(Tr::key(id)), erased.count(id) == 0) << id;
+                }
+                EXPECT_TRUE(inCanonicalOrder<Tr>(m));
             }
-            EXPECT_EQ(visited, order) << "each member once, in the order of an undisturbed walk";
-            EXPECT_EQ(m.size(), ids.size() - erased.size());
-            for (std::uint32_t id : ids) {
-                ASSERT_EQ(m.contains(Tr::key(id)), erased.count(id) == 0) << id;
-            }
-            EXPECT_TRUE(inCanonicalOrder<Tr>(m));
         }
     }
 }
@@ -504,19 +512,19 @@ TYPED_TEST(HashMap2018Test, ALargeTableStaysCorrect) {
 TYPED_TEST(HashMap2018DeathTest, RemovingAnotherMemberDuringIterationAborts) {
     using Tr = TypeParam;
     typename Tr::Map m;
-    insertAll<Tr>(m, {1, 2, 3, 4, 5, 6, 7, 8});
+    insertAll<Tr>(m, {1, 2, 3});  // in place where the map has room for three
     const std::vector<std::uint32_t> order = walk<Tr>(m);
     EXPECT_DEATH(
         {
             auto it = m.begin();
-            m.erase(Tr::key(order[1]));
+            m.erase(Tr::key(order[2]));
             ++it;
         },
         "version_ == hashMap_->version\\(\\)");
     EXPECT_DEATH(
         {
-            auto it = m.findIter(Tr::key(order[3]));
-            m.erase(Tr::key(order[2]));  // the one before: the current member shifts
+            auto it = m.findIter(Tr::key(order[2]));
+            m.erase(Tr::key(order[1]));  // the one before: the current member shifts
             ++it;
         },
         "version_ == hashMap_->version\\(\\)");
@@ -524,7 +532,7 @@ TYPED_TEST(HashMap2018DeathTest, RemovingAnotherMemberDuringIterationAborts) {
         {
             auto it = m.begin();
             m.erase(it);
-            m.erase(Tr::key(order[5]));  // a second removal
+            m.erase(Tr::key(order[2]));  // a second removal
             ++it;
         },
         "version_ == hashMap_->version\\(\\)");
@@ -611,6 +619,29 @@ TEST(HashMap2018SaltTest, TheSeedIsTheProcessSeedXorTheSalt) {
     EXPECT_EQ(A::seed(), Kest::HashHelper::hashSeed32());
     EXPECT_EQ(B::seed(), Kest::HashHelper::hashSeed32() ^ 0xdeadbeefu);
     EXPECT_EQ(B::hashOf(12345u), Kest::HashState(B::seed()).mix32(12345u).result());
+}
+
+TEST(HashMap2018InlineTest, OutgrowingTheInlineArrayKeepsTheOrderAndClearReturnsToIt) {
+    using Set = InlineSet::Map;  // room for two in place
+    Set grown;
+    Set fresh;
+    for (std::uint32_t m = 1; m <= 3; ++m) {
+        grown.insert(m);
+    }
+    for (std::uint32_t m = 3; m >= 2; --m) {
+        fresh.insert(m);
+    }
+    grown.erase(1u);  // two members again, still in the heap table
+    EXPECT_EQ(walk<InlineSet>(grown), walk<InlineSet>(fresh))
+        << "a heap table and the inline array order alike";
+
+    grown.clear();
+    const testsupport::AllocationScope scope;
+    for (std::uint32_t m = 3; m >= 2; --m) {
+        grown.insert(m);
+    }
+    EXPECT_EQ(scope.count(), 0u) << "cleared, the members are in place again";
+    EXPECT_EQ(walk<InlineSet>(grown), walk<InlineSet>(fresh));
 }
 
 }  // namespace

@@ -178,6 +178,10 @@ TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
     EXPECT_TRUE(parse<IpGenAddr>("0.0.0.0").isIpv4());
     EXPECT_THROW(parse<IpGenAddr>("300.0.0.1"), Kest::RangeException);
     expectParseErrors<IpGenAddr>({"", "None", "nonex", "10.0.0", "1::2::3"});
+    // The look-ahead for a ':' stays inside the range: the text after it is not this reader's.
+    const std::string_view withTail = "10.0.0.1:179";
+    Kest::CharRange head(withTail.data(), withTail.data() + 8);
+    EXPECT_EQ(IpGenAddr(head), v4);
 
     // Family first: none < IPv4 < IPv6; 0.0.0.0 is an address, not the absence of one.
     const std::vector<IpGenAddr> sorted = {none, IpGenAddr(IpAddr()), IpGenAddr(IpAddr(0xffffffff)),

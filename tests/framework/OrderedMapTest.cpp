@@ -1,6 +1,5 @@
-// Kest::RbTreeMap: key order, duplicate refusal, and walks that survive changes.
-#include "IgpCommon/framework/RbTreeMap.h"
-
+// Kest::RbTreeMap and Kest::FlatMap share one contract: key order, duplicate refusal, and walks that
+// survive changes. Each case runs on both.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,16 +8,42 @@
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "IgpCommon/framework/FlatMap.h"
+#include "IgpCommon/framework/RbTreeMap.h"
 
 namespace {
 
-using Map = Kest::RbTreeMap<int, std::string>;
+struct Tree {
+    template <class V, class Cmp = std::less<int>>
+    using Map = Kest::RbTreeMap<int, V, Cmp>;
+};
+// One inline member: the cases cross from inline storage to heap arrays of 4, 8 and 16.
+struct Flat {
+    template <class V, class Cmp = std::less<int>>
+    using Map = Kest::FlatMap<int, V, 1, Cmp>;
+};
 
-Map makeMap(std::initializer_list<int> keys) {
-    Map m;
+class KindNames {
+public:
+    template <class T>
+    static std::string GetName(int) {
+        return std::is_same_v<T, Tree> ? "RbTreeMap" : "FlatMap";
+    }
+};
+
+// Long strings: a member lost or destroyed twice while moving shows under ASan.
+std::string val(int k) {
+    return std::string(32, 'v') + std::to_string(k);
+}
+
+template <class M>
+M makeMap(std::initializer_list<int> keys) {
+    M m;
     for (int k : keys) {
-        m.insert(k, std::string("v").append(std::to_string(k)));
+        m.insert(k, val(k));
     }
     return m;
 }
@@ -32,9 +57,28 @@ std::vector<int> keysOf(const M& m) {
     return keys;
 }
 
-TEST(RbTreeMapTest, IteratesInTheComparatorsOrderWhateverTheInsertionOrder) {
-    EXPECT_EQ(keysOf(makeMap({50, 10, 40, 20, 30, -5})), (std::vector<int>{-5, 10, 20, 30, 40, 50}));
-    Kest::RbTreeMap<int, int, std::greater<int>> reversed;
+template <class Kind>
+class OrderedMapTest : public ::testing::Test {
+protected:
+    using Map = typename Kind::template Map<std::string>;
+};
+using Kinds = ::testing::Types<Tree, Flat>;
+TYPED_TEST_SUITE(OrderedMapTest, Kinds, KindNames);
+
+template <class Kind>
+class OrderedMapDeathTest : public OrderedMapTest<Kind> {};
+TYPED_TEST_SUITE(OrderedMapDeathTest, Kinds, KindNames);
+
+TYPED_TEST(OrderedMapTest, IteratesInTheComparatorsOrderThroughGrowth) {
+    using Map = typename TestFixture::Map;
+    Map m;
+    std::map<int, std::string> model;
+    for (int k : {50, 10, 40, 20, 30, -5, 45, 0, 35}) {
+        m.insert(k, val(k));
+        model[k] = val(k);
+        ASSERT_EQ(keysOf(m), keysOf(model));
+    }
+    typename TypeParam::template Map<int, std::greater<int>> reversed;
     for (int k : {3, 1, 2}) {
         reversed.insert(k, k * 10);
     }
@@ -42,10 +86,12 @@ TEST(RbTreeMapTest, IteratesInTheComparatorsOrderWhateverTheInsertionOrder) {
     EXPECT_EQ(*reversed.find(2), 20);
 }
 
-TEST(RbTreeMapTest, FindAssignInsertAndEraseWorkOnTheStoredValues) {
-    Map m = makeMap({1, 2, 3});
-    EXPECT_EQ(*m.find(2), "v2");
+TYPED_TEST(OrderedMapTest, FindAssignInsertAndEraseWorkOnTheStoredValues) {
+    using Map = typename TestFixture::Map;
+    Map m = makeMap<Map>({1, 2, 3});
+    EXPECT_EQ(*m.find(2), val(2));
     EXPECT_EQ(m.find(4), nullptr);
+    EXPECT_EQ(m.find(0), nullptr);
     EXPECT_FALSE(m.contains(0));
     *m.findMutable(2) = "changed";
     EXPECT_EQ(*m.find(2), "changed");
@@ -57,10 +103,12 @@ TEST(RbTreeMapTest, FindAssignInsertAndEraseWorkOnTheStoredValues) {
     EXPECT_EQ(m.assign(2, "overwritten"), "overwritten");
     EXPECT_EQ(m.version(), v0) << "overwriting keeps a walk's place";
     EXPECT_FALSE(m.erase(5));
+    EXPECT_FALSE(m.erase(0));
     EXPECT_EQ(m.version(), v0);
     m.assign(7, "new");
     EXPECT_NE(m.version(), v0);
     EXPECT_EQ(keysOf(m), (std::vector<int>{1, 2, 3, 4, 7}));
+    EXPECT_EQ(m.size(), 5u);
 
     std::string removed;
     EXPECT_TRUE(m.erase(2, &removed));
@@ -68,18 +116,31 @@ TEST(RbTreeMapTest, FindAssignInsertAndEraseWorkOnTheStoredValues) {
     EXPECT_FALSE(m.erase(2, &removed));
     EXPECT_EQ(removed, "overwritten") << "a failed erase leaves the output alone";
     EXPECT_EQ(keysOf(m), (std::vector<int>{1, 3, 4, 7}));
-    m.clear();
-    EXPECT_TRUE(m.empty());
-    EXPECT_EQ(m.begin(), m.end());
+    EXPECT_EQ(*m.find(3), val(3));
+    EXPECT_EQ(*m.find(7), "new");
+
+    const Map copy(m);
+    Map moved(std::move(m));
+    EXPECT_EQ(keysOf(copy), keysOf(moved));
+    EXPECT_EQ(*moved.find(4), "four!");
+    moved.clear();
+    EXPECT_TRUE(moved.empty());
+    EXPECT_EQ(moved.begin(), moved.end());
+    moved.assign(3, val(3));  // usable again
+    EXPECT_EQ(keysOf(moved), std::vector<int>{3});
+    EXPECT_EQ(keysOf(copy), (std::vector<int>{1, 3, 4, 7})) << "a copy is independent";
 }
 
-TEST(RbTreeMapDeathTest, InsertingADuplicateKeyAborts) {
-    Map m = makeMap({1, 2});
+TYPED_TEST(OrderedMapDeathTest, InsertingADuplicateKeyAborts) {
+    using Map = typename TestFixture::Map;
+    Map m = makeMap<Map>({1, 2});
     EXPECT_DEATH(m.insert(2, "again"), "insertion of a duplicate key");
+    EXPECT_DEATH(m.insert(1, "again"), "insertion of a duplicate key");
 }
 
 // ---- walks that change the map ------------------------------------------------------
 
+template <class Map>
 struct WalkCase {
     const char* what;
     std::initializer_list<int> keys;
@@ -88,8 +149,9 @@ struct WalkCase {
     std::vector<int> remaining;
 };
 
-TEST(RbTreeMapTest, AWalkContinuesAfterErasuresInsertionsAndReplacementsWithoutRepeatsOrSkips) {
-    const WalkCase cases[] = {
+TYPED_TEST(OrderedMapTest, AWalkContinuesAfterErasuresInsertionsAndReplacementsWithoutRepeatsOrSkips) {
+    using Map = typename TestFixture::Map;
+    const WalkCase<Map> cases[] = {
         {"erasing the current member continues at its successor",
          {1, 2, 3, 4, 5, 6},
          [](Map& m, int k) {
@@ -133,15 +195,15 @@ TEST(RbTreeMapTest, AWalkContinuesAfterErasuresInsertionsAndReplacementsWithoutR
          {1, 2, 3},
          [](Map& m, int k) {
              m.erase(k);
-             m.insert(k, "back again");  // same key, new node
+             m.insert(k, "back again");
          },
          {1, 2, 3},
          {1, 2, 3}},
         {"clearing ends the walk", {1, 2, 3}, [](Map& m, int) { m.clear(); }, {1}, {}},
     };
-    for (const WalkCase& c : cases) {
+    for (const WalkCase<Map>& c : cases) {
         SCOPED_TRACE(c.what);
-        Map m = makeMap(c.keys);
+        Map m = makeMap<Map>(c.keys);
         std::vector<int> visited;
         for (auto it = m.begin(); it != m.end(); ++it) {
             visited.push_back(it->first);
@@ -152,12 +214,13 @@ TEST(RbTreeMapTest, AWalkContinuesAfterErasuresInsertionsAndReplacementsWithoutR
     }
 }
 
-TEST(RbTreeMapTest, ReadingAfterTheCurrentMemberWasErasedShowsItsSuccessor) {
-    Map m = makeMap({1, 2, 3, 4});
+TYPED_TEST(OrderedMapTest, ReadingAfterTheCurrentMemberWasErasedShowsItsSuccessor) {
+    using Map = typename TestFixture::Map;
+    Map m = makeMap<Map>({1, 2, 3, 4});
     auto it = ++m.begin();
     m.erase(2);
     EXPECT_EQ(it->first, 3);
-    EXPECT_EQ(it->second, "v3");
+    EXPECT_EQ(it->second, val(3));
     ++it;
     EXPECT_EQ(it->first, 4);
     m.erase(4);
@@ -166,8 +229,9 @@ TEST(RbTreeMapTest, ReadingAfterTheCurrentMemberWasErasedShowsItsSuccessor) {
 }
 
 // A comparison used to move the iterator to the successor, and the next step then skipped it.
-TEST(RbTreeMapTest, ComparingWithEndAfterErasingTheCurrentMemberDoesNotSkipItsSuccessor) {
-    Map m = makeMap({1, 2, 3, 4});
+TYPED_TEST(OrderedMapTest, ComparingWithEndAfterErasingTheCurrentMemberDoesNotSkipItsSuccessor) {
+    using Map = typename TestFixture::Map;
+    Map m = makeMap<Map>({1, 2, 3, 4});
     auto it = ++m.begin();
     m.erase(2);
     EXPECT_NE(it, m.end());
@@ -176,13 +240,13 @@ TEST(RbTreeMapTest, ComparingWithEndAfterErasingTheCurrentMemberDoesNotSkipItsSu
     EXPECT_EQ(it->first, 3);
 }
 
-TEST(RbTreeMapTest, RandomChangesDuringWalksNeitherRepeatNorSkipSurvivors) {
+TYPED_TEST(OrderedMapTest, RandomChangesDuringWalksNeitherRepeatNorSkipSurvivors) {
     std::mt19937 rng(424242u);
     std::uniform_int_distribution<int> keyDist(0, 399);
-    for (int round = 0; round < 30; ++round) {
-        Kest::RbTreeMap<int, int> m;
+    for (int round = 0; round < 40; ++round) {
+        typename TypeParam::template Map<int> m;
         std::map<int, int> model;
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < round * 5; ++i) {  // from empty and one inline member up to big maps
             const int k = keyDist(rng);
             m.assign(k, i);
             model[k] = i;
@@ -217,6 +281,7 @@ TEST(RbTreeMapTest, RandomChangesDuringWalksNeitherRepeatNorSkipSurvivors) {
             }
         }
         ASSERT_EQ(keysOf(m), keysOf(model));
+        ASSERT_EQ(m.size(), model.size());
     }
 }
 
