@@ -1,77 +1,33 @@
-// The LSP decoder and the per-level keepers against arbitrary PDUs, as an agent uses them: decode
-// each received PDU and hand what decodes to the keeper of both levels (one takes it, the other
-// must ignore it).
-//
-// Input: one mode byte, then records of a 2-byte big-endian length and that many bytes. Each record
-// is copied into a buffer of its own exact size, so that a read past its end is a sanitizer report
-// rather than a read of the next record. Each PDU's checksum is recomputed before decoding, so that
-// mutations reach the TLVs instead of dying at the checksum check, unless mode bit 0 keeps the
-// checksums as received.
-//
-// Keepers fed the same PDUs raw (receivePdu, which takes unchanged refreshes without decoding) must
-// agree with them. A receive rebuilds at most the entry of the LSP's node, so after each PDU the
-// checks look at that entry and at counts; the whole databases are compared once, at the end.
+// The LSP decoder and the per-level keepers against arbitrary PDUs (see forEachPdu for the input),
+// as an agent uses them: each PDU is decoded and handed to the keepers of both levels, and given
+// raw (receivePdu, which takes unchanged refreshes without decoding) to two more keepers.
 //   Each PDU: no crash, leak or read outside the buffer; a rejected PDU leaves no object alive and
-//   moves no keeper's counts (entries, fragments, ignored LSPs); the other level's keeper ignores an
-//   LSP and its entry for that node stays as it was; the entry of the LSP's node sits under its own
-//   id with its own node, and is equal in the raw and the decoded keeper of each level; both paths
-//   agree on the outcome and on every count.
-//   Each input: every entry of every keeper sits under its own node id with its own node, every
-//   entry of a decoded keeper equals the raw keeper's, and the decoded databases dump (which prints
-//   every decoded value); after teardown no tracked object is alive.
+//   moves no count (entries, fragments, ignored LSPs); the other level's keeper ignores an LSP and
+//   keeps its entry for that node; the raw and the decoded paths agree on the outcome, on every
+//   count and on the entry of the LSP's node, which sits under its own id with its own node.
+//   Each input: the same for every entry; the decoded databases dump (printing every decoded
+//   value); after teardown no tracked object is alive.
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
-#include <vector>
 
-#include "EntryState.h"
 #include "FuzzSupport.h"
-#include "IgpCommon/IgpLsp.h"
-#include "IsisDecoder/Decoder.h"
 #include "IsisDecoder/LspKeeper.h"
 
 namespace {
 
 namespace IC = Routing::IgpCommon;
 namespace D = Routing::IsisDecoder;
-
-/// Sets the ISO 10589 7.3.11 checksum so that the sum over LSP ID .. PDU length adds up.
-void fixChecksum(std::vector<std::uint8_t>& pdu) {
-    constexpr std::size_t headerLength = 27;
-    if (pdu.size() < headerLength) {
-        return;
-    }
-    const std::size_t declared = (std::size_t{pdu[8]} << 8) | pdu[9];
-    const std::size_t end = std::min(declared, pdu.size());
-    if (end < headerLength) {
-        return;
-    }
-    D::fillLspChecksum(std::span(pdu).first(end));
-}
+using IgpFuzz::check;
+using Outcome = D::LspKeeper::Outcome;
 
 /// The entry of `id`, checked to sit under its own id with its own node; null when absent.
 const IC::IgpLsp* entryOf(const D::LspKeeper& keeper, const IC::IgpNodeId& id) {
     const auto entry = keeper.database()->lsp(id);
-    if (entry) {
-        IgpFuzz::check(entry->nodeId() == id, "an entry is not found under its own node id");
-        IgpFuzz::check(entry->node() != nullptr && entry->node()->nodeId() == id,
-                       "an entry without its own node");
-    }
+    check(!entry || (entry->nodeId() == id && entry->node() && entry->node()->nodeId() == id),
+          "an entry not under its own node id or without its own node");
     return entry.get();  // the database keeps it
-}
-
-void checkDatabase(const D::LspKeeper& keeper) {
-    const IC::IgpLspDatabase& db = *keeper.database();
-    std::size_t entries = 0;
-    for (auto it = db.lsp().begin(); it != db.lsp().end(); ++it) {
-        const IC::IgpLsp& entry = **it;
-        IgpFuzz::check(db.lsp(entry.nodeId()).get() == &entry, "an entry is not found under its own node id");
-        IgpFuzz::check(entry.node() != nullptr && entry.node()->nodeId() == entry.nodeId(),
-                       "an entry without its own node");
-        ++entries;
-    }
-    IgpFuzz::check(entries == db.lspCount(), "the database counts another number of entries");
 }
 
 /// What a keeper holds, in numbers that an added or dropped entry or fragment moves.
@@ -80,146 +36,98 @@ struct Counts {
     std::size_t fragments = 0;
     std::size_t ignored = 0;
 
-    static Counts of(const D::LspKeeper& k) {
-        return {k.database()->lspCount(), k.fragmentCount(), k.ignoredCount()};
-    }
+    explicit Counts(const D::LspKeeper& k)
+        : entries(k.database()->lspCount()), fragments(k.fragmentCount()), ignored(k.ignoredCount()) {}
     bool operator==(const Counts&) const = default;
 };
 
-/// The keepers of both levels, fed decoded LSPs (`l1`, `l2`) or raw PDUs (`p1`, `p2`).
+/// The keepers of both levels, fed decoded LSPs (`decoded`) or raw PDUs (`raw`).
 struct Keepers {
-    D::LspKeeper l1{IC::igpLevelIsisLevel1};
-    D::LspKeeper l2{IC::igpLevelIsisLevel2};
-    D::LspKeeper p1{IC::igpLevelIsisLevel1};
-    D::LspKeeper p2{IC::igpLevelIsisLevel2};
+    D::LspKeeper decoded[2]{D::LspKeeper(IC::igpLevelIsisLevel1), D::LspKeeper(IC::igpLevelIsisLevel2)};
+    D::LspKeeper raw[2]{D::LspKeeper(IC::igpLevelIsisLevel1), D::LspKeeper(IC::igpLevelIsisLevel2)};
 
-    void checkCountsAgree() const {
-        IgpFuzz::check(Counts::of(p1) == Counts::of(l1) && Counts::of(p2) == Counts::of(l2),
-                       "the keepers fed raw PDUs and decoded ones count other entries, fragments or "
-                       "ignored LSPs");
-    }
-    void checkEntryAgrees(const IC::IgpNodeId& id) const {
-        checkSame(entryOf(l1, id), entryOf(p1, id));
-        checkSame(entryOf(l2, id), entryOf(p2, id));
-    }
-    /// Every entry of each level, and the dump of what was decoded: the dump prints every
-    /// attribute of every entry, hostile values included.
-    void checkWhole() const {
-        for (const D::LspKeeper* k : {&l1, &l2, &p1, &p2}) {
-            checkDatabase(*k);
-        }
-        checkCountsAgree();
-        for (const auto& [decoded, raw] : {std::pair{&l1, &p1}, std::pair{&l2, &p2}}) {
-            const IC::IgpLspDatabase& db = *decoded->database();
-            for (auto it = db.lsp().begin(); it != db.lsp().end(); ++it) {
-                const IC::IgpNodeId& id = (*it)->nodeId();
-                checkSame(entryOf(*decoded, id), entryOf(*raw, id));
+    void checkAgree(const IC::IgpNodeId* id) const {
+        for (int l = 0; l < 2; ++l) {
+            check(Counts(raw[l]) == Counts(decoded[l]),
+                  "the keepers fed raw PDUs and decoded ones count other entries, fragments or ignored LSPs");
+            if (id) {
+                std::string why;
+                check(IgpFuzz::sameEntry(entryOf(decoded[l], *id), entryOf(raw[l], *id), why),
+                      "the keepers fed raw PDUs and decoded ones hold another entry for a node", why);
             }
-            auto sink = Umbo::DumpContext::discardingDumpContextIs();
-            db.dumpState(sink, 0);
         }
     }
 
-private:
-    static void checkSame(const IC::IgpLsp* decoded, const IC::IgpLsp* raw) {
-        IgpFuzz::check(IgpFuzz::sameEntry(decoded, raw),
-                       "the keepers fed raw PDUs and decoded ones hold another entry for a node", [&] {
-                           return "decoded:\n" + IgpFuzz::EntryState::of(decoded).text() + "raw:\n" +
-                                  IgpFuzz::EntryState::of(raw).text();
-                       });
+    void checkWhole() const {
+        checkAgree(nullptr);
+        for (const auto* keepers : {decoded, raw}) {
+            for (int l = 0; l < 2; ++l) {
+                const IC::IgpLspDatabase& db = *keepers[l].database();
+                std::uint32_t entries = 0;
+                for (auto it = db.lsp().begin(); it != db.lsp().end(); ++it, ++entries) {
+                    const IC::IgpNodeId& id = (*it)->nodeId();
+                    check(entryOf(keepers[l], id) == it->get(),
+                          "an entry is not found under its own node id");
+                    std::string why;
+                    check(IgpFuzz::sameEntry(entryOf(decoded[l], id), entryOf(raw[l], id), why),
+                          "the keepers fed raw PDUs and decoded ones hold another entry for a node", why);
+                }
+                check(entries == db.lspCount(), "the database counts another number of entries");
+                auto sink = Umbo::DumpContext::discardingDumpContextIs();
+                db.dumpState(sink, 0);
+            }
+        }
     }
 };
 
-/// receivePdu() of the same PDU to the raw keepers: the same outcome as the decoded path (a
-/// refresh where that installed), the same counts and the same entry for the LSP's node.
-void receiveRaw(std::span<const std::uint8_t> pdu, Keepers& k, const D::DecodedLsp* decoded,
-                D::LspKeeper::Outcome decodedOutcome) {
-    using Outcome = D::LspKeeper::Outcome;
+void receive(std::span<const std::uint8_t> pdu, Keepers& k) {
+    const Counts before[2] = {Counts(k.decoded[0]), Counts(k.decoded[1])};
     D::DecodeError why;
-    const Outcome o1 = k.p1.receivePdu(pdu, &why);
-    const Outcome o2 = k.p2.receivePdu(pdu, &why);
-    if (decoded == nullptr) {
-        IgpFuzz::check(o1 == Outcome::rejected && o2 == Outcome::rejected, "receivePdu took a malformed PDU");
-    } else {
-        const bool level1 = decoded->header.level == 1;
-        const Outcome mine = level1 ? o1 : o2;
-        const Outcome other = level1 ? o2 : o1;
-        IgpFuzz::check(other == Outcome::ignored, "receivePdu took the other level's LSP");
-        IgpFuzz::check(
-            mine == decodedOutcome || (mine == Outcome::refreshed && decodedOutcome == Outcome::installed),
-            "receivePdu and receive disagree on a PDU");
-    }
-    // A rejected PDU moves no count on either path, so agreeing counts also say that receivePdu
-    // took nothing of it.
-    k.checkCountsAgree();
-    if (decoded != nullptr) {
-        k.checkEntryAgrees(decoded->header.nodeId());
-    }
-}
-
-void receive(std::span<const std::uint8_t> record, bool fixSum, Keepers& k) {
-    // A buffer of its own exact size: reading past the PDU reads past the allocation.
-    std::vector<std::uint8_t> buf(record.begin(), record.end());
-    if (fixSum) {
-        fixChecksum(buf);
-    }
-    const Counts before1 = Counts::of(k.l1);
-    const Counts before2 = Counts::of(k.l2);
     const IgpFuzz::Census census = IgpFuzz::Census::now();
-
-    const D::DecodeResult result = D::decodeLsp(buf);
+    const D::DecodeResult result = D::decodeLsp(pdu);
     if (!result.ok()) {
-        const std::string message = result.error().message();
-        IgpFuzz::check(!message.empty(), "a rejection without a message");
-        IgpFuzz::check(Counts::of(k.l1) == before1 && Counts::of(k.l2) == before2,
-                       "a rejected PDU changed a keeper");
-        receiveRaw(buf, k, nullptr, D::LspKeeper::Outcome::rejected);
+        check(!result.error().message().empty(), "a rejection without a message");
+        for (auto& raw : k.raw) {
+            check(raw.receivePdu(pdu, &why) == Outcome::rejected, "receivePdu took a malformed PDU");
+        }
+        // Agreeing counts also say that receivePdu took nothing of it.
+        check(Counts(k.decoded[0]) == before[0] && Counts(k.decoded[1]) == before[1],
+              "a rejected PDU changed a keeper");
+        k.checkAgree(nullptr);
         const std::string leftAlive = IgpFuzz::Census::now().differenceFrom(census);
-        IgpFuzz::check(leftAlive.empty(), "a rejected PDU left objects alive", leftAlive);
+        check(leftAlive.empty(), "a rejected PDU left objects alive", leftAlive);
         return;
     }
     const D::DecodedLsp& lsp = result.lsp();
-    IgpFuzz::check(lsp.header.level == 1 || lsp.header.level == 2, "a decoded LSP of no level");
-    IgpFuzz::check(lsp.content != nullptr, "a decoded LSP without content");
+    const int mine = lsp.header.level - 1;
+    check(mine == 0 || mine == 1, "a decoded LSP of no level");
     const IC::IgpNodeId id = lsp.header.nodeId();
-    IgpFuzz::check(lsp.content->node() != nullptr && lsp.content->node()->nodeId() == id,
-                   "decoded content without the originator's node");
+    check(lsp.content && lsp.content->node() && lsp.content->node()->nodeId() == id,
+          "decoded content without the originator's node");
     (void)lsp.header.lspIdText();
 
-    D::LspKeeper& mine = lsp.header.level == 1 ? k.l1 : k.l2;
-    D::LspKeeper& other = lsp.header.level == 1 ? k.l2 : k.l1;
-    Counts otherBefore = lsp.header.level == 1 ? before2 : before1;
-    const IgpFuzz::EntryState otherEntryBefore = IgpFuzz::EntryState::of(entryOf(other, id));
-    IgpFuzz::check(other.receive(lsp) == D::LspKeeper::Outcome::ignored,
-                   "a keeper took the other level's LSP");
+    D::LspKeeper& other = k.decoded[1 - mine];
+    const IC::IgpLsp* otherEntry = entryOf(other, id);
+    check(other.receive(lsp) == Outcome::ignored, "a keeper took the other level's LSP");
+    Counts otherBefore = before[1 - mine];
     ++otherBefore.ignored;
-    IgpFuzz::check(Counts::of(other) == otherBefore &&
-                       same(IgpFuzz::EntryState::of(entryOf(other, id)), otherEntryBefore),
-                   "an ignored LSP changed the other level's keeper");
-    const D::LspKeeper::Outcome outcome = mine.receive(lsp);
-    receiveRaw(buf, k, &lsp, outcome);
+    check(Counts(other) == otherBefore && entryOf(other, id) == otherEntry,
+          "an ignored LSP changed the other level's keeper");
+    const Outcome decoded = k.decoded[mine].receive(lsp);
+    const Outcome raw = k.raw[mine].receivePdu(pdu, &why);
+    check(k.raw[1 - mine].receivePdu(pdu, &why) == Outcome::ignored, "receivePdu took the other level's LSP");
+    check(raw == decoded || (raw == Outcome::refreshed && decoded == Outcome::installed),
+          "receivePdu and receive disagree on a PDU");
+    k.checkAgree(&id);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) {
-        return 0;
-    }
-    const IgpFuzz::Census before = IgpFuzz::Census::now();
-    {
-        const bool fixSum = (data[0] & 1) == 0;
+    IgpFuzz::leavesNothingAlive("objects alive after teardown", [&] {
         Keepers k;
-        std::span<const std::uint8_t> rest(data + 1, size - 1);
-        while (rest.size() >= 2) {
-            const std::size_t length =
-                std::min<std::size_t>((std::size_t{rest[0]} << 8) | rest[1], rest.size() - 2);
-            receive(rest.subspan(2, length), fixSum, k);
-            rest = rest.subspan(2 + length);
-        }
+        IgpFuzz::forEachPdu({data, size}, [&](std::span<const std::uint8_t> pdu) { receive(pdu, k); });
         k.checkWhole();
-    }
-    const std::string leftAlive = IgpFuzz::Census::now().differenceFrom(before);
-    IgpFuzz::check(leftAlive.empty(), "objects alive after teardown", leftAlive);
+    });
     return 0;
 }

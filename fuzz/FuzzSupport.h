@@ -1,41 +1,42 @@
-// Helpers the fuzz targets share: a failed check prints what broke and traps, so that libFuzzer
-// keeps the input as a crash; the allocation trackers' census shows what an operation left alive.
+// What the fuzz targets share: a failed check prints what broke and traps, so that libFuzzer keeps
+// the input as a crash; the allocation trackers' census shows what an operation left alive; the
+// PDU-record input of the decoder and render targets; entries of two databases compared through
+// the attribute descriptions.
 #pragma once
 
 #include <concepts>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
+#include <span>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "IgpCommon/IgpLsp.h"
 #include "IgpCommon/platform/Drimm.h"
+#include "IsisDecoder/Decoder.h"
 
 namespace IgpFuzz {
 
 [[noreturn]] inline void fail(std::string_view what, std::string_view detail = {}) {
-    std::fprintf(stderr, "\n*** fuzz check failed: %.*s\n", static_cast<int>(what.size()), what.data());
-    if (!detail.empty()) {
-        std::fprintf(stderr, "    %.*s\n", static_cast<int>(detail.size()), detail.data());
-    }
+    std::fprintf(stderr, "\n*** fuzz check failed: %.*s\n    %.*s\n", static_cast<int>(what.size()),
+                 what.data(), static_cast<int>(detail.size()), detail.data());
     std::fflush(stderr);
     __builtin_trap();
 }
 
-inline void check(bool ok, std::string_view what, std::string_view detail = {}) {
+/// The detail is only built when the check fails: printing on every input would cost more than
+/// the operations checked.
+template <class Detail = std::string_view>
+void check(bool ok, std::string_view what, Detail&& detail = {}) {
     if (!ok) {
-        fail(what, detail);
-    }
-}
-
-/// The same, with a detail that is only built when the check fails: the checks run on every
-/// input, and printing the compared states each time would cost more than comparing them.
-template <std::invocable Detail>
-void check(bool ok, std::string_view what, Detail&& detail) {
-    if (!ok) {
-        fail(what, std::string(std::forward<Detail>(detail)()));
+        if constexpr (std::invocable<Detail>) {
+            fail(what, std::string(std::forward<Detail>(detail)()));
+        } else {
+            fail(what, detail);
+        }
     }
 }
 
@@ -62,5 +63,84 @@ struct Census {
         return out;
     }
 };
+
+/// Runs `body` and checks that it left no tracked object alive.
+template <std::invocable Body>
+void leavesNothingAlive(std::string_view what, Body&& body) {
+    const Census before = Census::now();
+    std::forward<Body>(body)();
+    const std::string left = Census::now().differenceFrom(before);
+    check(left.empty(), what, left);
+}
+
+/// Calls `f(pdu)` for each record after the mode byte: a 2-byte big-endian length and that many
+/// octets, copied into a buffer of its own exact size (a read past the PDU reads past the
+/// allocation). Unless mode bit 0 keeps them as received, each LSP checksum (ISO 10589 7.3.11) is
+/// recomputed, so that mutations reach the TLVs instead of dying at the checksum check.
+template <class F>
+void forEachPdu(std::span<const std::uint8_t> input, F&& f) {
+    if (input.empty()) {
+        return;
+    }
+    const bool fixSums = (input[0] & 1) == 0;
+    for (auto rest = input.subspan(1); rest.size() >= 2;) {
+        const std::size_t length =
+            std::min<std::size_t>(std::size_t{rest[0]} << 8 | rest[1], rest.size() - 2);
+        std::vector<std::uint8_t> pdu(rest.begin() + 2,
+                                      rest.begin() + 2 + static_cast<std::ptrdiff_t>(length));
+        rest = rest.subspan(2 + length);
+        const std::size_t end = pdu.size() < 27 ? 0 : std::min(std::size_t{pdu[8]} << 8 | pdu[9], pdu.size());
+        if (fixSums && end >= 27) {
+            Routing::IsisDecoder::fillLspChecksum(std::span(pdu).first(end));
+        }
+        f(pdu);
+    }
+}
+
+inline std::string formatted(const Routing::IgpCommon::Node& n) {
+    std::ostringstream os;
+    n.formatContent(os);
+    return os.str();
+}
+
+/// The members of one keyed collection of two entries, each equal by its descriptions.
+template <class Coll, class Find>
+bool sameMembers(const Coll& a, const Coll& b, Find&& find, std::string& why) {
+    if (a.size() != b.size()) {
+        why = "member count";
+        return false;
+    }
+    for (auto it = a.begin(); it != a.end(); ++it) {
+        const auto theirs = find(it->key);
+        if (!theirs) {
+            why = "a member missing";
+            return false;
+        }
+        if (const auto attr = Kest::firstDifference(*it->value, *theirs); !attr.empty()) {
+            why = std::string(attr) + " of a member";
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Two entries (or absences) of different databases hold equal nodes (as printed), neighbors and
+/// prefixes; `why` names the first difference.
+inline bool sameEntry(const Routing::IgpCommon::IgpLsp* a, const Routing::IgpCommon::IgpLsp* b,
+                      std::string& why) {
+    if (a == nullptr || b == nullptr) {
+        why = "present in one only";
+        return a == b;
+    }
+    if ((a->node() == nullptr) != (b->node() == nullptr) ||
+        (a->node() && formatted(*a->node()) != formatted(*b->node()))) {
+        why = "node";
+        return false;
+    }
+    return sameMembers(
+               a->neighbor(), b->neighbor(), [&](const auto& k) { return b->neighbor(k); }, why) &&
+           sameMembers(
+               a->prefix(), b->prefix(), [&](const auto& k) { return b->prefix(k); }, why);
+}
 
 }  // namespace IgpFuzz

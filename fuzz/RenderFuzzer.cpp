@@ -1,10 +1,8 @@
 // igp-lsdb's text and JSON renderers fed databases decoded from arbitrary LSPs: whatever a router
 // puts in an LSP (a host name above all), the text cannot be forged and the JSON stays valid.
 //
-// Input: as the decoder target's (one mode byte, bit 0 keeping the checksums as received, else
-// recomputed; then records of a 2-byte big-endian length and a PDU), so its seeds serve here too.
-// The PDUs are decoded and merged into both levels' keepers as the tool merges them, with the
-// tool's change feed watching.
+// Input: as the decoder target's (see forEachPdu), so its seeds serve here too. The PDUs are decoded and
+// merged into both levels' keepers as the tool merges them, with the tool's change feed watching.
 //   Each change: its text line is valid UTF-8 without control characters but its seven tabs; its
 //   JSON line parses.
 //   Each input: escaped() of the input's octets and of every host name is valid UTF-8 without
@@ -98,17 +96,6 @@ void checkEscaped(std::string_view raw) {
     check(unescaped(e) == raw, "an escaped text does not read back to its octets", [&] { return e; });
 }
 
-void fixChecksum(std::vector<std::uint8_t>& pdu) {
-    if (pdu.size() < 27) {
-        return;
-    }
-    const std::size_t declared = (std::size_t{pdu[8]} << 8) | pdu[9];
-    const std::size_t end = std::min(declared, pdu.size());
-    if (end >= 27) {
-        ID::fillLspChecksum(std::span(pdu).first(end));
-    }
-}
-
 std::size_t count(const std::string& s, char c) {
     return static_cast<std::size_t>(std::count(s.begin(), s.end(), c));
 }
@@ -120,7 +107,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     checkEscaped(std::string_view(reinterpret_cast<const char*>(data), size));
-    const bool keepChecksums = (data[0] & 1) != 0;
 
     IgpLsdb::HostNames names;
     IgpLsdb::ChangeFeed feed([&](const IgpLsdb::Change& c) {
@@ -134,19 +120,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const unsigned level : lsdb.levels()) {
         feed.watch(*lsdb.keeper(level).database());
     }
-    std::size_t at = 1;
     unsigned frame = 0;
-    while (at + 2 <= size) {
-        const std::size_t length = std::size_t{data[at]} << 8 | data[at + 1];
-        at += 2;
-        std::vector<std::uint8_t> pdu(data + at, data + std::min(size, at + length));
-        at += pdu.size();
-        if (!keepChecksums) {
-            fixChecksum(pdu);
-        }
+    IgpFuzz::forEachPdu({data, size}, [&](std::span<const std::uint8_t> pdu) {
         const ID::DecodeResult d = ID::decodeLsp(pdu);
         if (!d.ok()) {
-            continue;
+            return;
         }
         const unsigned level = d.lsp().header.level;
         feed.begin({1, ++frame}, level, d.lsp().header.nodeId());
@@ -155,7 +133,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             names.note(*entry);
         }
         feed.end();
-    }
+    });
 
     std::size_t entries = 0;
     for (const unsigned level : lsdb.levels()) {

@@ -1,9 +1,7 @@
 #!/usr/bin/env python3
 """Derives the tool's test captures from the lab capture committed with the decoder tests.
 
-Run once from the repository root; the outputs are committed:
-
-    python3 tools/igp-lsdb/tests/make-test-captures.py
+Run once; the outputs are committed:  python3 tools/igp-lsdb/tests/make-test-captures.py
 
 Every output carries the lab's own LSP bytes; only the link-layer wrapping changes:
   data/frr-initial-lsps.pcap        the 133 LSP frames, as captured (the built-in capture)
@@ -20,6 +18,13 @@ Every output carries the lab's own LSP bytes; only the link-layer wrapping chang
                                     sent again (sequence number one higher) with 2000 us, anomalous
   tests/data/sr-te-fapm.pcap        crafted-sr-te.pcap with fragment 2 sent again (sequence number 2)
                                     with the flex-algo 128 prefix metric of 192.0.2.1/32 at 600, not 500
+  tests/data/frr-csnp-gaps.pcap     the LSPs and CSNPs with two gaps only the CSNPs show: the level-2
+                                    LSP 0000.0000.0006.00-02 left out though listed, and the last
+                                    level-2 CSNP sent again a second later covering LSP IDs up to
+                                    0000.0000.0003.ff-ff in two TLVs, without 0000.0000.0001.02-00
+  tests/data/odd-hostnames.pcap     frames 1-4 of crafted-mt.pcap, craft-e's host name replaced by
+                                    ODD_NAME: a forged node line naming craft-e as a neighbor, a NUL,
+                                    a backslash, ff, a C1 control, a surrogate, a cut sequence
   tests/data/hostile-hostname.pcap  the 133 LSP frames, r1's level-2 host name (TLV 137) replaced by
                                     HOSTILE_NAME: a NUL, a line break that starts a forged node line,
                                     a terminal escape, a backslash, a C1 control, valid UTF-8 of two
@@ -34,6 +39,7 @@ EARLY_FRAMES = 250
 ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", ".."))
 SOURCE = os.path.join(ROOT, "decoder", "tests", "data", "frr-initial.pcap")
 SR_TE = os.path.join(ROOT, "decoder", "tests", "data", "crafted-sr-te.pcap")
+MT = os.path.join(ROOT, "decoder", "tests", "data", "crafted-mt.pcap")
 TOOL = os.path.join(ROOT, "tools", "igp-lsdb")
 
 
@@ -69,19 +75,14 @@ def pcap_bytes(endian, header, linktype, records):
     return bytes(out)
 
 
-def llc_and_beyond(frame):
-    # Everything after the 802.3 length field: LLC, the PDU and any padding.
-    return frame[14:]
-
-
 def sll(frame):
-    # packet type 2 (multicast), ARPHRD_ETHER, 6-octet source address, protocol ETH_P_802_2.
-    return struct.pack(">HHH8sH", 2, 1, 6, frame[6:12] + b"\0\0", 0x0004) + llc_and_beyond(frame)
+    # packet type 2 (multicast), ARPHRD_ETHER, 6-octet source address, ETH_P_802_2; then LLC onwards.
+    return struct.pack(">HHH8sH", 2, 1, 6, frame[6:12] + b"\0\0", 0x0004) + frame[14:]
 
 
 def sll2(frame):
-    # protocol ETH_P_802_2, reserved, interface index 3, ARPHRD_ETHER, packet type 2, address.
-    return struct.pack(">HHIHBB8s", 0x0004, 0, 3, 1, 2, 6, frame[6:12] + b"\0\0") + llc_and_beyond(frame)
+    # ETH_P_802_2, reserved, interface index 3, ARPHRD_ETHER, packet type 2, address.
+    return struct.pack(">HHIHBB8s", 0x0004, 0, 3, 1, 2, 6, frame[6:12] + b"\0\0") + frame[14:]
 
 
 def tagged(frame, level):
@@ -142,7 +143,15 @@ HOSTILE_NAME = (b"r1\x00cut\n  node=0000.0000.0099.00, flags=<>, hostname=forged
                 b"\xf4\x90\x80\x80\xf0\x8f\xbf\xbf")
 
 
-def with_hostname(frame, name):
+ODD_NAME = (b"e\nnode=0000.0000.0009, ngb=1921.6800.1005 x\x00\\ \xc3\xa9 \xff \xc2\x85 \xed\xa0\x80 \xe2\x82A "
+            b"\xf0\x9f\x98\x80")
+
+
+def with_pdu(frame, pdu):
+    return frame[:12] + struct.pack(">H", 3 + len(pdu)) + b"\xfe\xfe\x03" + pdu
+
+
+def with_hostname(frame, name, newer=True):
     """The LSP of an 802.3/LLC frame with its dynamic host name TLV (137) holding `name`."""
     pdu = bytearray(frame[17:17 + struct.unpack(">H", frame[12:14])[0] - 3])
     at = 27
@@ -151,9 +160,25 @@ def with_hostname(frame, name):
     assert at + 2 <= len(pdu), "no host name TLV"
     pdu[at:at + 2 + pdu[at + 1]] = bytes([137, len(name)]) + name
     pdu[8:10] = struct.pack(">H", len(pdu))
-    pdu[20:24] = struct.pack(">I", struct.unpack(">I", pdu[20:24])[0] + 1)
-    pdu = with_checksum(pdu)
-    return frame[:12] + struct.pack(">H", 3 + len(pdu)) + b"\xfe\xfe\x03" + pdu
+    pdu[20:24] = struct.pack(">I", struct.unpack(">I", pdu[20:24])[0] + newer)
+    return with_pdu(frame, with_checksum(pdu))
+
+
+def narrowed_csnp(frame, range_end, unlisted):
+    """The CSNP covering LSP IDs up to `range_end`, without `unlisted`, in two LSP entries TLVs
+    (ISO 10589 9.10: a 33-octet header, the end LSP ID at octets 25 to 32)."""
+    pdu, entries = frame[17:], []
+    at = pdu[1]
+    while at < len(pdu):
+        if pdu[at] == 9:
+            entries += [pdu[e:e + 16] for e in range(at + 2, at + 2 + pdu[at + 1], 16)]
+        at += 2 + pdu[at + 1]
+    kept = [e for e in entries if e[2:10] <= range_end and e[2:10] != unlisted]
+    assert len(kept) == len(entries) - 4, "expected r1.02-00 and r6's three fragments to go"
+    out = bytearray(pdu[:33]) + b"".join(bytes([9, 16 * len(p)]) + b"".join(p) for p in (kept[:-1], kept[-1:]))
+    out[25:33] = range_end
+    struct.pack_into(">H", out, 8, len(out))
+    return with_pdu(frame, bytes(out))
 
 
 def delay_changed(frame):
@@ -191,6 +216,16 @@ def main():
     with_delay = [(s, f, fr) for _, s, f, fr, _ in lsps if bytes.fromhex("2104000005dc") in fr][-1]
     outputs[os.path.join(TOOL, "tests", "data", "frr-delay.pcap")] = pcap_bytes(
         endian, header, 1, [(with_delay[0] + 1, with_delay[1], delay_changed(with_delay[2]))])
+    missing = bytes.fromhex("0000000000060002")
+    kept = [(s, f, fr) for _, s, f, fr in frames if fr[14:17] == b"\xfe\xfe\x03" and fr[21] & 0x1F in (18, 20, 24, 25)
+            and not (fr[21] & 0x1F == 20 and fr[29:37] == missing)]
+    last_csnp = [fr for _, _, fr in kept if fr[21] & 0x1F == 25][-1]
+    kept.append((kept[-1][0] + 1, kept[-1][1], narrowed_csnp(last_csnp, bytes.fromhex("000000000003ffff"),
+                                                             bytes.fromhex("0000000000010200"))))
+    outputs[os.path.join(TOOL, "tests", "data", "frr-csnp-gaps.pcap")] = pcap_bytes(endian, header, 1, kept)
+    endian2, header2, mt = read_pcap(MT)
+    outputs[os.path.join(TOOL, "tests", "data", "odd-hostnames.pcap")] = pcap_bytes(
+        endian2, header2, 1, [(s, f, with_hostname(fr, ODD_NAME, False) if n == 4 else fr) for n, s, f, fr in mt[:4]])
     endian2, header2, sr_te = read_pcap(SR_TE)
     outputs[os.path.join(TOOL, "tests", "data", "sr-te-fapm.pcap")] = pcap_bytes(
         endian2, header2, 1, [(s, f, fapm_changed(fr) if n == 3 else fr) for n, s, f, fr in sr_te])
