@@ -1,15 +1,10 @@
-// Validates JSON documents against a JSON Schema, for the tool's end-to-end
-// tests: `igp-lsdb-schema-check SCHEMA FILE` checks FILE as one document,
-// `--lines` as one document per line (JSON lines).
-//
-// It implements the part of JSON Schema 2020-12 that the tool's schema uses:
-// type, properties, required, additionalProperties, items, minItems,
-// maxItems, enum, const, minimum, maximum, pattern, oneOf, and $ref into the
-// same document. Any other keyword makes it stop with an error rather than
-// pass a document it did not fully check.
+// `igp-lsdb-schema-check [--lines] SCHEMA FILE`: validates FILE as one JSON document (or one per
+// line) against the part of JSON Schema 2020-12 the tool's schema uses. Any other keyword stops
+// it with an error rather than pass a document it did not fully check.
 
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -35,28 +30,11 @@ public:
 
 private:
     static bool typeIs(const std::string& type, const Json& v) {
-        if (type == "integer") {
-            return v.is_number_integer();
-        }
-        if (type == "number") {
-            return v.is_number();
-        }
-        if (type == "string") {
-            return v.is_string();
-        }
-        if (type == "boolean") {
-            return v.is_boolean();
-        }
-        if (type == "null") {
-            return v.is_null();
-        }
-        if (type == "object") {
-            return v.is_object();
-        }
-        if (type == "array") {
-            return v.is_array();
-        }
-        throw std::runtime_error("unknown type " + type);
+        static const std::map<std::string, bool (Json::*)() const noexcept> is = {
+            {"integer", &Json::is_number_integer}, {"number", &Json::is_number}, {"string", &Json::is_string},
+            {"boolean", &Json::is_boolean},        {"null", &Json::is_null},     {"object", &Json::is_object},
+            {"array", &Json::is_array}};
+        return (v.*is.at(type))();
     }
 
     const Json& resolve(const std::string& ref) const {
@@ -100,19 +78,12 @@ private:
                     }
                 }
             } else if (keyword == "additionalProperties") {
-                if (!v.is_object()) {
-                    continue;
-                }
-                const Json& declared =
-                    schema.contains("properties") ? schema.at("properties") : Json::object();
+                const Json declared = schema.value("properties", Json::object());
                 for (const auto& [name, value] : v.items()) {
-                    if (declared.contains(name)) {
+                    if (!v.is_object() || declared.contains(name) || s == true) {
                         continue;
-                    }
-                    if (s.is_boolean()) {
-                        if (!s.get<bool>()) {
-                            fail("has undeclared " + name);
-                        }
+                    } else if (s == false) {
+                        fail("has undeclared " + name);
                     } else {
                         check(s, value, at + "/" + name, out);
                     }

@@ -11,10 +11,7 @@ scratch=$2
 lab=decoder/tests/data/frr-initial.pcap
 mkdir -p "$scratch"
 
-skip() {
-    echo "SKIPPED: $*"
-    exit 77
-}
+skip() { echo "SKIPPED: $*"; exit 77; }
 command -v ip >/dev/null || skip "ip (Debian iproute2) is not installed"
 command -v tcpreplay >/dev/null || skip "tcpreplay (Debian tcpreplay) is not installed"
 
@@ -25,31 +22,23 @@ if [[ ${IGP_LSDB_LIVE_INSIDE:-} == "" && $EUID -ne 0 ]]; then
 fi
 
 pids=()
-ns=()
 cleanup() {
-    for pid in "${pids[@]}"; do
-        kill "$pid" 2>/dev/null || true
-    done
-    for n in "${ns[@]}"; do
-        ip netns del "$n" 2>/dev/null || true
-    done
+    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+    [[ -n ${a:-} ]] && ip netns del "$a" 2>/dev/null
+    [[ -n ${b:-} ]] && ip netns del "$b" 2>/dev/null
+    true
 }
 trap cleanup EXIT
 
+in_a=() in_b=()
 if [[ ${IGP_LSDB_LIVE_INSIDE:-} == "" ]]; then
-    a=igplsdb-a-$$
-    b=igplsdb-b-$$
+    a=igplsdb-a-$$ b=igplsdb-b-$$
     ip netns add "$a" 2>"$scratch/netns.err" ||
         skip "this machine allows no network namespace: ip netns add failed: $(cat "$scratch/netns.err")"
-    ns+=("$a")
     ip netns add "$b"
-    ns+=("$b")
-    in_a=(ip netns exec "$a")
-    in_b=(ip netns exec "$b")
+    in_a=(ip netns exec "$a") in_b=(ip netns exec "$b")
     ip link add va netns "$a" type veth peer name vb netns "$b"
 else
-    in_a=()
-    in_b=()
     ip link add va type veth peer name vb
 fi
 "${in_a[@]}" ip link set va up
@@ -65,18 +54,14 @@ pids+=($!)
 "${in_b[@]}" "$tool" dump -i vb >"$scratch/dump.out" 2>"$scratch/dump.err" &
 pids+=($!)
 for _ in $(seq 100); do
-    if grep -q "listening on vb" "$scratch/events.err" && grep -q "listening on vb" "$scratch/dump.err"; then
-        break
-    fi
+    grep -q "listening on vb" "$scratch/events.err" && grep -q "listening on vb" "$scratch/dump.err" && break
     sleep 0.1
 done
-grep -q "listening on vb" "$scratch/events.err" || { cat "$scratch/events.err"; echo "events -i did not start"; exit 1; }
-grep -q "listening on vb" "$scratch/dump.err" || { cat "$scratch/dump.err"; echo "dump -i did not start"; exit 1; }
+for run in events dump; do
+    grep -q "listening on vb" "$scratch/$run.err" || { cat "$scratch/$run.err"; echo "$run -i did not start"; exit 1; }
+done
 
-"${in_a[@]}" tcpreplay -q -i va --mbps=10 "$lab" >"$scratch/tcpreplay.out" 2>&1 || {
-    cat "$scratch/tcpreplay.out"
-    exit 1
-}
+"${in_a[@]}" tcpreplay -q -i va --mbps=10 "$lab" >"$scratch/tcpreplay.out" 2>&1 || { cat "$scratch/tcpreplay.out"; exit 1; }
 
 # --follow writes each change as it is merged: wait for the last one, then interrupt both.
 want=$(wc -l <"$scratch/events.expected")
