@@ -32,34 +32,16 @@ namespace {
 namespace ID = Routing::IsisDecoder;
 using IgpFuzz::check;
 
-/// Whether `s` is valid UTF-8 (RFC 3629), with no control character other than those in `allowed`.
+/// Whether `s` is valid UTF-8 (RFC 3629), with no control character (C0, DEL, C1) but those in `allowed`.
 bool cleanUtf8(std::string_view s, std::string_view allowed) {
-    for (std::size_t i = 0; i < s.size();) {
+    constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+    for (std::size_t i = 0, n = 0; i < s.size(); i += n) {
         const auto c = static_cast<unsigned char>(s[i]);
-        if (c < 0x80) {
-            if ((c < 0x20 || c == 0x7F) && allowed.find(static_cast<char>(c)) == std::string_view::npos) {
-                return false;
-            }
-            ++i;
-            continue;
-        }
-        std::size_t n = 0;
-        std::uint32_t cp = 0;
-        if ((c & 0xE0) == 0xC0) {
-            n = 2;
-            cp = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            n = 3;
-            cp = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            n = 4;
-            cp = c & 0x07;
-        } else {
+        n = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : (c & 0xF8) == 0xF0 ? 4 : 0;
+        if (n == 0 || i + n > s.size()) {
             return false;
         }
-        if (i + n > s.size()) {
-            return false;
-        }
+        std::uint32_t cp = n == 1 ? c : c & (0x7Fu >> n);
         for (std::size_t k = 1; k < n; ++k) {
             const auto cc = static_cast<unsigned char>(s[i + k]);
             if ((cc & 0xC0) != 0x80) {
@@ -67,11 +49,11 @@ bool cleanUtf8(std::string_view s, std::string_view allowed) {
             }
             cp = cp << 6 | (cc & 0x3F);
         }
-        const std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-        if (cp < least[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF) || (cp >= 0x80 && cp < 0xA0)) {
-            return false;  // overlong, out of range, a surrogate or a C1 control
+        const bool control = cp < 0x20 || (cp >= 0x7F && cp < 0xA0);
+        if ((control && (n > 1 || allowed.find(static_cast<char>(c)) == std::string_view::npos)) ||
+            cp < least[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+            return false;  // a control, overlong, out of range or a surrogate
         }
-        i += n;
     }
     return true;
 }

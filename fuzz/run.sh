@@ -1,14 +1,9 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets (fuzz preset, build/fuzz) and runs each for SECONDS seconds from its
-# committed seed corpus. Exits non-zero on the first target that finds something (the input that
-# broke it is kept in build/fuzz/findings/), and after the runs if a target found no input beyond
-# its seeds: a target that only replays its seeds explores nothing.
-#
+# committed seeds alone (the inputs it finds stay in build/fuzz/corpus/<target> until the next run).
+# Fails on the first finding (input kept in build/fuzz/findings/), and if a target found no input
+# beyond its seeds: one that only replays its seeds explores nothing. FUZZ_ARGS adds libFuzzer options.
 #   fuzz/run.sh SECONDS [TARGET...]      TARGET: text, merge, decoder, capture, render (default: all)
-#
-# Each run starts from the seeds alone, so that every run can find new inputs and the count of
-# them says whether the target explores; the inputs a run finds stay in build/fuzz/corpus/<target>
-# until the next run (not in the committed seeds). FUZZ_ARGS adds libFuzzer options.
 set -euo pipefail
 
 if (($# < 1)) || ! [[ $1 =~ ^[0-9]+$ ]] || (($1 < 1)); then
@@ -41,10 +36,9 @@ for t in "${targets[@]}"; do
     seeds=$(find "$seedDir" -type f | wc -l)
     echo "== igpcommon_fuzz_$t: ${seconds}s from $seeds seeds"
     case $t in
-        # A merge program needs room for many steps from the start. Its inputs reach many features
-        # that each recur rarely, and libFuzzer scans its list of rare features once per feature
-        # an input reaches: with the default threshold (255 occurrences) that list grows long and
-        # the scan took most of the time; a lower threshold keeps it short.
+        # A merge program needs room for many steps. Its inputs reach many rarely recurring features,
+        # and libFuzzer scans its list of rare ones per feature reached: with the default threshold
+        # (255) that list grew long and the scan took most of the time.
         merge) sizing=(-max_len=2048 -len_control=0 -entropic_feature_frequency_threshold=32) ;;
         # A decoder input holds a few PDUs.
         decoder | render) sizing=(-max_len=16384) ;;

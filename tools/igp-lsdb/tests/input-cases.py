@@ -1,10 +1,7 @@
 #!/usr/bin/env python3
-"""Input cases of igp-lsdb that need a capture made on the spot, standard input or an output that fails.
-
-    input-cases.py TOOL SCRATCH_DIR CASE      (run from the repository root)
-
-Each case runs the tool and compares it with the tool's own output for an equivalent whole capture,
-so that nothing read before a cut, through a pipe or through gzip may be lost or added.
+"""igp-lsdb on captures made on the spot, standard input, or an output that fails: each case compares
+the tool with its own output for an equivalent whole capture, so that nothing read before a cut,
+through a pipe or through gzip is lost or added.   input-cases.py TOOL SCRATCH_DIR CASE  (from the root)
 """
 import gzip
 import os
@@ -129,10 +126,8 @@ def failed_writes(tool, scratch):
 
 def max_rss_kib(tool, args, scratch):
     with open(os.path.join(scratch, "out"), "wb") as out, open(os.path.join(scratch, "err"), "wb") as err:
-        p = subprocess.Popen([tool] + args, stdout=out, stderr=err)
-        _, status, usage = os.wait4(p.pid, 0)
-    p.returncode = os.waitstatus_to_exitcode(status)
-    return p.returncode, usage.ru_maxrss
+        _, status, usage = os.wait4(subprocess.Popen([tool] + args, stdout=out, stderr=err).pid, 0)
+    return os.waitstatus_to_exitcode(status), usage.ru_maxrss
 
 
 def malformed_flood(tool, scratch):
