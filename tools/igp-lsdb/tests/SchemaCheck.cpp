@@ -31,8 +31,12 @@ public:
 private:
     static bool typeIs(const std::string& type, const Json& v) {
         static const std::map<std::string, bool (Json::*)() const noexcept> is = {
-            {"integer", &Json::is_number_integer}, {"number", &Json::is_number}, {"string", &Json::is_string},
-            {"boolean", &Json::is_boolean},        {"null", &Json::is_null},     {"object", &Json::is_object},
+            {"integer", &Json::is_number_integer},
+            {"number", &Json::is_number},
+            {"string", &Json::is_string},
+            {"boolean", &Json::is_boolean},
+            {"null", &Json::is_null},
+            {"object", &Json::is_object},
             {"array", &Json::is_array}};
         return (v.*is.at(type))();
     }
