@@ -1,16 +1,12 @@
 // The lab's six routers against the routes computed from the capture of the
-// lab: for every router and level, the database the capture leaves behind,
-// rooted at that router, must give the routing tables the router listed with
-// `show isis route prefix-sid` (data/rN.routes.txt): the same prefixes,
-// metrics, next hops, SIDs and label operations; and its shortest-path tree
-// the routers that router listed with `show isis topology` (the same files).
-//
-// What the listings hold that LSPs do not is left out: interface names, and
-// the IPv6 next hops, which are link-local addresses; the lab's interface
-// MACs end in the router's number and the peer's, so fe80::ff:fe00:305 is r3
-// and the test compares routers. Where a route has several next hops these
-// routers print the first one's label operation on every line, so only the
-// incoming label is compared there.
+// lab: each router's database at the end of the capture, rooted at it, must
+// give the tables it listed with `show isis route prefix-sid` (prefixes,
+// metrics, next hops, SIDs, label operations) and the tree it listed with
+// `show isis topology` (data/rN.routes.txt). IPv6 next hops are link-local
+// addresses whose MACs end in the router's number and the peer's, so the test
+// compares routers there; where a route has several next hops these routers
+// print the first one's label operation on every line, so only the incoming
+// label is compared.
 
 #include <gtest/gtest.h>
 
@@ -113,8 +109,6 @@ std::string text(const Lumo::IpGenPrefix& p) {
     return p.stringValue().c_str();
 }
 
-// The router behind a next hop as printed: an IPv4 address as it is, a
-// link-local address by the router number its MAC carries.
 // "rN", built by appending: g++ 12 at -O3 warns (restrict) on "literal" + std::string.
 std::string routerName(unsigned long n) {
     std::string name = "r";
@@ -122,20 +116,18 @@ std::string routerName(unsigned long n) {
     return name;
 }
 
+// The router behind a next hop as printed: an IPv4 address as it is, a
+// link-local address by the router number its MAC carries.
 std::string nextHopText(const std::string& printed, IR::Family family) {
-    if (family == IR::Family::ipv4) {
-        return printed;
-    }
-    const auto colon = printed.rfind(':');
-    const unsigned mac = static_cast<unsigned>(std::stoul(printed.substr(colon + 1), nullptr, 16));
-    return routerName(mac >> 8);
+    return family == IR::Family::ipv4
+               ? printed
+               : routerName(std::stoul(printed.substr(printed.rfind(':') + 1), nullptr, 16) >> 8);
 }
 
 std::string nextHopText(const IR::NextHop& nh, IR::Family family) {
-    if (family == IR::Family::ipv4) {
-        return nh.address ? nh.address->stringValue().c_str() : "?";
-    }
-    return routerName(nh.systemId.byte(IC::IgpNodeIdIndex(5)));
+    return family == IR::Family::ipv6 ? routerName(nh.systemId.byte(IC::IgpNodeIdIndex(5)))
+           : nh.address               ? nh.address->stringValue().c_str()
+                                      : "?";
 }
 
 std::string labelText(std::uint32_t label, IR::Family family) {
