@@ -179,7 +179,7 @@ TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
     for (const auto& c : cases) {
         const auto r = decodeLsp(readPdus(c.file).at(c.frame - 1));  // every frame of these is an LSP
         ASSERT_TRUE(r.ok()) << r.error().message();
-        expectSameLines(c.lines, contentLines(*r.lsp().content), cat(c.file, " frame ", c.frame));
+        expectSameLines(c.lines, linesOf(*r.lsp().content), cat(c.file, " frame ", c.frame));
     }
 }
 

@@ -25,8 +25,6 @@ std::uint32_t floatBits(float f) {
     std::memcpy(&u, &f, 4);
     return u;
 }
-const Enc a6{0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
-const Enc b6{0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2};
 
 TEST(DecoderHeader, FieldsOfTheHeader) {
     const LspFields f{.level = 1, .sys = 7, .fragment = 3, .seq = 0x01020304, .lifetime = 600, .flags = 0x0f};
@@ -65,30 +63,12 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
             .tlv(33, Enc().u32(0xFF0005DC));  // A bit, reserved bits ignored, 1500 us
     const Enc sid0 =
         Enc().tlv(3, Enc{0x40, 0}.u32(1)).tlv(3, Enc{0x40, 128}.u32(1001)).tlv(6, Enc{128}.u32(55));
-    const Enc fad128 = Enc{128, 1, 0, 200}
-                           .tlv(1, Enc().u32(0x1))
-                           .tlv(2, Enc().u32(0x2).u32(0x4))
-                           .tlv(3, Enc().u32(0x8))
-                           .tlv(4, Enc{0x80})
-                           .tlv(5, Enc().u32(100).u32(200));
-    const Enc srgb = Enc{0xc0}.u24(8000).tlv(1, Enc().u24(16000)).u24(100).tlv(1, Enc().u24(30000));
     const struct {
         const char* what;
         LspFields header;
         Enc tlvs;
         Lines lines;
     } cases[] = {
-        {"node",
-         {.flags = 0x0f},  // ATT default metric, OL, IS type 3
-         Enc()
-             .tlv(137, Enc{'r', '7'})
-             .tlv(1, Enc{3, 0x49, 0x00, 0x01, 2, 0x49, 0x02})
-             .tlv(134, Enc{10, 0, 0, 1})
-             .tlv(140, a6)
-             .tlv(229, Enc().u16(0x4000).u16(0x8002).u16(3))
-             .tlv(99, Enc{1, 2, 3}),  // unknown: skipped
-         {"flags ol=1 att=1", "host r7", "area 49.0001", "area 49.02", "te-id 10.0.0.1", "te-id6 2001:db8::1",
-          "mt 0", "mt 2", "mt 3"}},
         {"links",
          {},
          Enc()
@@ -101,64 +81,30 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
           "maxReserveLinkBw=1e+09 r4=10.1.0.2 teDefMetric=77 "
           "unreservedBw=0:0,1:100,2:200,3:300,4:400,5:500,6:600,7:700",
           "nbr 1921.6800.1003.05 mt2 igpMetric=16777214"}},
-        {"IPv6 links, narrow links and SRLGs",
-         {},
-         Enc()
-             .tlv(22, Enc().isEntry(2, 20, Enc().tlv(12, a6).tlv(13, b6)))
-             .tlv(2, Enc{0}.raw({0x0a, 0x80, 0x80, 0x80}).raw(nbrId(4)))  // narrow, metric 10
-             .tlv(138, Enc().raw(nbrId(2)).u8(1).raw({10, 1, 0, 1, 10, 1, 0, 2}).u32(100).u32(200))
-             .tlv(139, Enc().raw(nbrId(2)).u8(1).raw(a6).raw(b6).u32(400))
-             .tlv(139, Enc().raw(nbrId(2)).u8(0).raw(b6).u32(500)),
-         {"flags ol=0 att=0", "nbr 1921.6800.1002.00 mt0 igpMetric=20 l6=2001:db8::1 r6=2001:db8::2",
-          "nbr 1921.6800.1004.00 mt0 igpMetric=10", "srlg 10.1.0.1 100,200", "srlg 2001:db8::1 400",
-          "srlg 2001:db8::2 500"}},
-        {"prefixes",
-         {},
-         Enc()
-             .tlv(135, Enc()
-                           .u32(10)
-                           .u8(0x40 | 32)
-                           .raw({192, 0, 2, 1})
-                           .u8(static_cast<unsigned>(sid0.size()))
-                           .raw(sid0))
-             .tlv(135, Enc().u32(20).u8(0x80 | 8).raw({10}))
-             .tlv(135, Enc().u32(30).u8(0x40 | 24).raw({198, 51, 100, 7}).tlv(3, Enc{0x0c, 0}.u24(16999)))
-             .tlv(237, Enc().u16(2).u32(5).u8(0x80).u8(44).raw({0x20, 0x01, 0x0d, 0xb8, 0x12, 0x30}))
-             .tlv(128, Enc{0x8a, 0x80, 0x80, 0x80, 172, 16, 1, 9, 255, 255, 255, 0})  // host bits cleared
-             .tlv(235, Enc().u16(3).u32(1).u8(0)),
-         {"flags ol=0 att=0", "pfx 192.0.2.1/32 mt0 m10 sid=1/0x40 fa128=55", "pfx 10.0.0.0/8 mt0 m20 down",
-          "pfx 198.51.100.0/24 mt0 m30 sid=16999/0x0c", "pfx 2001:db8:1230::/44 mt2 m5 down",
-          "pfx 172.16.1.0/24 mt0 m10 down", "pfx 0.0.0.0/0 mt3 m1"}},
-        {"bindings",
+        {"narrow prefix, binding of an index",
          {.fragment = 2},
          Enc()
-             .tlv(149, Enc{0x00, 0}.u16(10).u8(24).raw({10, 9, 8}).tlv(3, Enc{0, 0}.u32(101)))
-             .tlv(149, Enc{0x48, 0}.u16(1).u8(32).raw({10, 0, 0, 9}).tlv(1, Enc().u24(90000)))
+             .tlv(128, Enc{0x8a, 0x80, 0x80, 0x80, 172, 16, 1, 9, 255, 255, 255, 0})  // host bits cleared
              .tlv(150, Enc().u16(2).raw(Enc{0x80, 0}
                                             .u16(4)
                                             .u8(64)
                                             .raw({0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0})
                                             .tlv(1, Enc().u32(300)))),
-         {"flags ol=0 att=0", "pfx 10.9.8.0/24 mt0 unreachable bind=-/r10/f2/psid=101/0x00",
-          "pfx 10.0.0.9/32 mt0 unreachable bind=MA/r1/f2/label=90000",
+         {"flags ol=0 att=0", "pfx 172.16.1.0/24 mt0 m10 down",
           "pfx 2001:db8::/64 mt2 unreachable bind=F/r4/f2/index=300"}},
         {"capabilities",
          {.fragment = 1},
          Enc().tlv(242, Enc{10, 0, 0, 1, 0x00}
-                            .tlv(2, srgb)
-                            .tlv(19, Enc{0, 1})
+                            .tlv(2, Enc{0xc0}.u24(8000).tlv(1, Enc().u24(16000)))
                             .tlv(22, Enc{0x00}.u24(1000).tlv(1, Enc().u24(15000)))
-                            .tlv(23, Enc{1, 10, 2, 8})
-                            .tlv(26, fad128)
-                            .tlv(26, Enc{129, 2, 0, 100})),
-         {"flags ol=0 att=0", "srgb I1 V1 16000/8000 30000/100", "srlb 15000/1000", "msd 1:10", "msd 2:8",
-          "fad 128 m1 c0 p200 ex=[1] any=[2, 4] all=[8] srlg=[100, 200]",
-          "fad 129 m2 c0 p100 ex=[] any=[] all=[] srlg=[]"}},
+                            .tlv(26, Enc{128, 1, 0, 200})),
+         {"flags ol=0 att=0", "srgb I1 V1 16000/8000", "srlb 15000/1000",
+          "fad 128 m1 c0 p200 ex=[] any=[] all=[] srlg=[]"}},
     };
     for (const auto& c : cases) {
         const auto r = decodeLsp(buildLsp(c.header, c.tlvs));
         ASSERT_TRUE(r.ok()) << c.what << ": " << r.error().message();
-        expectSameLines(c.lines, contentLines(*r.lsp().content), c.what);
+        expectSameLines(c.lines, linesOf(*r.lsp().content), c.what);
         if (c.header.fragment == 1) {  // what the keeper needs to unite fragments
             const auto& content = *r.lsp().content;
             EXPECT_EQ(content.parsedSrCapFragId(), 1);
@@ -193,7 +139,7 @@ TEST(DecoderContent, UnnumberedLinksParallelAndTheirSrlgs) {
     expectSameLines({"flags ol=0 att=0", "nbr 1921.6800.1002.00 mt0 igpMetric=10 srlgValues=300",
                      "nbr 1921.6800.1003.00 mt0 igpMetric=5", "nbr 1921.6800.1006.00 mt0 igpMetric=10",
                      "nbr 1921.6800.1005.00 mt0 igpMetric=7 l4=10.1.0.1 r4=10.1.0.2 srlgValues=44"},
-                    entryLines(*k.database()->lsp(d.lsp().header.nodeId())), "the entry");
+                    linesOf(*k.database()->lsp(d.lsp().header.nodeId())), "the entry");
 }
 
 // ---- malformed LSPs ----
@@ -205,6 +151,10 @@ Bytes broken(const Enc& tlvs, void (*edit)(Bytes&)) {
     edit(pdu);
     fillLspChecksum(pdu);
     return pdu;
+}
+
+Bytes one(unsigned type, const Enc& value) {
+    return buildLsp(Enc().tlv(type, value));
 }
 
 TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
@@ -234,53 +184,44 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"TLV overrun", broken(Enc().tlv(137, Enc{'a', 'b'}), [](Bytes& p) { p[28] = 3; }),
          Reason::tlvOverrun, 137, 27},
         {"lone type octet", buildLsp(Enc().tlv(137, Enc{'a'}).u8(1)), Reason::tlvOverrun, 1, 30},
-        {"sub-TLV block overrun", buildLsp(Enc().tlv(22, Enc(nbr).u8(4).tlv(3, Enc{1}))),
-         Reason::subTlvOverrun, 22, 39},
-        {"sub-TLV overrun", buildLsp(Enc().tlv(22, Enc(nbr).u8(4).raw({3, 4, 0, 0}))), Reason::subTlvOverrun,
-         22, 40},
-        {"IS entry short", buildLsp(Enc().tlv(22, Enc().raw(nbrId(2)).u16(1))), Reason::truncatedEntry, 22,
+        {"sub-TLV block overrun", one(22, Enc(nbr).u8(4).tlv(3, Enc{1})), Reason::subTlvOverrun, 22, 39},
+        {"sub-TLV overrun", one(22, Enc(nbr).u8(4).raw({3, 4, 0, 0})), Reason::subTlvOverrun, 22, 40},
+        {"IS entry short", one(22, Enc().raw(nbrId(2)).u16(1)), Reason::truncatedEntry, 22, 29},
+        {"admin group 3 octets", one(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1})), Reason::badLength, 22, 40},
+        {"empty host name", one(137, Enc()), Reason::badLength, 137, 27},
+        {"zero area length", one(1, Enc{0}), Reason::badLength, 1, 29},
+        {"area overruns TLV", one(1, Enc{3, 0x49, 0}), Reason::truncatedEntry, 1, 29},
+        {"TE router id 5", one(134, Enc{1, 2, 3, 4, 5}), Reason::badLength, 134, 27},
+        {"MT odd", one(229, Enc{0, 2, 0}), Reason::badLength, 229, 27},
+        {"narrow IS count", one(2, Enc{0}.raw(nbrId(2))), Reason::badLength, 2, 27},
+        {"narrow IP count", one(128, Enc{10, 0, 0, 0, 10, 0, 0, 0}), Reason::badLength, 128, 27},
+        {"prefix length 33", one(135, Enc().u32(1).u8(33).raw({1, 2, 3, 4, 5})), Reason::badPrefixLength, 135,
          29},
-        {"admin group 3 octets", buildLsp(Enc().tlv(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1}))),
-         Reason::badLength, 22, 40},
-        {"empty host name", buildLsp(Enc().tlv(137, Enc())), Reason::badLength, 137, 27},
-        {"zero area length", buildLsp(Enc().tlv(1, Enc{0})), Reason::badLength, 1, 29},
-        {"area overruns TLV", buildLsp(Enc().tlv(1, Enc{3, 0x49, 0})), Reason::truncatedEntry, 1, 29},
-        {"TE router id 5", buildLsp(Enc().tlv(134, Enc{1, 2, 3, 4, 5})), Reason::badLength, 134, 27},
-        {"MT odd", buildLsp(Enc().tlv(229, Enc{0, 2, 0})), Reason::badLength, 229, 27},
-        {"narrow IS count", buildLsp(Enc().tlv(2, Enc{0}.raw(nbrId(2)))), Reason::badLength, 2, 27},
-        {"narrow IP count", buildLsp(Enc().tlv(128, Enc{10, 0, 0, 0, 10, 0, 0, 0})), Reason::badLength, 128,
-         27},
-        {"prefix length 33", buildLsp(Enc().tlv(135, Enc().u32(1).u8(33).raw({1, 2, 3, 4, 5}))),
-         Reason::badPrefixLength, 135, 29},
-        {"v6 prefix length 129", buildLsp(Enc().tlv(236, Enc().u32(1).u8(0).u8(129))),
-         Reason::badPrefixLength, 236, 29},
-        {"prefix octets missing", buildLsp(Enc().tlv(135, Enc().u32(1).u8(24).raw({10, 1}))),
-         Reason::truncatedEntry, 135, 29},
-        {"S bit without length", buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).raw({10}))),
-         Reason::truncatedEntry, 135, 29},
+        {"v6 prefix length 129", one(236, Enc().u32(1).u8(0).u8(129)), Reason::badPrefixLength, 236, 29},
+        {"prefix octets missing", one(135, Enc().u32(1).u8(24).raw({10, 1})), Reason::truncatedEntry, 135,
+         29},
+        {"S bit without length", one(135, Enc().u32(1).u8(0x40 | 8).raw({10})), Reason::truncatedEntry, 135,
+         29},
         {"prefix SID V without L",
-         buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x08, 0}.u24(5)))),
-         Reason::badSidLength, 135, 36},
+         one(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x08, 0}.u24(5))), Reason::badSidLength,
+         135, 36},
         {"prefix SID index in 3",
-         buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x00, 0}.u24(5)))),
-         Reason::badSidLength, 135, 36},
-        {"adj SID label in 4", buildLsp(Enc().tlv(22, Enc(nbr).u8(8).tlv(31, Enc{0x30, 0}.u32(5)))),
-         Reason::badSidLength, 22, 40},
-        {"binding label 2 octets", buildLsp(Enc().tlv(149, Enc{0, 0}.u16(1).u8(8).u8(10).tlv(1, Enc{1, 2}))),
+         one(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x00, 0}.u24(5))), Reason::badSidLength,
+         135, 36},
+        {"adj SID label in 4", one(22, Enc(nbr).u8(8).tlv(31, Enc{0x30, 0}.u32(5))), Reason::badSidLength, 22,
+         40},
+        {"binding label 2 octets", one(149, Enc{0, 0}.u16(1).u8(8).u8(10).tlv(1, Enc{1, 2})),
          Reason::badSidLength, 149, 35},
-        {"SRGB index start", buildLsp(Enc().tlv(242, Enc(cap).tlv(2, Enc{0}.u24(10).tlv(1, Enc().u32(5))))),
+        {"SRGB index start", one(242, Enc(cap).tlv(2, Enc{0}.u24(10).tlv(1, Enc().u32(5)))),
          Reason::badSidLength, 242, 40},
-        {"SRGB without range", buildLsp(Enc().tlv(242, Enc(cap).tlv(2, Enc{0x80}))), Reason::badLength, 242,
-         34},
-        {"MSD odd", buildLsp(Enc().tlv(242, Enc(cap).tlv(23, Enc{1}))), Reason::badLength, 242, 34},
-        {"FAD admin group 2", buildLsp(Enc().tlv(242, Enc(cap).tlv(26, Enc{128, 0, 0, 1}.tlv(1, Enc{0, 1})))),
+        {"SRGB without range", one(242, Enc(cap).tlv(2, Enc{0x80})), Reason::badLength, 242, 34},
+        {"MSD odd", one(242, Enc(cap).tlv(23, Enc{1})), Reason::badLength, 242, 34},
+        {"FAD admin group 2", one(242, Enc(cap).tlv(26, Enc{128, 0, 0, 1}.tlv(1, Enc{0, 1}))),
          Reason::badLength, 242, 40},
-        {"SRLG count", buildLsp(Enc().tlv(138, Enc().raw(nbrId(2)).u8(1).u32(1).u32(2).u16(7))),
-         Reason::badLength, 138, 27},
-        {"v6 SRLG NA short", buildLsp(Enc().tlv(139, Enc().raw(nbrId(2)).u8(1).raw(Bytes(16, 1)))),
-         Reason::badLength, 139, 27},
-        {"flex metric 4",
-         buildLsp(Enc().tlv(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(6).tlv(6, Enc{128, 0, 0, 1}))),
+        {"SRLG count", one(138, Enc().raw(nbrId(2)).u8(1).u32(1).u32(2).u16(7)), Reason::badLength, 138, 27},
+        {"v6 SRLG NA short", one(139, Enc().raw(nbrId(2)).u8(1).raw(Bytes(16, 1))), Reason::badLength, 139,
+         27},
+        {"flex metric 4", one(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(6).tlv(6, Enc{128, 0, 0, 1})),
          Reason::badLength, 135, 36},
     };
     for (const auto& c : cases) {

@@ -184,7 +184,7 @@ TEST(LabDatabase, KeepersHoldWhatEveryRouterListed) {
         }
         for (const auto& e : db.lsp()) {
             const std::string id = nodeIdText(e->nodeId());
-            held[level][hosts[id.substr(0, 14)] + id.substr(14)] = entryLines(*e);
+            held[level][hosts[id.substr(0, 14)] + id.substr(14)] = linesOf(*e);
         }
         keepers[level].forEachFragment([&](const LspKeeper::HeldFragment& f) {
             const std::string id = f.header.lspIdText();

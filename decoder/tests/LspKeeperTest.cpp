@@ -34,9 +34,9 @@ std::string dumpOf(const IC::IgpLspDatabase& db) {
     return ctx->text();
 }
 
-Lines linesOf(const LspKeeper& k) {
+Lines heldLines(const LspKeeper& k) {
     const auto e = k.database()->lsp(node1);
-    return e ? entryLines(*e) : Lines{};
+    return e ? linesOf(*e) : Lines{};
 }
 
 Enc prefix(std::uint8_t third, std::uint32_t metric) {
@@ -55,7 +55,7 @@ TEST(LspKeeper, NewerCopiesReplaceAndPurgesRemoveAndBlockOlderOnes) {
     // Seq 6 drops 10.0.2.0/24 and changes a metric; a purge of the same number removes fragment 1.
     EXPECT_EQ(k.receive(lsp(0, 6, prefix(1, 7))), Outcome::installed);
     EXPECT_EQ(k.receive(lsp(1, 3, Enc(), 0)), Outcome::purged);
-    EXPECT_EQ(linesOf(k), (Lines{"flags ol=0 att=0", "pfx 10.0.1.0/24 mt0 m7"}));
+    EXPECT_EQ(heldLines(k), (Lines{"flags ol=0 att=0", "pfx 10.0.1.0/24 mt0 m7"}));
     EXPECT_EQ(k.fragmentCount(), 1u);
 
     EXPECT_EQ(k.receive(lsp(0, 7, Enc(), 0)), Outcome::purged);
@@ -105,9 +105,9 @@ TEST(LspKeeper, KeyInTwoFragmentsKeepsWhatEachSaid) {
         k.receive(lsp(0, 1, c.first));
         alone.receive(lsp(0, 1, c.first));
         k.receive(lsp(1, 1, c.second));
-        expectSameLines({"flags ol=0 att=0", c.line}, linesOf(k), c.what);
+        expectSameLines({"flags ol=0 att=0", c.line}, heldLines(k), c.what);
         k.receive(lsp(1, 2, Enc(), 0));
-        expectSameLines(linesOf(alone), linesOf(k), cat(c.what, ", the second purged"));
+        expectSameLines(heldLines(alone), heldLines(k), cat(c.what, ", the second purged"));
     }
 }
 
@@ -136,7 +136,7 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(k.receivePdu(pdu(0, 4, tlvs, 1199, 0x07)), Outcome::installed);
     EXPECT_TRUE(entry->node()->flags().overloadBit());
     EXPECT_EQ(k.receivePdu(pdu(0, 5, changed, 1199, 0x07)), Outcome::installed);
-    const Lines now = linesOf(k);
+    const Lines now = heldLines(k);
     EXPECT_TRUE(now.count("pfx 10.0.1.0/24 mt0 m9"));
 
     // A copy that would be a refresh but for a corrupted checksum, sequence
@@ -149,7 +149,7 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
         EXPECT_NE(why.message(), "") << at;
     }
     EXPECT_EQ(k.receivePdu(Bytes(20, 0x83)), Outcome::rejected);
-    EXPECT_EQ(linesOf(k), now);
+    EXPECT_EQ(heldLines(k), now);
 
     // A purge is never a refresh; after it, the same octets install again.
     EXPECT_EQ(k.receivePdu(pdu(0, 7, Enc(), 0, 0x07)), Outcome::purged);

@@ -293,35 +293,36 @@ inline std::string prefixLine(const IC::Prefix& p) {
     return s;
 }
 
-/// Node, neighbor, prefix and SRLG lines of one decoded LSP.
-inline Lines contentLines(const IC::IsisLspParsedContent& c) {
+// A collection's member: a pointer, or a keyed member holding one.
+template <class Member>
+const auto& deref(const Member& m) {
+    if constexpr (requires { m.value; }) {
+        return *m.value;
+    } else {
+        return *m;
+    }
+}
+
+/// Node, neighbor and prefix lines of a decoded LSP or a database entry,
+/// and the SRLG records of a decoded LSP.
+template <class Content>
+Lines linesOf(const Content& c) {
     Lines out;
     addNodeLines(*c.node(), out);
     for (const auto& n : c.neighbor()) {
-        out.insert(neighborLine(*n));
+        out.insert(neighborLine(deref(n)));
     }
     for (const auto& p : c.prefix()) {
-        out.insert(prefixLine(*p));
+        out.insert(prefixLine(deref(p)));
     }
-    for (const auto& r : c.parsedSrLg()) {
-        std::vector<std::string> v;
-        for (const auto x : r->srlgValue()) {
-            v.push_back(std::to_string(x));
+    if constexpr (requires { c.parsedSrLg(); }) {
+        for (const auto& r : c.parsedSrLg()) {
+            std::vector<std::string> v;
+            for (const auto x : r->srlgValue()) {
+                v.push_back(std::to_string(x));
+            }
+            out.insert(cat("srlg ", r->localAddr(), " ", sortedJoin(v, ",")));
         }
-        out.insert(cat("srlg ", r->localAddr(), " ", sortedJoin(v, ",")));
-    }
-    return out;
-}
-
-/// Node, neighbor and prefix lines of a database entry.
-inline Lines entryLines(const IC::IgpLsp& e) {
-    Lines out;
-    addNodeLines(*e.node(), out);
-    for (const auto& n : e.neighbor()) {
-        out.insert(neighborLine(*n.value));
-    }
-    for (const auto& p : e.prefix()) {
-        out.insert(prefixLine(*p.value));
     }
     return out;
 }
