@@ -1,11 +1,11 @@
-// Small hand-built databases for what the lab does not show: links that fail
-// the two-way check or carry the largest metric, overloaded transit, the
-// up/down bit, overloaded attached routers, a SID in a second SRGB range,
-// LANs, and the incremental updates.
+// Hand-built databases for what the lab does not show: failed two-way checks,
+// the largest metric, overloaded transit and attached routers, the up/down
+// bit, a second SRGB range, LANs, and the incremental updates.
 
 #include <gtest/gtest.h>
 
 #include <string_view>
+#include <tuple>
 
 #include "IgpCommon/LspDatabase.h"
 #include "IgpCommon/SrCapabilities.h"
@@ -111,15 +111,11 @@ TEST(RouteTable, PathsUseTwoWayLinksBelowTheLargestMetricAndNoOverloadedTransit)
     IR::RouteTable t(d.db, rtr(1), IR::Family::ipv4);
     const IR::Route* r3 = t.route(loop(3));
     ASSERT_NE(r3, nullptr);
-    EXPECT_EQ(r3->metric, 25u);
-    EXPECT_EQ(hops(r3), (std::vector{rtr(2), rtr(4)}));
-    EXPECT_EQ(r3->originators, std::vector{rtr(3)});
+    EXPECT_EQ(std::tuple(r3->metric, hops(r3), r3->originators),
+              std::tuple(25u, std::vector{rtr(2), rtr(4)}, std::vector{rtr(3)}));
     EXPECT_EQ(hops(t.route(loop(2))), std::vector{rtr(2)});
-    EXPECT_EQ(t.route(loop(5)), nullptr);
-    EXPECT_EQ(t.route(loop(6)), nullptr);
-    EXPECT_EQ(t.route(loop(7)), nullptr);
-    ASSERT_NE(t.route(loop(8)), nullptr);
-    EXPECT_EQ(t.route(loop(8))->metric, 11u);
+    EXPECT_TRUE(!t.route(loop(5)) && !t.route(loop(6)) && !t.route(loop(7)));
+    EXPECT_EQ(t.route(loop(8)) ? t.route(loop(8))->metric : 0u, 11u);
 
     std::vector<IC::IgpNodeId> order;
     for (const auto& v : t.vertices()) {
@@ -150,14 +146,11 @@ TEST(RouteTable, LevelOnePrefersAreaRoutesToLeakedOnesAndDefaultsToTheNearestUsa
     IR::RouteTable t(d.db, rtr(1), IR::Family::ipv4);
     const IR::Route* leak = t.route(pfx("192.0.2.0/24"));
     ASSERT_NE(leak, nullptr);
-    EXPECT_EQ(leak->metric, 80u);
-    EXPECT_EQ(hops(leak), std::vector{rtr(3)});
+    EXPECT_EQ(std::tuple(leak->metric, hops(leak)), std::tuple(80u, std::vector{rtr(3)}));
     const IR::Route* def = t.route(pfx("0.0.0.0/0"));
     ASSERT_NE(def, nullptr);
-    EXPECT_TRUE(def->isDefault);
-    EXPECT_EQ(def->metric, 10u);
-    EXPECT_EQ(hops(def), std::vector{rtr(2)});
-    EXPECT_EQ(def->originators, std::vector{rtr(2)});
+    EXPECT_EQ(std::tuple(def->isDefault, def->metric, hops(def), def->originators),
+              std::tuple(true, 10u, std::vector{rtr(2)}, std::vector{rtr(2)}));
     // An attached root derives none: only 2's advertisement is left.
     d.flags(1, false, true);
     ASSERT_NE(t.route(pfx("0.0.0.0/0")), nullptr);
@@ -182,8 +175,7 @@ TEST(RouteTable, IndexBeyondTheFirstSrgbRangeTakesTheNextRange) {
     ASSERT_NE(r, nullptr);
     EXPECT_EQ(r->inLabel, 31000u);
     ASSERT_EQ(r->nextHops.size(), 1u);
-    EXPECT_EQ(r->nextHops[0].op, IR::LabelOp::swap);
-    EXPECT_EQ(r->nextHops[0].outLabel, 32000u);
+    EXPECT_EQ(std::tuple(r->nextHops[0].op, r->nextHops[0].outLabel), std::tuple(IR::LabelOp::swap, 32000u));
 }
 
 // After each change the table must hold what a table built afresh holds,
