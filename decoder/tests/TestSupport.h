@@ -1,35 +1,49 @@
-// Test-only helpers: an LSP builder that fills lengths and the checksum, and
-// a reader of classic libpcap files carrying IS-IS over 802.3/LLC.
+// Test-only helpers: an LSP builder that fills lengths and the checksum, the
+// captures of the data folder, and one
+// canonical line per node attribute, neighbor, prefix and SRLG record of the
+// model, so that what the decoder and the keeper produced can be compared as
+// sets of lines with what independent decoders printed. Lists inside a line
+// are sorted; a neighbor's attributes are written as their descriptions name
+// them, floats with "%g", value types as their fields joined by '/'.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#include "IgpCommon/IgpLsp.h"
+#include "IgpCommon/framework/AttrDesc.h"
 #include "IsisDecoder/Decoder.h"
+#include "IsisDecoder/Frame.h"
+#include "IsisDecoder/Pcap.h"
 
 namespace DecoderTest {
 
+namespace IC = Routing::IgpCommon;
 using Bytes = std::vector<std::uint8_t>;
+using Lines = std::set<std::string>;
 
-/// A file of the tests' data folder.
 inline std::string dataPath(const std::string& name) {
     return std::string(IGPDECODER_TESTDATA) + "/" + name;
 }
 
 inline std::string readText(const std::string& path) {
-    std::ifstream in(path);
+    std::ifstream in(path, std::ios::binary);
     if (!in) {
         throw std::runtime_error("cannot open " + path);
     }
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // Appends big-endian fields; chainable so a TLV reads like its layout.
@@ -48,14 +62,18 @@ public:
         b_.insert(b_.end(), v.begin(), v.end());
         return *this;
     }
-    Enc& raw(std::initializer_list<std::uint8_t> v) {
-        b_.insert(b_.end(), v.begin(), v.end());
-        return *this;
-    }
+    Enc& raw(std::initializer_list<std::uint8_t> v) { return raw(Bytes(v)); }
     Enc& raw(const Enc& v) { return raw(v.b_); }
     // A TLV or sub-TLV: type, length of `value`, value.
     Enc& tlv(unsigned type, const Enc& value) {
         return u8(type).u8(static_cast<unsigned>(value.size())).raw(value);
+    }
+    // An extended IS reachability entry to 1921.6800.10<sys>.00 with its sub-TLVs.
+    Enc& isEntry(std::uint8_t sys, std::uint32_t metric, const Enc& subs = {}) {
+        return raw({0x19, 0x21, 0x68, 0x00, 0x10, sys, 0})
+            .u24(metric)
+            .u8(static_cast<unsigned>(subs.size()))
+            .raw(subs);
     }
     std::size_t size() const { return b_.size(); }
     const Bytes& bytes() const { return b_; }
@@ -67,7 +85,6 @@ private:
 struct LspFields {
     unsigned level = 2;
     std::uint8_t sys = 0x01;  // last octet of the system ID 1921.6800.10xx
-    std::uint8_t pseudonode = 0;
     std::uint8_t fragment = 0;
     std::uint32_t seq = 1;
     std::uint16_t lifetime = 1199;
@@ -76,7 +93,7 @@ struct LspFields {
 
 inline Bytes buildLsp(const LspFields& f, const Enc& tlvs) {
     Enc e{0x83, 27, 1, 6, static_cast<std::uint8_t>(f.level == 1 ? 18 : 20), 1, 0, 0};
-    e.u16(0).u16(f.lifetime).raw({0x19, 0x21, 0x68, 0x00, 0x10, f.sys, f.pseudonode, f.fragment});
+    e.u16(0).u16(f.lifetime).raw({0x19, 0x21, 0x68, 0x00, 0x10, f.sys, 0, f.fragment});
     e.u32(f.seq).u16(0).u8(f.flags).raw(tlvs);
     Bytes pdu = e.bytes();
     pdu[8] = static_cast<std::uint8_t>(pdu.size() >> 8);
@@ -89,64 +106,240 @@ inline Bytes buildLsp(const Enc& tlvs) {
     return buildLsp(LspFields{}, tlvs);
 }
 
-struct Frame {
-    unsigned number;  // 1-based, as tshark counts
-    Bytes pdu;        // from the IS-IS discriminator, trimmed to the 802.3 length
-};
-
-// Classic libpcap, linktype 1; keeps the 802.3 + LLC 0xFEFE03 frames.
-inline std::vector<Frame> readPcap(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error("cannot open " + path);
-    }
-    const Bytes file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (file.size() < 24) {
-        throw std::runtime_error("short pcap " + path);
-    }
-    const std::uint32_t magicLe = file[0] | (file[1] << 8) | (file[2] << 16) | (std::uint32_t{file[3]} << 24);
-    bool le;
-    if (magicLe == 0xa1b2c3d4 || magicLe == 0xa1b23c4d) {
-        le = true;
-    } else if (magicLe == 0xd4c3b2a1 || magicLe == 0x4d3cb2a1) {
-        le = false;
-    } else {
-        throw std::runtime_error("not a classic pcap " + path);
-    }
-    auto rd32 = [&](std::size_t at) -> std::uint32_t {
-        const std::uint32_t a = file[at], b = file[at + 1], c = file[at + 2], d = file[at + 3];
-        return le ? (a | b << 8 | c << 16 | d << 24) : (d | c << 8 | b << 16 | a << 24);
-    };
-    if (rd32(20) != 1) {
-        throw std::runtime_error("linktype is not Ethernet in " + path);
-    }
-    std::vector<Frame> frames;
-    std::size_t at = 24;
-    unsigned number = 0;
-    while (at + 16 <= file.size()) {
-        const std::uint32_t caplen = rd32(at + 8);
-        at += 16;
-        if (at + caplen > file.size()) {
-            throw std::runtime_error("truncated record in " + path);
-        }
-        ++number;
-        const std::uint8_t* f = file.data() + at;
-        at += caplen;
-        if (caplen < 17) {
-            continue;
-        }
-        const unsigned typeLen = (f[12] << 8) | f[13];
-        if (typeLen > 1500 || f[14] != 0xFE || f[15] != 0xFE || f[16] != 0x03 || 14u + typeLen > caplen ||
-            typeLen < 3) {
-            continue;
-        }
-        frames.push_back(Frame{number, Bytes(f + 17, f + 14 + typeLen)});
-    }
-    return frames;
+/// The IS-IS PDUs of a capture in the data folder, in capture order.
+inline std::vector<Bytes> readPdus(const std::string& name) {
+    std::ifstream in(dataPath(name), std::ios::binary);
+    return Routing::IsisDecoder::readPcap(in);
 }
 
-inline bool isLspFrame(const Frame& f) {
-    return f.pdu.size() > 4 && f.pdu[0] == 0x83 && ((f.pdu[4] & 0x1F) == 18 || (f.pdu[4] & 0x1F) == 20);
+inline bool isLsp(const Bytes& pdu) {
+    return Routing::IsisDecoder::pduKind(pdu) == Routing::IsisDecoder::PduKind::lsp;
+}
+
+template <class... T>
+std::string cat(const T&... v) {
+    std::ostringstream os;
+    (os << ... << v);
+    return os.str();
+}
+
+inline std::string hex(unsigned v, int width = 2) {
+    char b[16];
+    std::snprintf(b, sizeof b, "0x%0*x", width, v);
+    return b;
+}
+
+/// "0000.0000.0003.02": the system identifier and the pseudonode number.
+inline std::string nodeIdText(const IC::IgpNodeId& id) {
+    char b[24];
+    auto at = [&](unsigned i) { return id.byte(IC::IgpNodeIdIndex(i)); };
+    std::snprintf(b, sizeof b, "%02x%02x.%02x%02x.%02x%02x.%02x", at(0), at(1), at(2), at(3), at(4), at(5),
+                  at(6));
+    return b;
+}
+
+/// The parts in sorted order, joined by `sep`.
+inline std::string sortedJoin(std::vector<std::string> parts, const char* sep) {
+    std::sort(parts.begin(), parts.end());
+    std::string s;
+    for (const auto& p : parts) {
+        s += (s.empty() ? "" : sep) + p;
+    }
+    return s;
+}
+
+/// `head` followed by the parts in sorted order.
+inline std::string joinSorted(const std::string& head, std::vector<std::string> parts) {
+    return parts.empty() ? head : head + " " + sortedJoin(std::move(parts), " ");
+}
+
+template <class T>
+std::string valueText(const T& v) {
+    if constexpr (std::is_floating_point_v<T>) {
+        char b[32];
+        std::snprintf(b, sizeof b, "%g", static_cast<double>(v));
+        return b;
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(v);
+    } else if constexpr (Kest::ValueForm<T>) {
+        std::vector<std::string> fields;
+        std::apply([&](const auto&... a) { (fields.push_back(valueText(a.get(v))), ...); }, T::kestAttrs());
+        std::string s = fields.front();
+        for (std::size_t i = 1; i < fields.size(); ++i) {
+            s += "/" + fields[i];
+        }
+        return s;
+    } else {
+        return Kest::strep(v).c_str();
+    }
+}
+
+inline std::string ranges(const IC::SrCapabilities& c) {
+    std::string s;
+    for (unsigned i = 0; i < c.numRanges() && i < 8; ++i) {
+        const auto& r = c.sidLabelRange(IC::SrSidRangeIndex(i));
+        s += cat(" ", r.startingSid().value(), "/", r.range());
+    }
+    return s;
+}
+
+inline void addNodeLines(const IC::Node& n, Lines& out) {
+    out.insert(cat("flags ol=", n.flags().overloadBit(), " att=", n.flags().attachedBit()));
+    if (!n.hostName().empty()) {
+        out.insert("host " + n.hostName());
+    }
+    if (const auto& areas = n.isisAreaIdCol()) {
+        for (auto it = areas->areaId().begin(); it != areas->areaId().end(); ++it) {
+            out.insert(cat("area ", it->first));
+        }
+    }
+    if (const auto& mts = n.mtIdCol()) {
+        for (const auto& mt : mts->mtIdValue()) {
+            out.insert(cat("mt ", mt.value()));
+        }
+    }
+    if (!n.ipv4RouterId().isZero()) {
+        out.insert(cat("te-id ", n.ipv4RouterId()));
+    }
+    if (!n.ipv6RouterId().isZero()) {
+        out.insert(cat("te-id6 ", n.ipv6RouterId()));
+    }
+    if (const auto& c = n.srCapabilities()) {
+        out.insert(cat("srgb I", c->srCapFlag().mplsIpv4(), " V", c->srCapFlag().mplsIpv6(), ranges(*c)));
+    }
+    if (const auto& c = n.srlb()) {
+        out.insert("srlb" + ranges(*c));
+    }
+    if (const auto& msds = n.msdCol()) {
+        for (std::uint32_t p = msds->lowerBound(); p < msds->upperBound(); ++p) {
+            out.insert(cat("msd ", unsigned{msds->msd(p).msdType()}, ":", unsigned{msds->msd(p).msdValue()}));
+        }
+    }
+    if (const auto& fads = n.fadCol()) {
+        for (auto it = fads->fad().begin(); it != fads->fad().end(); ++it) {
+            const auto& d = it->second;
+            out.insert(cat("fad ", unsigned{d.flexAlgo()}, " m", unsigned{d.metricType()}, " c",
+                           unsigned{d.calcType()}, " p", unsigned{d.priority()}, " ex=", d.excludeAny(),
+                           " any=", d.includeAny(), " all=", d.includeAll(), " srlg=", d.excludeSrlg()));
+        }
+    }
+}
+
+/// The key, then every attribute the neighbor carries: "name=value", members
+/// as "key:value" (a set's as themselves) joined by ','. The flags that say
+/// which attributes are carried are left out: carrying them says it.
+inline std::string neighborLine(const IC::Neighbor& n) {
+    const auto& k = n.key();
+    std::vector<std::string> parts;
+    const auto addresses = [&](const char* name, const auto& set) {
+        for (const auto& a : set) {
+            parts.push_back(cat(name, "=", a));
+        }
+    };
+    addresses("l4", k.localIpv4Addr());
+    addresses("r4", k.remoteIpv4Addr());
+    addresses("l6", k.localIpv6Addr());
+    addresses("r6", k.remoteIpv6Addr());
+    Kest::forEachAttr<IC::Neighbor>([&](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        if constexpr (Kest::ScalarDesc<D>) {
+            if constexpr (!D::isKey && !std::is_same_v<typename D::Value,
+                                                       std::remove_cvref_t<decltype(n.attrsPresent())>>) {
+                if (d.carried(n)) {
+                    parts.push_back(cat(d.name, "=", valueText(d.get(n))));
+                }
+            }
+        } else if constexpr (Kest::MembersDesc<D>) {
+            std::vector<std::string> members;
+            Kest::forEachMember(d, n, [&](const auto& key, const auto& v) {
+                if constexpr (D::kind == Kest::AttrKind::array) {
+                    members.push_back(cat(unsigned{key.value()}, ":", valueText(v)));
+                } else if constexpr (std::is_same_v<Kest::MemberKey<D>, Kest::MemberValue<D>>) {
+                    members.push_back(valueText(v));
+                } else {
+                    members.push_back(cat(valueText(key), ":", valueText(v)));
+                }
+            });
+            if (d.carried(n) && !members.empty()) {
+                parts.push_back(cat(d.name, "=", sortedJoin(members, ",")));
+            }
+        }
+    });
+    return joinSorted(cat("nbr ", nodeIdText(k.nodeId()), " mt", k.mtId().value()), std::move(parts));
+}
+
+inline std::string prefixLine(const IC::Prefix& p) {
+    std::string s = cat("pfx ", p.prefixKey().prefix(), " mt", p.prefixKey().mtId().value());
+    s += p.hasValidReachability() ? cat(" m", p.metric()) : std::string(" unreachable");
+    if (p.flags().isisDown()) {
+        s += " down";
+    }
+    if (p.prefixSid().isValid()) {
+        s += cat(" sid=", p.prefixSid().value(), "/", hex(p.prefixSid().flags()));
+    }
+    for (auto it = p.prefixMetric()->metric().begin(); it != p.prefixMetric()->metric().end(); ++it) {
+        s += cat(" fa", unsigned{it->first}, "=", it->second);
+    }
+    if (const auto& b = p.sidLabelBinding()) {
+        s += cat(" bind=", IC::SidLabelBinding::flagsToStrep(b->flags()), "/r", b->range(), "/f",
+                 unsigned{b->lspFragmentId()});
+        if (b->baseLabelSid().isValid()) {
+            s += cat(b->baseLabelSid().hasMplsLabel() ? "/label=" : "/index=", b->baseLabelSid().value());
+        }
+        if (b->basePrefixSid().isValid()) {
+            s += cat("/psid=", b->basePrefixSid().value(), "/", hex(b->basePrefixSid().flags()));
+        }
+    }
+    return s;
+}
+
+// A collection's member: a pointer, or a keyed member holding one.
+template <class Member>
+const auto& deref(const Member& m) {
+    if constexpr (requires { m.value; }) {
+        return *m.value;
+    } else {
+        return *m;
+    }
+}
+
+/// Node, neighbor and prefix lines of a decoded LSP or a database entry,
+/// and the SRLG records of a decoded LSP.
+template <class Content>
+Lines linesOf(const Content& c) {
+    Lines out;
+    addNodeLines(*c.node(), out);
+    for (const auto& n : c.neighbor()) {
+        out.insert(neighborLine(deref(n)));
+    }
+    for (const auto& p : c.prefix()) {
+        out.insert(prefixLine(deref(p)));
+    }
+    if constexpr (requires { c.parsedSrLg(); }) {
+        for (const auto& r : c.parsedSrLg()) {
+            std::vector<std::string> v;
+            for (const auto x : r->srlgValue()) {
+                v.push_back(std::to_string(x));
+            }
+            out.insert(cat("srlg ", r->localAddr(), " ", sortedJoin(v, ",")));
+        }
+    }
+    return out;
+}
+
+/// Fails with the lines each side has that the other lacks.
+inline void expectSameLines(const Lines& want, const Lines& got, const std::string& where) {
+    std::vector<std::string> missing, extra;
+    std::set_difference(want.begin(), want.end(), got.begin(), got.end(), std::back_inserter(missing));
+    std::set_difference(got.begin(), got.end(), want.begin(), want.end(), std::back_inserter(extra));
+    std::string text;
+    for (const auto& l : missing) {
+        text += "\n  expected only: " + l;
+    }
+    for (const auto& l : extra) {
+        text += "\n  decoded only:  " + l;
+    }
+    EXPECT_TRUE(text.empty()) << where << text;
 }
 
 }  // namespace DecoderTest

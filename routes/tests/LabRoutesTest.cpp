@@ -1,24 +1,18 @@
 // The lab's six routers against the routes computed from the capture of the
-// lab: for every router and level, the database the capture leaves behind,
-// rooted at that router, must give the routing tables the router listed with
-// `show isis route prefix-sid` (data/rN.routes.txt): the same prefixes,
-// metrics, next hops, SIDs and label operations; and its shortest-path tree
-// the routers that router listed with `show isis topology` (the same files).
-//
-// What the listings hold that LSPs do not is left out: interface names, and
-// the IPv6 next hops, which are link-local addresses; the lab's interface
-// MACs end in the router's number and the peer's, so fe80::ff:fe00:305 is r3
-// and the test compares routers. Where a route has several next hops these
-// routers print the first one's label operation on every line, so only the
-// incoming label is compared there.
+// lab: each router's database at the end of the capture, rooted at it, must
+// give the tables it listed with `show isis route prefix-sid` (prefixes,
+// metrics, next hops, SIDs, label operations) and the tree it listed with
+// `show isis topology` (data/rN.routes.txt). IPv6 next hops are link-local
+// addresses whose MACs end in the router's number and the peer's, so the test
+// compares routers there.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -109,12 +103,6 @@ protected:
     static inline std::map<unsigned, std::unique_ptr<ID::LspKeeper>> keepers_;
 };
 
-std::string text(const Lumo::IpGenPrefix& p) {
-    return p.stringValue().c_str();
-}
-
-// The router behind a next hop as printed: an IPv4 address as it is, a
-// link-local address by the router number its MAC carries.
 // "rN", built by appending: g++ 12 at -O3 warns (restrict) on "literal" + std::string.
 std::string routerName(unsigned long n) {
     std::string name = "r";
@@ -122,20 +110,18 @@ std::string routerName(unsigned long n) {
     return name;
 }
 
+// The router behind a next hop as printed: an IPv4 address as it is, a
+// link-local address by the router number its MAC carries.
 std::string nextHopText(const std::string& printed, IR::Family family) {
-    if (family == IR::Family::ipv4) {
-        return printed;
-    }
-    const auto colon = printed.rfind(':');
-    const unsigned mac = static_cast<unsigned>(std::stoul(printed.substr(colon + 1), nullptr, 16));
-    return routerName(mac >> 8);
+    return family == IR::Family::ipv4
+               ? printed
+               : routerName(std::stoul(printed.substr(printed.rfind(':') + 1), nullptr, 16) >> 8);
 }
 
 std::string nextHopText(const IR::NextHop& nh, IR::Family family) {
-    if (family == IR::Family::ipv4) {
-        return nh.address ? nh.address->stringValue().c_str() : "?";
-    }
-    return routerName(nh.systemId.byte(IC::IgpNodeIdIndex(5)));
+    return family == IR::Family::ipv6 ? routerName(nh.systemId.byte(IC::IgpNodeIdIndex(5)))
+           : nh.address               ? nh.address->stringValue().c_str()
+                                      : "?";
 }
 
 std::string labelText(std::uint32_t label, IR::Family family) {
@@ -143,69 +129,40 @@ std::string labelText(std::uint32_t label, IR::Family family) {
     return explicitNull ? "null" : std::to_string(label);
 }
 
-// The route in the listing's words: SID column and the first line's operation.
-Row rowOf(const IR::Route& r, IR::Family family) {
-    Row row;
-    row.metric = std::to_string(r.metric);
-    for (const auto& nh : r.nextHops) {
-        row.nextHops.push_back(nextHopText(nh, family));
+// A route in the listing's words: metric, next hops, SID column and the first
+// line's label operation, or only the incoming label when there are several
+// next hops (these routers print the first one's operation on every line).
+std::string routeText(const std::string& metric, std::vector<std::string> hops, const std::string& sid,
+                      const std::string& op) {
+    std::sort(hops.begin(), hops.end());
+    std::string s = metric + " [";
+    for (const auto& h : hops) {
+        s += " " + h;
     }
-    row.sid = r.sidIndex ? std::to_string(*r.sidIndex) : r.inLabel ? std::to_string(*r.inLabel) : "-";
-    row.op = "-";
+    const auto open = op.find('(');
+    const std::string in =
+        open == std::string::npos ? "-" : op.substr(open + 1, op.find_first_of(",)") - open - 1);
+    return s + " ] " + sid + " " + (hops.size() > 1 ? in : op);
+}
+
+std::string routeText(const IR::Route& r, IR::Family family) {
+    std::vector<std::string> hops;
+    for (const auto& nh : r.nextHops) {
+        hops.push_back(nextHopText(nh, family));
+    }
+    std::string op = "-";
     if (r.inLabel) {
         const std::string in = std::to_string(*r.inLabel);
         if (r.nextHops.empty() || r.nextHops.front().op == IR::LabelOp::pop) {
-            row.op = "Pop(" + in + ")";
+            op = "Pop(" + in + ")";
         } else if (r.nextHops.front().op == IR::LabelOp::swap) {
-            row.op = "Swap(" + in + ", " + labelText(r.nextHops.front().outLabel, family) + ")";
+            op = "Swap(" + in + ", " + labelText(r.nextHops.front().outLabel, family) + ")";
         }
     }
-    return row;
-}
-
-std::string incomingLabel(const std::string& op) {
-    const auto open = op.find('(');
-    return open == std::string::npos ? "-" : op.substr(open + 1, op.find_first_of(",)") - open - 1);
-}
-
-TEST_F(LabRoutes, EveryRouterComputesTheTablesItListed) {
-    for (unsigned n = 1; n <= 6; ++n) {
-        const std::string router = routerName(n);
-        const auto tables = readListing(dataPath(router + ".routes.txt"));
-        ASSERT_FALSE(tables.empty()) << router;
-        for (const Table& t : tables) {
-            SCOPED_TRACE(router + " L" + std::to_string(t.level) +
-                         (t.family == IR::Family::ipv4 ? " IPv4" : " IPv6"));
-            IR::RouteTable table(db(t.level), labRouter(n), t.family, IR::Options{true});
-            std::set<std::string> ours;
-            for (const auto& [prefix, route] : table.routes()) {
-                ours.insert(text(prefix));
-                const auto it = t.rows.find(text(prefix));
-                if (it == t.rows.end()) {
-                    ADD_FAILURE() << "not listed: " << text(prefix);
-                    continue;
-                }
-                const Row& listed = it->second;
-                const Row mine = rowOf(route, t.family);
-                EXPECT_EQ(listed.metric, mine.metric) << text(prefix);
-                std::multiset<std::string> hops;
-                for (const auto& h : listed.nextHops) {
-                    hops.insert(nextHopText(h, t.family));
-                }
-                EXPECT_EQ(hops, std::multiset<std::string>(mine.nextHops.begin(), mine.nextHops.end()))
-                    << text(prefix);
-                EXPECT_EQ(listed.sid, mine.sid) << text(prefix);
-                if (listed.nextHops.size() > 1) {
-                    EXPECT_EQ(incomingLabel(listed.op), incomingLabel(mine.op)) << text(prefix);
-                } else {
-                    EXPECT_EQ(listed.op, mine.op) << text(prefix);
-                }
-            }
-            for (const auto& [prefix, row] : t.rows) {
-                EXPECT_TRUE(ours.count(prefix)) << "listed but not computed: " << prefix;
-            }
-        }
-    }
+    const std::string sid = r.sidIndex  ? std::to_string(*r.sidIndex)
+                            : r.inLabel ? std::to_string(*r.inLabel)
+                                        : "-";
+    return routeText(std::to_string(r.metric), hops, sid, op);
 }
 
 // The routers of one `show isis topology` section: for each, the least
@@ -215,7 +172,15 @@ TEST_F(LabRoutes, EveryRouterComputesTheTablesItListed) {
 struct Reached {
     std::uint64_t distance = 0;
     std::set<std::string> hops;
+    bool operator==(const Reached&) const = default;
 };
+void PrintTo(const Reached& r, std::ostream* os) {
+    *os << r.distance << " [";
+    for (const auto& h : r.hops) {
+        *os << " " << h;
+    }
+    *os << " ]";
+}
 
 std::vector<std::map<std::string, Reached>> readTrees(const std::string& path) {
     std::ifstream in(path);
@@ -250,33 +215,44 @@ std::vector<std::map<std::string, Reached>> readTrees(const std::string& path) {
     return trees;
 }
 
-TEST_F(LabRoutes, EveryRouterComputesTheTreeItListed) {
+TEST_F(LabRoutes, EveryRouterComputesTheTablesAndTreesItListed) {
     for (unsigned n = 1; n <= 6; ++n) {
         const std::string router = routerName(n);
         const auto tables = readListing(dataPath(router + ".routes.txt"));
         const auto trees = readTrees(dataPath(router + ".routes.txt"));
         // One tree per routing table, in the same order: IPv4 then IPv6 of each level.
+        ASSERT_FALSE(tables.empty()) << router;
         ASSERT_EQ(trees.size(), tables.size()) << router;
         for (std::size_t i = 0; i < trees.size(); ++i) {
-            SCOPED_TRACE(router + " tree " + std::to_string(i));
-            IR::RouteTable table(db(tables[i].level), labRouter(n), tables[i].family);
-            std::map<std::string, Reached> ours;
+            const Table& t = tables[i];
+            SCOPED_TRACE(router + " L" + std::to_string(t.level) +
+                         (t.family == IR::Family::ipv4 ? " IPv4" : " IPv6"));
+            IR::RouteTable table(db(t.level), labRouter(n), t.family, IR::Options{true});
+            std::map<std::string, std::string> listed, ours;
+            for (const auto& [prefix, row] : t.rows) {
+                std::vector<std::string> hops;
+                for (const auto& h : row.nextHops) {
+                    hops.push_back(nextHopText(h, t.family));
+                }
+                listed[prefix] = routeText(row.metric, hops, row.sid, row.op);
+            }
+            for (const auto& [prefix, route] : table.routes()) {
+                ours[prefix.stringValue().c_str()] = routeText(route, t.family);
+            }
+            EXPECT_EQ(listed, ours);
+
+            std::map<std::string, Reached> reached;
             for (const auto& v : table.vertices()) {
                 if (v.id.isPnodeId() || v.id == labRouter(n)) {
                     continue;
                 }
-                Reached& r = ours[routerName(v.id.byte(IC::IgpNodeIdIndex(5)))];
+                Reached& r = reached[routerName(v.id.byte(IC::IgpNodeIdIndex(5)))];
                 r.distance = v.distance;
                 for (const auto& h : v.nextHops) {
                     r.hops.insert(routerName(h.byte(IC::IgpNodeIdIndex(5))));
                 }
             }
-            ASSERT_EQ(ours.size(), trees[i].size());
-            for (const auto& [name, listed] : trees[i]) {
-                ASSERT_TRUE(ours.count(name)) << name;
-                EXPECT_EQ(listed.distance, ours[name].distance) << name;
-                EXPECT_EQ(listed.hops, ours[name].hops) << name;
-            }
+            EXPECT_EQ(trees[i], reached);
         }
     }
 }
