@@ -155,7 +155,12 @@ struct Hashed : S {
         EXPECT_EQ(member, m.find(key));
         return inserted;
     }
-    static Id stored(Id id, Id p) { return requires { S::isSet; } ? id : p; }
+    static Id stored(Id id, Id p) {
+        return requires {
+            S::isSet;
+        }
+        ? id : p;
+    }
     static std::optional<Id> payload(const Map& m, Id id) {
         const auto key = S::key(id);
         const Member* found = id % 2 == 0 ? m.find(key) : m.find(key, Map::hashOf(key));
