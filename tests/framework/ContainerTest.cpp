@@ -79,18 +79,15 @@ struct Tree : Ordered<Kest::RbTreeMap<Id, std::string>> {};
 // One inline member: histories cross from inline storage to heap arrays of 4, 8 and 16 and back.
 struct Flat : Ordered<Kest::FlatMap<Id, std::string, 1>> {};
 
-/// A key whose hash takes only four values whatever the seed: long runs ordered by key.
-struct CollidingKey {
+/// A key whose hash ignores the seed: (v & Mask) << 30 | Or.
+template <Id Mask, Id Or>
+struct FixedHashKey {
     Id v = 0;
-    std::uint32_t hash(std::uint32_t) const noexcept { return (v & 3u) << 30; }
-    friend std::strong_ordering operator<=>(const CollidingKey&, const CollidingKey&) = default;
+    std::uint32_t hash(std::uint32_t) const noexcept { return (v & Mask) << 30 | Or; }
+    friend std::strong_ordering operator<=>(const FixedHashKey&, const FixedHashKey&) = default;
 };
-/// A key whose hash is the last bucket: one run that always spills past the end of the table.
-struct ConstantHashKey {
-    Id v = 0;
-    std::uint32_t hash(std::uint32_t) const noexcept { return 0xffffffffu; }
-    friend std::strong_ordering operator<=>(const ConstantHashKey&, const ConstantHashKey&) = default;
-};
+using CollidingKey = FixedHashKey<3, 0>;               // four hash values: long runs ordered by key
+using ConstantHashKey = FixedHashKey<0, 0xffffffffu>;  // the last bucket: a run that spills past the end
 /// A counted entity that carries its own key; counts live instances.
 struct Entity : Poldo::RefCounted {
     Entity(Id k, Id p) : key(k), payload(p) { ++live; }
@@ -381,8 +378,6 @@ TYPED_TEST(OrderedMapTest, TheComparatorOrdersAndOnlyNewKeysMoveAWalk) {
     typename TypeParam::Map m;
     m.insert(1, val(1));
     m.insert(2, val(2));
-    *m.findMutable(2) = val(22);
-    EXPECT_EQ(m.findMutable(9), nullptr);
     m.insert(4, val(4)) += "4";  // insert hands back the stored value
     const auto v0 = m.version();
     EXPECT_EQ(m.assign(1, val(11)), val(11));
@@ -390,7 +385,7 @@ TYPED_TEST(OrderedMapTest, TheComparatorOrdersAndOnlyNewKeysMoveAWalk) {
     EXPECT_EQ(m.version(), v0) << "overwriting or a failed erase keeps a walk's place";
     m.assign(7, val(7));
     EXPECT_NE(m.version(), v0);
-    EXPECT_EQ(walk<TypeParam>(m), (Entries{{1, 11}, {2, 22}, {4, 44}, {7, 7}}));
+    EXPECT_EQ(walk<TypeParam>(m), (Entries{{1, 11}, {2, 2}, {4, 44}, {7, 7}}));
 }
 
 TYPED_TEST(OrderedMapDeathTest, InsertingADuplicateKeyAborts) {
@@ -487,14 +482,6 @@ TYPED_TEST(HashMap2018DeathTest, ChangingAnythingButTheCurrentMemberDuringAWalkA
         {
             auto it = m.findIter(Tr::key(order[2].first));
             Tr::drop(m, order[1].first, nullptr);  // the one before: the current member shifts
-            ++it;
-        },
-        guard);
-    EXPECT_DEATH(
-        {
-            auto it = m.begin();
-            m.erase(it);
-            Tr::drop(m, order[2].first, nullptr);  // a second removal
             ++it;
         },
         guard);
