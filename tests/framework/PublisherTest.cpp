@@ -92,8 +92,8 @@ TEST(PublisherTest, ANotificationCarriesEntityAttributeTypedKeyAndTypedOldValue)
     const NeighborKey k43{43, 1};
     r.publisher().publish(r, Router::neighbor, &k42, static_cast<const std::string*>(nullptr));
     r.publisher().publish(r, Router::neighbor, &k43, &oldName);
-    r.publisher().publish<Router, void, int>(r, 199, nullptr,
-                                             nullptr);  // an attribute the type does not know
+    // An attribute the type does not know has an empty name.
+    r.publisher().publish<Router, void, int>(r, 199, nullptr, nullptr);
     r.publisher().observerDel(obs);
     r.metricIs(10);
     EXPECT_EQ(seen, (std::vector<std::string>{"130 metric old 5 now 9", "131 neighbor key 42 eq now 9",
