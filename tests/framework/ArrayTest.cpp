@@ -40,6 +40,7 @@ TEST(ArrayTest, EveryAccessorRefusesAnIndexOutsideTheSlotsWithTheFixedMessageAnd
         {[&] { (void)offset[WideIndex(1)]; }, "index 1 of an array with size 4"},
         {[&] { (void)offset.at(WideIndex(6)); }, "index 6 of an array with size 4"},
     };
+    EXPECT_EQ(WideIndex::checked(8).value(), 8) << "the index is valid: only the array refuses it";
     for (const auto& [access, message] : refused) {
         EXPECT_EQ(messageOf<Kest::RangeException>(access), "cannot access " + message);
     }
