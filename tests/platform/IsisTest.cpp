@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,90 +20,67 @@ AreaId area(std::vector<std::uint8_t> bytes) {
     return AreaId::fromBytes(bytes.data(), bytes.size());
 }
 
-TEST(IsisSystemId, BytesTextAndReader) {
-    EXPECT_EQ(SystemId().bytes(), (std::array<std::uint8_t, 6>{}));
+TEST(IsisSystemId, TextReaderOrderAndHash) {
     const std::uint8_t wire[6] = {0xab, 0xcd, 0xef, 0x01, 0x23, 0x45};
     EXPECT_EQ(Kest::strep(SystemId::fromBytes(wire)), "abcd.ef01.2345");
-    EXPECT_EQ(SystemId::fromBytes(wire).byte(0), 0xab);
-    EXPECT_EQ(SystemId::fromBytes(wire).byte(5), 0x45);
-    for (const char* text : {"0000.0000.0000", "1921.6800.1001", "ffff.ffff.ffff"}) {
-        EXPECT_EQ(Kest::strep(parse<SystemId>(text)), text);
-    }
     EXPECT_EQ(parse<SystemId>("AbCd.eF01.2345"), SystemId::fromBytes(wire));
+    EXPECT_EQ(SystemId::fromBytes(wire).byte(5), 0x45);
     Kest::CharRange r(std::string_view("0000.0000.0001.00-00"));
     EXPECT_EQ(SystemId(r).byte(5), 1);
     EXPECT_EQ(r.rest(), ".00-00");  // an LSP ID reader goes on from here
-
-    const std::string msg = messageOf<Kest::RangeException>([] { parse<SystemId>("1921.6800.10011"); });
-    EXPECT_NE(msg.find("Routing::Isis::SystemId"), std::string::npos) << msg;
-    EXPECT_THROW(parse<SystemId>("19210.6800.1001"), Kest::RangeException);
+    EXPECT_NE(messageOf<Kest::RangeException>([] {
+                  parse<SystemId>("1921.6800.10011");
+              }).find("Routing::Isis::SystemId"),
+              std::string::npos);
     EXPECT_THROW(parse<SystemId>("192168001001"), Kest::RangeException);  // dots left out: one long group
     for (const char* bad :
-         {"", "192.6800.1001", "1921.680.1001", "1921.6800.100", "1921-6800-1001", "1921.6800", "1921.6800.",
+         {"", "192.6800.1001", "1921.680.1001", "1921.6800.100", "1921-6800-1001", "1921.6800",
           "g921.6800.1001", "1921.6800.1001.", " 1921.6800.1001", "1921..6800.1001"}) {
         EXPECT_THROW(parse<SystemId>(bad), Kest::ParseException) << bad;
     }
-}
-
-TEST(IsisSystemId, OrderIsTheBigEndianNumberAndEveryByteIsHashed) {
+    // Order is the big-endian number over unsigned bytes; every byte reaches the hash.
     EXPECT_LT(parse<SystemId>("0000.0000.00ff"), parse<SystemId>("0000.0000.0100"));
-    EXPECT_LT(parse<SystemId>("7fff.ffff.ffff"), parse<SystemId>("8000.0000.0000"));  // unsigned bytes
-    EXPECT_LT(parse<SystemId>("0000.0001.0000"), parse<SystemId>("0001.0000.0000"));
+    EXPECT_LT(parse<SystemId>("7fff.ffff.ffff"), parse<SystemId>("8000.0000.0000"));
     EXPECT_NE(parse<SystemId>("1921.6800.1001").hash(4), parse<SystemId>("1921.6800.1002").hash(4));
 }
 
-TEST(IsisAreaId, ConventionalTextForEveryLength) {
+TEST(IsisAreaId, ConventionalTextForEveryLengthLimitsAndOrder) {
     const std::vector<std::pair<std::vector<std::uint8_t>, std::string>> table = {
         {{0x49}, "49"},
         {{0x49, 0x00}, "49.00"},
-        {{0x49, 0x00, 0x01}, "49.0001"},
         {{0x49, 0x00, 0x01, 0x02}, "49.0001.02"},
         {{0x39, 0x08, 0x40, 0x00, 0x01}, "39.0840.0001"},
         {{0x47, 0x00, 0x05, 0x80, 0xff, 0xf8, 0x00, 0x00, 0x00, 0x01, 0x23, 0xab, 0xcd},
          "47.0005.80ff.f800.0000.0123.abcd"},
-        {{0xab, 0xcd, 0xef, 0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef, 0x01},
-         "ab.cdef.0123.4567.89ab.cdef.01"},
     };
     for (const auto& [bytes, text] : table) {
         const AreaId a = area(bytes);
-        EXPECT_EQ(a.length(), bytes.size());
         EXPECT_TRUE(std::equal(a.bytes().begin(), a.bytes().end(), bytes.begin(), bytes.end()));
         EXPECT_EQ(Kest::strep(a), text);
         EXPECT_EQ(parse<AreaId>(text), a) << text;
     }
     EXPECT_EQ(parse<AreaId>("49.ABCD.Ef"), area({0x49, 0xab, 0xcd, 0xef}));
-
-    // The empty area means none: not the one-byte area 00, in text, equality or hash.
-    EXPECT_TRUE(AreaId().isEmpty());
+    // The empty area means none: not the one-byte area 00, in text, equality, order or hash.
     EXPECT_EQ(Kest::strep(AreaId()), "none");
     EXPECT_EQ(parse<AreaId>("none"), AreaId());
-    EXPECT_NE(AreaId(), area({0x00}));
+    EXPECT_LT(AreaId(), area({0x00}));
     EXPECT_NE(AreaId().hash(9), area({0x00}).hash(9));
-}
 
-TEST(IsisAreaId, LengthLimitsAndBadText) {
-    const std::uint8_t bytes[14] = {};
-    EXPECT_THROW(AreaId::fromBytes(bytes, 0), Kest::RangeException);
-    EXPECT_THROW(AreaId::fromBytes(bytes, 14), Kest::RangeException);
-    EXPECT_EQ(AreaId::fromBytes(bytes, 13).length(), 13u);
-    EXPECT_EQ(parse<AreaId>("49.0001.0002.0003.0004.0005.0006").length(), 13u);
+    const std::uint8_t zeros[14] = {};
+    EXPECT_THROW(AreaId::fromBytes(zeros, 0), Kest::RangeException);
+    EXPECT_THROW(AreaId::fromBytes(zeros, 14), Kest::RangeException);
+    EXPECT_EQ(AreaId::fromBytes(zeros, 13).length(), 13u);
     EXPECT_NE(messageOf<Kest::RangeException>([] {
                   parse<AreaId>("49.0001.0002.0003.0004.0005.0006.07");
               }).find("Routing::Isis::AreaId"),
               std::string::npos);
-    EXPECT_THROW(parse<AreaId>("49.0001.0002.0003.0004.0005.0006.0007"), Kest::RangeException);
     for (const char* bad : {"", "4", "490", "4.0001", "49.", "49.0", "49.001", "49.00001", "49.01.0001",
                             "49.0001.", "49..0001", "49,0001", "x9.0001", " 49.0001", "49.0001 ", "None"}) {
         EXPECT_THROW(parse<AreaId>(bad), Kest::ParseException) << bad;
     }
-}
-
-TEST(IsisAreaId, OrderByLengthThenBytes) {
+    // Order by length, then unsigned bytes.
     EXPECT_LT(area({0xff}), area({0x00, 0x00}));
-    EXPECT_LT(area({0x49, 0x00, 0x01}), area({0x49, 0x00, 0x02}));
     EXPECT_LT(area({0x49, 0x7f, 0xff}), area({0x49, 0x80, 0x00}));
-    EXPECT_LT(AreaId(), area({0x00}));
-    EXPECT_TRUE(AreaId::isEq(area({0x49, 0x00, 0x01}), parse<AreaId>("49.0001")));
     EXPECT_FALSE(AreaId::isEq(area({0x49, 0x00, 0x01}), area({0x49, 0x00, 0x01, 0x00})));
     EXPECT_NE(area({0x49, 0x00, 0x01}).hash(2), area({0x49, 0x00, 0x01, 0x00}).hash(2));
 }

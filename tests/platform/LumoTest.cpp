@@ -32,39 +32,33 @@ void expectParseErrors(std::initializer_list<const char*> bad) {
 
 // ---- IpAddr -------------------------------------------------------------------
 
-TEST(LumoIpAddr, BytesTextAndReader) {
+TEST(LumoIpAddr, TextReaderOrderAndHash) {
     const std::uint8_t wire[4] = {192, 168, 255, 254};
     EXPECT_EQ(IpAddr::fromBytes(wire).value(), 0xc0a8fffeu);
     EXPECT_EQ(IpAddr(0x0a000001).bytes(), (std::array<std::uint8_t, 4>{10, 0, 0, 1}));
-    EXPECT_TRUE(IpAddr().isZero());
-    EXPECT_FALSE(IpAddr(1).isZero());
-    for (const char* text : {"0.0.0.0", "10.0.0.1", "255.255.255.255", "1.22.233.4", "192.168.255.254"}) {
+    for (const char* text : {"0.0.0.0", "255.255.255.255", "1.22.233.4", "192.168.255.254"}) {
         EXPECT_EQ(Kest::strep(parse<IpAddr>(text)), text);
     }
-    // The reader stops after the fourth octet, so a prefix reader can go on.
     Kest::CharRange r(std::string_view("10.1.2.3/24"));
     EXPECT_EQ(IpAddr(r), IpAddr(0x0a010203));
-    EXPECT_EQ(r.rest(), "/24");
+    EXPECT_EQ(r.rest(), "/24");  // a prefix reader goes on from here
     EXPECT_LT(parse<IpAddr>("9.255.255.255"), parse<IpAddr>("10.0.0.0"));  // numeric, not textual
-
     EXPECT_NE(messageOf<Kest::RangeException>([] { parse<IpAddr>("256.0.0.1"); }).find("Lumo::IpAddr"),
               std::string::npos);
     EXPECT_THROW(parse<IpAddr>("1.2.3.99999999999999999999999"), Kest::RangeException);
-    expectParseErrors<IpAddr>({"", "10.0.0", "10..0.1", "a.b.c.d", "x10.0.0.1", "10.0.0.1 ", " 10.0.0.1",
-                               "10.0.0.1.5", "01.2.3.4", "10,0,0,1", "-1.0.0.0"});
-}
-
-TEST(LumoIpAddr, UnseededHashSpreadsNeighboursAndSeededHashMixesTheValue) {
+    expectParseErrors<IpAddr>({"", "10.0.0", "10..0.1", "a.b.c.d", "10.0.0.1 ", " 10.0.0.1", "10.0.0.1.5",
+                               "01.2.3.4", "10,0,0,1", "-1.0.0.0"});
+    // The unseeded hash is a bijection that spreads consecutive addresses over a 256-slot table.
     std::set<std::uint32_t> seen;
     std::set<std::uint32_t> lowBytes;
     for (std::uint32_t v = 0x0a000000; v < 0x0a001000; ++v) {
         seen.insert(IpAddr(v).hash());
         lowBytes.insert(IpAddr(v).hash() & 0xff);
     }
-    EXPECT_EQ(seen.size(), 4096u);     // a bijection
-    EXPECT_GT(lowBytes.size(), 240u);  // consecutive addresses fill the buckets of a 256-slot table
-    EXPECT_EQ(IpAddr(7).hash(11), Kest::HashState(11).mix32(7).result());
-    EXPECT_EQ(Kest::HashHelper::hash(IpAddr(7), 11), IpAddr(7).hash(11));
+    EXPECT_EQ(seen.size(), 4096u);
+    EXPECT_GT(lowBytes.size(), 240u);
+    EXPECT_EQ(IpAddr(1).hash(), 0x514e28b7u);  // the published murmur3 fmix32 of 1
+    EXPECT_EQ(Kest::HashHelper::hash(IpAddr(7), 11), Kest::HashState(11).mix32(7).result());
 }
 
 // ---- Ip6Addr ------------------------------------------------------------------
@@ -112,16 +106,13 @@ TEST(LumoIp6Addr, CanonicalTextTable) {
     }
 }
 
-TEST(LumoIp6Addr, BytesOrderAndWhereTheReaderStops) {
+TEST(LumoIp6Addr, BytesOrderReaderStopsErrorsAndHash) {
     const Ip6Addr a = parse<Ip6Addr>("2001:db8::ff00:42:8329");
     const std::array<std::uint8_t, 16> want = {0x20, 0x01, 0x0d, 0xb8, 0,    0,    0,    0,
                                                0,    0,    0xff, 0x00, 0x00, 0x42, 0x83, 0x29};
     EXPECT_EQ(a.bytes(), want);
     EXPECT_EQ(Ip6Addr::fromBytes(want.data()), a);
-    EXPECT_TRUE(Ip6Addr().isZero());
-    EXPECT_FALSE(a.isZero());
     EXPECT_LT(parse<Ip6Addr>("7fff::"), parse<Ip6Addr>("8000::"));  // unsigned bytes
-    EXPECT_LT(parse<Ip6Addr>("::ffff"), parse<Ip6Addr>("0:0:0:0:0:0:1:0"));
     const std::pair<const char*, const char*> stops[] = {
         {"2001:db8::/32", "/32"}, {"::/0", "/0"}, {"::ffff:1.2.3.4/96", "/96"}, {"1:2:3:4:5:6:7:8 x", " x"}};
     for (const auto& [text, rest] : stops) {
@@ -129,99 +120,84 @@ TEST(LumoIp6Addr, BytesOrderAndWhereTheReaderStops) {
         (void)Ip6Addr(r);
         EXPECT_EQ(r.rest(), rest) << text;
     }
-}
-
-TEST(LumoIp6Addr, RejectsBadText) {
     EXPECT_NE(
         messageOf<Kest::RangeException>([] { parse<Ip6Addr>("2001:db8::12345"); }).find("Lumo::Ip6Addr"),
         std::string::npos);
-    EXPECT_THROW(parse<Ip6Addr>("00001::"), Kest::RangeException);
     EXPECT_THROW(parse<Ip6Addr>("::ffff:1.2.3.256"), Kest::RangeException);
-    expectParseErrors<Ip6Addr>({"", ":", ":::", "1::2::3", "::1::", "1:2:3:4:5:6:7:8:9", "1:2:3:4:5:6:7",
-                                "1:2:3:4:5:6:7:8::", "::1:2:3:4:5:6:7:8", ":1::", "1:"});
-    expectParseErrors<Ip6Addr>({"1::2:", "g::1", "2001:db8:: 1", " ::1", "::ffff:1.2.3", "::ffff:1.2.3.4.5",
-                                "1:2:3:4:5:6:7:1.2.3.4", "::1.2.3.4:5", "::ab.1.2.3",
-                                "2001:db8::1:", "[::1]"});
-}
-
-TEST(LumoIp6Addr, EveryBitOfEveryByteReachesTheHash) {
-    const Ip6Addr a = parse<Ip6Addr>("2001:db8::1");
-    EXPECT_EQ(a.hash(99), parse<Ip6Addr>("2001:0db8::0001").hash(99));
+    expectParseErrors<Ip6Addr>({"",
+                                ":",
+                                ":::",
+                                "1::2::3",
+                                "::1::",
+                                "1:2:3:4:5:6:7:8:9",
+                                "1:2:3:4:5:6:7",
+                                "1:2:3:4:5:6:7:8::",
+                                "::1:2:3:4:5:6:7:8",
+                                ":1::",
+                                "1:",
+                                "1::2:",
+                                "g::1",
+                                "2001:db8:: 1",
+                                "::ffff:1.2.3",
+                                "::ffff:1.2.3.4.5",
+                                "1:2:3:4:5:6:7:1.2.3.4",
+                                "::1.2.3.4:5",
+                                "::ab.1.2.3",
+                                "[::1]"});
+    // Every bit of every byte reaches the hash.
     std::set<std::uint32_t> seen{a.hash()};
-    for (std::size_t i = 0; i < 16; ++i) {
-        for (int bit = 0; bit < 8; ++bit) {
-            std::array<std::uint8_t, 16> b = a.bytes();
-            b[i] = static_cast<std::uint8_t>(b[i] ^ (1u << bit));
-            seen.insert(Ip6Addr::fromBytes(b.data()).hash());
-        }
+    for (std::size_t i = 0; i < 128; ++i) {
+        std::array<std::uint8_t, 16> b = a.bytes();
+        b[i / 8] = static_cast<std::uint8_t>(b[i / 8] ^ (1u << (i % 8)));
+        seen.insert(Ip6Addr::fromBytes(b.data()).hash());
     }
     EXPECT_EQ(seen.size(), 129u);
+    // MurmurHash3 x86_32 of the 16 bytes with seed 0, from an independent implementation.
+    EXPECT_EQ(parse<Ip6Addr>("2001:db8::1").hash(), 0xbc42cf98u);
     EXPECT_NE(a.hash(1), a.hash(2));
 }
 
 // ---- IpGenAddr ----------------------------------------------------------------
 
 TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
-    const IpGenAddr none;
-    const IpGenAddr v4(IpAddr(0x0a000001));
-    const IpGenAddr v6(parse<Ip6Addr>("2001:db8::1"));
-    EXPECT_TRUE(none.isNone() && none.ipv4().isZero() && none.ipv6().isZero());
-    EXPECT_EQ(v4.family(), Family::ipv4);
-    EXPECT_EQ(v4.ipv4(), IpAddr(0x0a000001));
-    EXPECT_TRUE(v4.ipv6().isZero());
-    EXPECT_EQ(v6.family(), Family::ipv6);
-    EXPECT_TRUE(v6.ipv4().isZero());
-    for (const char* text : {"none", "10.0.0.1", "0.0.0.0", "::", "::1", "2001:db8::1", "::ffff:10.0.0.1"}) {
+    for (const char* text : {"none", "10.0.0.1", "0.0.0.0", "::", "2001:db8::1", "::ffff:10.0.0.1"}) {
         EXPECT_EQ(Kest::strep(parse<IpGenAddr>(text)), text);
     }
     EXPECT_TRUE(parse<IpGenAddr>("::ffff:10.0.0.1").isIpv6());  // a ':' anywhere makes it IPv6
     EXPECT_TRUE(parse<IpGenAddr>("0.0.0.0").isIpv4());
+    EXPECT_TRUE(parse<IpGenAddr>("2001:db8::1").ipv4().isZero());
     EXPECT_THROW(parse<IpGenAddr>("300.0.0.1"), Kest::RangeException);
     expectParseErrors<IpGenAddr>({"", "None", "nonex", "10.0.0", "1::2::3"});
     // The look-ahead for a ':' stays inside the range: the text after it is not this reader's.
     const std::string_view withTail = "10.0.0.1:179";
     Kest::CharRange head(withTail.data(), withTail.data() + 8);
-    EXPECT_EQ(IpGenAddr(head), v4);
-
+    EXPECT_EQ(IpGenAddr(head), IpGenAddr(IpAddr(0x0a000001)));
     // Family first: none < IPv4 < IPv6; 0.0.0.0 is an address, not the absence of one.
-    const std::vector<IpGenAddr> sorted = {none, IpGenAddr(IpAddr()), IpGenAddr(IpAddr(0xffffffff)),
+    const std::vector<IpGenAddr> sorted = {IpGenAddr(), IpGenAddr(IpAddr()), IpGenAddr(IpAddr(0xffffffff)),
                                            IpGenAddr(Ip6Addr()), IpGenAddr(parse<Ip6Addr>("::1"))};
     for (std::size_t i = 0; i + 1 < sorted.size(); ++i) {
         EXPECT_LT(sorted[i], sorted[i + 1]) << i;
         EXPECT_NE(sorted[i].hash(5), sorted[i + 1].hash(5)) << i;
     }
     EXPECT_NE(sorted[1].hash(5), sorted[3].hash(5)) << "the zero address of each family";
-    EXPECT_EQ(sorted[2].hash(), IpAddr(0xffffffff).hash());
     EXPECT_EQ(sorted[4].hash(), parse<Ip6Addr>("::1").hash());
 }
 
 // ---- IpGenPrefix --------------------------------------------------------------
 
-TEST(LumoIpGenPrefix, AccessorsAndLengthLimits) {
-    const IpGenPrefix p4(IpAddr(0x0a000000), 8);
-    EXPECT_EQ(p4.family(), 1);
-    EXPECT_EQ(p4.length(), 8);
-    EXPECT_EQ(p4.address(), IpGenAddr(IpAddr(0x0a000000)));
-    const IpGenPrefix p6(parse<Ip6Addr>("2001:db8::"), 32);
-    EXPECT_EQ(p6.family(), 2);
-    EXPECT_TRUE(p6.isIpv6() && p6.ipv4Addr().isZero());
+TEST(LumoIpGenPrefix, TextRoundTripLengthLimitsAndErrors) {
+    for (const char* text : {"none", "10.0.0.0/8", "0.0.0.0/0", "10.1.2.3/32", "2001:db8::/32", "::/0",
+                             "::ffff:10.0.0.0/104", "fe80::1/128"}) {
+        EXPECT_EQ(Kest::strep(parse<IpGenPrefix>(text)), text);
+    }
+    EXPECT_EQ(parse<IpGenPrefix>("2001:db8::/32").family(), 2);
+    EXPECT_EQ(parse<IpGenPrefix>("10.0.0.0/8").family(), 1);
     EXPECT_EQ(IpGenPrefix().family(), 0);
-    EXPECT_FALSE(IpGenPrefix().isIpv4() || IpGenPrefix().isIpv6());
-
-    EXPECT_NO_THROW(IpGenPrefix(IpAddr(), 32));
     EXPECT_NO_THROW(IpGenPrefix(Ip6Addr(), 128));
     EXPECT_EQ(messageOf<Kest::RangeException>([] { IpGenPrefix(IpAddr(), 33); }),
               "Lumo::IpGenPrefix::length 33 > 32 not allowed for an IPv4 prefix");
     EXPECT_EQ(messageOf<Kest::RangeException>([] { IpGenPrefix(Ip6Addr(), 129); }),
               "Lumo::IpGenPrefix::length 129 > 128 not allowed for an IPv6 prefix");
-}
-
-TEST(LumoIpGenPrefix, TextRoundTripAndErrors) {
-    for (const char* text : {"none", "10.0.0.0/8", "0.0.0.0/0", "10.1.2.3/32", "2001:db8::/32", "::/0",
-                             "::ffff:10.0.0.0/104", "fe80::1/128", "::/128"}) {
-        EXPECT_EQ(Kest::strep(parse<IpGenPrefix>(text)), text);
-    }
-    EXPECT_EQ(parse<IpGenPrefix>("2001:DB8:0::/32"), IpGenPrefix(parse<Ip6Addr>("2001:db8::"), 32));
     for (const char* tooLong : {"10.0.0.0/33", "::/129", "::/99999999999999999999999"}) {
         EXPECT_THROW(parse<IpGenPrefix>(tooLong), Kest::RangeException) << tooLong;
     }
@@ -268,21 +244,15 @@ TEST(LumoIpGenPrefix, OrderFamilyAddressThenLength) {
 
 // ---- MplsLabel ----------------------------------------------------------------
 
-TEST(LumoMplsLabel, RangeIsCheckedByConstructorAndReader) {
+TEST(LumoMplsLabel, RangeTextAndPrettyStrings) {
     const std::string message =
         "Lumo::MplsLabel::value < Lumo::MplsLabel::min or > Lumo::MplsLabel::luWithdraw not allowed";
-    EXPECT_EQ(MplsLabel().value(), 0u);
     EXPECT_EQ(MplsLabel(MplsLabel::luWithdraw).value(), 0x800000u);
-    EXPECT_EQ(parse<MplsLabel>("8388608"), MplsLabel(0x800000));
     EXPECT_EQ(messageOf<Kest::RangeException>([] { MplsLabel(0x800001); }), message);
-    EXPECT_EQ(messageOf<Kest::RangeException>([] { MplsLabel(0xffffffff); }), message);
     EXPECT_EQ(messageOf<Kest::RangeException>([] { parse<MplsLabel>("8388609"); }), message);
     EXPECT_EQ(messageOf<Kest::RangeException>([] { parse<MplsLabel>("123456789012345678901234567890"); }),
               message);
     expectParseErrors<MplsLabel>({"", "-1", "0x10", " 3", "3 ", "three"});
-}
-
-TEST(LumoMplsLabel, PrettyStringNamesTheReservedLabelsAndTextStaysDecimal) {
     std::string all;
     for (const std::uint32_t v : {0u, 1u, 2u, 3u, 4u, 7u, 13u, 14u, 15u, 16u, 1048575u, 8388608u}) {
         EXPECT_EQ(parse<MplsLabel>(MplsLabel(v).stringValue()), MplsLabel(v));

@@ -35,35 +35,25 @@ TEST(UmboDumpContext, StreamCollectingAndDiscardingContextsCountEveryByte) {
     EXPECT_EQ(discard->text(), "");
 }
 
-TEST(UmboDumpContext, PrintfPadsStarCWithBlanksAndFormatsNumbers) {
+TEST(UmboDumpContext, PrintfPadsStarCWithBlanksFormatsNumbersAndTakesLongTextThroughTheHeap) {
     const Poldo::Ptr<DumpContext const> ctx = DumpContext::dumpContextIs();
     // "%*c" always prints the character itself, so widths 0 and 1 look alike.
-    Umbo::_objDumpPrintf(ctx, "%*c%s|", 0, ' ', "a");
-    Umbo::_objDumpPrintf(ctx, "%*c%s|", 1, ' ', "b");
-    Umbo::_objDumpPrintf(ctx, "%*c%s|", 2, ' ', "c");
-    Umbo::_objDumpPrintf(ctx, "%*c%s|", 4, '-', "d");
-    Umbo::_objDumpPrintf(ctx, "%s", "");
-    Umbo::_objDumpPrintf(ctx, "%u:%04x:%-3d|%lld", 42u, 0xabu, 7, -9000000000LL);
-    EXPECT_EQ(ctx->text(), " a| b|  c|   -d|42:00ab:7  |-9000000000");
-    EXPECT_EQ(ctx->bytesWritten(), 39u);
-}
-
-TEST(UmboDumpContext, PrintfLongTextGoesThroughTheHeap) {
+    for (int width = 0; width < 3; ++width) {
+        Umbo::_objDumpPrintf(ctx, "%*c%s|", width, ' ', "a");
+    }
+    Umbo::_objDumpPrintf(ctx, "%*c%u:%04x:%-3d|%lld", 4, '-', 42u, 0xabu, 7, -9000000000LL);
+    EXPECT_EQ(ctx->text(), " a| a|  a|   -42:00ab:7  |-9000000000");
+    EXPECT_EQ(ctx->bytesWritten(), 37u);
     // Lengths around the stack buffer, and far beyond it.
-    for (std::size_t n : {1022u, 1023u, 1024u, 1025u, 5000u, 70000u}) {
+    for (std::size_t n : {1022u, 1023u, 1024u, 1025u, 70000u}) {
         std::string text(n, 'x');
         for (std::size_t i = 0; i < n; i += 97) {
             text[i] = static_cast<char>('a' + i % 26);  // so a shifted or truncated copy shows
         }
-        const Poldo::Ptr<DumpContext const> ctx = DumpContext::dumpContextIs();
-        Umbo::_objDumpPrintf(ctx, "%*c%s<", 3, '>', text.c_str());
-        EXPECT_EQ(ctx->text(), "  >" + text + "<") << n;
-        EXPECT_EQ(ctx->bytesWritten(), n + 4) << n;
+        std::ostringstream os;
+        Umbo::_objDumpPrintf(DumpContext::dumpContextIs(os), "%*c%s<", 3, '>', text.c_str());
+        EXPECT_EQ(os.str(), "  >" + text + "<") << n;
     }
-    std::ostringstream os;
-    const std::string big(4097, 'q');
-    Umbo::_objDumpPrintf(DumpContext::dumpContextIs(os), "%s%d", big.c_str(), 5);
-    EXPECT_EQ(os.str(), big + "5");
 }
 
 std::uint32_t oneAtATime(std::string_view s, std::uint32_t start = 0) {
