@@ -1,6 +1,6 @@
 // Node: identity-only collection setters, the node merge (content comparison of the six
 // collections, what is kept, what is taken, in which order it is published, and its refusals),
-// and the dump line.
+// deep equality and the union of fragments by the description, and the dump line.
 #include "IgpCommon/Node.h"
 
 #include <gmock/gmock.h>
@@ -126,22 +126,16 @@ TEST(NodeUpdateDeathTest, AnotherNodeIdStopsTheProcess) {
 
 TEST(NodeUpdate, CollectionsEqualByContentAreKeptAndNothingIsPublished) {
     auto mine = fullNode();
-    auto other = fullNode();
-    const AreaPtr area = mine->isisAreaIdCol();
-    const CapsPtr caps = mine->srCapabilities();
-    const CapsPtr srlb = mine->srlb();
-    const MsdPtr msd = mine->msdCol();
-    const FadPtr fad = mine->fadCol();
-    const MtPtr mt = mine->mtIdCol();
+    auto held = bareNode();
+    held->updateNodeAttrs(mine.get());  // a bare node takes the very objects
     Rec rec(mine->publisher());
-    mine->updateNodeAttrs(other.get());
+    mine->updateNodeAttrs(fullNode().get());
     EXPECT_TRUE(rec.empty());
-    EXPECT_EQ(mine->isisAreaIdCol(), area);
-    EXPECT_EQ(mine->srCapabilities(), caps);
-    EXPECT_EQ(mine->srlb(), srlb);
-    EXPECT_EQ(mine->msdCol(), msd);
-    EXPECT_EQ(mine->fadCol(), fad);
-    EXPECT_EQ(mine->mtIdCol(), mt);
+    Kest::forEachAttr<Node>([&](const auto& d) {
+        if constexpr (std::remove_cvref_t<decltype(d)>::kind == Kest::AttrKind::pointer) {
+            EXPECT_EQ(d.get(*mine), d.get(*held)) << d.name;
+        }
+    });
 }
 
 TEST(NodeUpdate, ContentDifferencesAndMissingCollectionsReplaceOnlyTheCollectionsConcerned) {
@@ -194,6 +188,60 @@ TEST(NodeUpdate, SrBlocksDeclaringNineRangesRaiseTheRangeIndexError) {
         EXPECT_THAT([&] { mine->updateNodeAttrs(other.get()); },
                     ::testing::ThrowsMessage<Kest::RangeException>(::testing::StrEq(kSrSidRangeIndexError)));
     }
+}
+
+// ---- the description: deep equality and the union of fragments -----------------------------
+
+TEST(NodeDescription, NodesDifferInTheFirstAttributeWhoseContentDiffers) {
+    EXPECT_EQ(Kest::firstDifference(*fullNode(), *fullNode()), "");
+    const struct {
+        const char* attr;
+        void (*change)(Node&);
+    } cases[] = {
+        {"flags", [](Node& n) { n.flagsIs(NodeFlags(1)); }},
+        {"hostName", [](Node& n) { n.hostNameIs("r2"); }},
+        {"isisAreaIdCol", [](Node& n) { n.isisAreaIdColIs(areas("49.0002")); }},
+        {"ipv6RouterId", [](Node& n) { n.ipv6RouterIdIs(testsupport::v6("2001:db8::2")); }},
+        {"srCapabilities", [](Node& n) { n.srCapabilitiesIs(block(3, {})); }},
+        {"srlb", [](Node& n) { n.srlbIs(nullptr); }},
+        {"msdCol", [](Node& n) { n.msdColIs(igpMsdColFactory()); }},
+        {"fadCol", [](Node& n) { n.fadColIs(fads({128})); }},
+        {"mtIdCol", [](Node& n) { n.mtIdColIs(mtIds({0})); }},
+    };
+    for (const auto& c : cases) {
+        auto n = fullNode();
+        c.change(*n);
+        EXPECT_EQ(Kest::firstDifference(*fullNode(), *n), c.attr);
+    }
+}
+
+TEST(NodeDescription, FragmentsUniteFirstCarriersAndGatherAreasTopologiesAndDefinitions) {
+    auto first = bareNode();
+    first->hostNameIs("r1");
+    first->isisAreaIdColIs(areas("49.0002"));
+    first->mtIdColIs(mtIds({}));  // an empty list still makes the union's
+    first->srlbIs(block(0, {{1000, 15000}}));
+    first->fadColIs(fads({128}));
+    IgpFlexAlgoDefinition def = first->fadCol()->fad(128);
+    def.priorityIs(10);
+    first->fadCol()->fadIs(128, def);
+    const std::string firstText = formatted(*first);
+    auto second = fullNode();  // flags and every value: only the gathered lists and the unset ones count
+    second->hostNameIs("r2");
+    second->srlbIs(block(0, {{1, 2}}));
+    second->mtIdColIs(nullptr);
+    auto u = bareNode();
+    Kest::uniteAttrs(*u, *first);
+    Kest::uniteAttrs(*u, *second);
+    EXPECT_EQ(formatted(*u),
+              "  node=1921.6800.1001, flags=<>, hostname=r1, areaids=[ 49.0001 49.0002 ], v4rtrid=1.1.1.1, "
+              "v6rtrid=2001:db8::1, SR Cap={flags=<V4V6>, numSRGB= 1, SRGB=[(range=8000 base=16000)], "
+              "numSRLB=1 SRLB=[(range=1000 base=15000)], numMsd=3 MSD=[(msdType=0 msdValue=0), (msdType=0 "
+              "msdValue=0), (msdType=1 msdValue=8)], numFads=2 flexAlgoDefinitions=[ ( flexAlgo=128, "
+              "metricType=0, calcType=0, priority=10, excludeAny=[1, 2], includeAny=[], includeAll=[], "
+              "excludeSrlg=[4, 17] ), ( flexAlgo=129, metricType=0, calcType=0, priority=128, excludeAny=[1, "
+              "2], includeAny=[], includeAll=[], excludeSrlg=[4, 17] ) ], mtIds=[]\n");
+    EXPECT_EQ(formatted(*first), firstText);  // the union's lists are its own
 }
 
 // ---- dump text -------------------------------------------------------------------------------
