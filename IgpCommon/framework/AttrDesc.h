@@ -175,7 +175,7 @@ constexpr auto pointerAttr(std::string_view name, AttrId id, V (E::*get)() const
 }
 
 /// A pointer whose fragments unite by `merge(into, from)`, called for every
-/// fragment after the first.
+/// fragment united into the object.
 template <class E, class V, class S, class Merge>
 constexpr auto pointerAttr(std::string_view name, AttrId id, V (E::*get)() const noexcept, void (E::*set)(S),
                            JsonNames json, Merge merge) {
