@@ -7,11 +7,13 @@
 
 #include <cstdint>
 #include <ostream>
+#include <tuple>
 
 #include "IgpCommon/FlagSets.h"
 #include "IgpCommon/IgpNodeId.h"
 #include "IgpCommon/NodeAttrCollections.h"
 #include "IgpCommon/SrCapabilities.h"
+#include "IgpCommon/framework/AttrDesc.h"
 #include "IgpCommon/framework/Entity.h"
 #include "IgpCommon/framework/Ptr.h"
 #include "IgpCommon/framework/String.h"
@@ -37,6 +39,7 @@ public:
             fadCol,
             mtIdCol,
             updateNodeAttrs,
+            kestEnd,  ///< one past the last identifier
         };
     };
 
@@ -86,8 +89,21 @@ public:
     static const Kest::TypeData& typeData() noexcept;
     static Drimm::AllocTracker& allocTracker();
 
+    /// Every attribute, once: what tools print, compare, unite and mirror.
+    /// Fragments unite each value from the first fragment that carries it
+    /// (router identifiers other than zero, a host name, a collection), but
+    /// the flags, which the first fragment alone decides (ISO 10589 7.3.4.4),
+    /// and the area addresses, topologies and flexible-algorithm definitions,
+    /// which are gathered from all.
+    static constexpr auto kestAttrDescs();
+
 private:
     explicit Node(const IgpNodeId& nodeId) noexcept : nodeId_(nodeId) {}
+
+    // The fragment unions of the gathered collections (see kestAttrDescs).
+    static void uniteAreas(Node& into, const Node& from);
+    static void uniteFads(Node& into, const Node& from);
+    static void uniteMtIds(Node& into, const Node& from);
 
     const IgpNodeId nodeId_;
     NodeFlags flags_;
@@ -101,6 +117,54 @@ private:
     Poldo::Ptr<IgpFlexAlgoDefinitionCol> fadCol_;
     Poldo::Ptr<IgpMultiTopologyIdCol> mtIdCol_;
 };
+
+constexpr auto Node::kestAttrDescs() {
+    using N = Node;
+    using Kest::Unite;
+    constexpr auto first = Unite::firstCarrier;
+    return std::tuple{
+        Kest::keyAttr("nodeId", Attr::nodeId, &N::nodeId),
+        Kest::scalarAttr("flags", Attr::flags, &N::flags, &N::flagsIs, Unite::never),
+        Kest::scalarAttr(
+            "hostName", Attr::hostName, &N::hostName, &N::hostNameIs, first,
+            [](const N& n) { return !n.hostName().empty(); }, Kest::omittedFromJson()),
+        Kest::pointerAttr("isisAreaIdCol", Attr::isisAreaIdCol, &N::isisAreaIdCol, &N::isisAreaIdColIs,
+                          Kest::JsonNames{"areas"}, &N::uniteAreas),
+        Kest::scalarAttr(
+            "ipv4RouterId", Attr::ipv4RouterId, &N::ipv4RouterId, &N::ipv4RouterIdIs, first,
+            [](const N& n) { return !n.ipv4RouterId().isZero(); }, Kest::nullUnlessCarried()),
+        Kest::scalarAttr(
+            "ipv6RouterId", Attr::ipv6RouterId, &N::ipv6RouterId, &N::ipv6RouterIdIs, first,
+            [](const N& n) { return !n.ipv6RouterId().isZero(); }, Kest::nullUnlessCarried()),
+        Kest::pointerAttr("srCapabilities", Attr::srCapabilities, &N::srCapabilities, &N::srCapabilitiesIs,
+                          Kest::JsonNames{"srgb"}),
+        Kest::pointerAttr("srlb", Attr::srlb, &N::srlb, &N::srlbIs),
+        Kest::pointerAttr("msdCol", Attr::msdCol, &N::msdCol, &N::msdColIs, Kest::JsonNames{"msd"}),
+        Kest::pointerAttr("fadCol", Attr::fadCol, &N::fadCol, &N::fadColIs,
+                          Kest::JsonNames{"flexAlgoDefinitions"}, &N::uniteFads),
+        Kest::pointerAttr("mtIdCol", Attr::mtIdCol, &N::mtIdCol, &N::mtIdColIs, Kest::JsonNames{"topologies"},
+                          &N::uniteMtIds),
+        Kest::operationAttr("updateNodeAttrs", Attr::updateNodeAttrs),
+    };
+}
+
+// Deep equality of the node's collections, for the descriptions: by content,
+// as the merge compares them.
+inline bool kestSameContent(const IsisAreaIdCol& a, const IsisAreaIdCol& b) {
+    return a.compareAreaIds(&b);
+}
+inline bool kestSameContent(const SrCapabilities& a, const SrCapabilities& b) {
+    return a.compare(&b);
+}
+inline bool kestSameContent(const IgpMsdCol& a, const IgpMsdCol& b) {
+    return a.compareMsdCol(&b);
+}
+inline bool kestSameContent(const IgpFlexAlgoDefinitionCol& a, const IgpFlexAlgoDefinitionCol& b) {
+    return a.compareFadCol(&b);
+}
+inline bool kestSameContent(const IgpMultiTopologyIdCol& a, const IgpMultiTopologyIdCol& b) {
+    return a.compareMtIdCol(&b);
+}
 
 Poldo::Ptr<Node> nodeFactory(const IgpNodeId& nodeId);
 

@@ -152,15 +152,56 @@ std::ostream& Node::formatContent(std::ostream& os) const {
     return os << '\n' << std::flush;
 }
 
-using Kest::AttrKind;
-IGP_DEFINE_ENTITY(Node, {"nodeId", Attr::nodeId, AttrKind::scalar}, {"flags", Attr::flags, AttrKind::scalar},
-                  {"hostName", Attr::hostName, AttrKind::scalar},
-                  {"isisAreaIdCol", Attr::isisAreaIdCol, AttrKind::pointer},
-                  {"ipv4RouterId", Attr::ipv4RouterId, AttrKind::scalar},
-                  {"ipv6RouterId", Attr::ipv6RouterId, AttrKind::scalar},
-                  {"srCapabilities", Attr::srCapabilities, AttrKind::pointer},
-                  {"srlb", Attr::srlb, AttrKind::pointer}, {"msdCol", Attr::msdCol, AttrKind::pointer},
-                  {"fadCol", Attr::fadCol, AttrKind::pointer}, {"mtIdCol", Attr::mtIdCol, AttrKind::pointer},
-                  {"updateNodeAttrs", Attr::updateNodeAttrs, AttrKind::function})
+void Node::uniteAreas(Node& into, const Node& from) {
+    if (const auto& areas = from.isisAreaIdCol_) {
+        if (!into.isisAreaIdCol_) {
+            into.isisAreaIdColIs(isisAreaIdColFactory());
+        }
+        for (auto it = areas->areaId().begin(); it != areas->areaId().end(); ++it) {
+            into.isisAreaIdCol_->areaIdIs(it->first, it->second);
+        }
+    }
+}
+
+void Node::uniteMtIds(Node& into, const Node& from) {
+    if (const auto& mts = from.mtIdCol_) {
+        if (!into.mtIdCol_) {
+            into.mtIdColIs(igpMultiTopologyIdColFactory());
+        }
+        for (auto it = mts->mtIdValue().begin(); it != mts->mtIdValue().end(); ++it) {
+            into.mtIdCol_->mtIdValueIs(*it);
+        }
+    }
+}
+
+// A definition that several fragments carry is put together: its numbers from
+// the first fragment, its constraints by combineSubTlvs. The union gets
+// constraint objects of its own, so that the fragments' definitions stay as
+// they were received.
+void Node::uniteFads(Node& into, const Node& from) {
+    const auto& fads = from.fadCol_;
+    if (!fads) {
+        return;
+    }
+    if (!into.fadCol_) {
+        into.fadColIs(igpFlexAlgoDefinitionColFactory());
+    }
+    for (auto it = fads->fad().begin(); it != fads->fad().end(); ++it) {
+        if (into.fadCol_->fad().find(it->first) != nullptr) {
+            into.fadCol_->fad(it->first).combineSubTlvs(it->second);
+            continue;
+        }
+        IgpFlexAlgoDefinition own;
+        own.flexAlgoIs(it->second.flexAlgo());
+        own.metricTypeIs(it->second.metricType());
+        own.calcTypeIs(it->second.calcType());
+        own.priorityIs(it->second.priority());
+        own.lspFragmentIdIs(it->second.lspFragmentId());
+        own.combineSubTlvs(it->second);  // into empty lists: a copy
+        into.fadCol_->fadIs(it->first, own);
+    }
+}
+
+IGP_DEFINE_DESCRIBED_ENTITY(Node)
 
 }  // namespace Routing::IgpCommon

@@ -1,6 +1,5 @@
-// Node: identity-only collection setters, the node merge (content comparison of the six
-// collections, what is kept, what is taken, in which order it is published, and its refusals),
-// and the dump line.
+// Node: the merge (content comparison of the six collections, what is kept, what is taken, in which
+// order it is published, and its refusals), the union of fragments, and the dump line.
 #include "IgpCommon/Node.h"
 
 #include <gmock/gmock.h>
@@ -103,18 +102,6 @@ Poldo::Ptr<Node> bareNode() {
     return nodeFactory(testsupport::nodeId(1));
 }
 
-TEST(NodeSetters, CollectionsCompareByIdentityOnly) {
-    auto n = bareNode();
-    const MtPtr first = mtIds({0, 2});
-    n->mtIdColIs(first);
-    Rec rec(n->publisher());
-    n->mtIdColIs(first);
-    EXPECT_TRUE(rec.empty());
-    n->mtIdColIs(mtIds({0, 2}));  // equal contents, another object
-    ASSERT_THAT(rec.attrs(), ElementsAre(A::mtIdCol));
-    EXPECT_EQ(*rec[0].oldAs<MtPtr>(), first);
-}
-
 // ---- updateNodeAttrs -------------------------------------------------------------------------
 
 TEST(NodeUpdateDeathTest, AnotherNodeIdStopsTheProcess) {
@@ -124,45 +111,31 @@ TEST(NodeUpdateDeathTest, AnotherNodeIdStopsTheProcess) {
     EXPECT_DEATH(mine->updateNodeAttrs(other.get()), "nodeId\\(\\) == arg->nodeId\\(\\)");
 }
 
-TEST(NodeUpdate, CollectionsEqualByContentAreKeptAndNothingIsPublished) {
-    auto mine = fullNode();
-    auto other = fullNode();
-    const AreaPtr area = mine->isisAreaIdCol();
-    const CapsPtr caps = mine->srCapabilities();
-    const CapsPtr srlb = mine->srlb();
-    const MsdPtr msd = mine->msdCol();
-    const FadPtr fad = mine->fadCol();
-    const MtPtr mt = mine->mtIdCol();
-    Rec rec(mine->publisher());
-    mine->updateNodeAttrs(other.get());
-    EXPECT_TRUE(rec.empty());
-    EXPECT_EQ(mine->isisAreaIdCol(), area);
-    EXPECT_EQ(mine->srCapabilities(), caps);
-    EXPECT_EQ(mine->srlb(), srlb);
-    EXPECT_EQ(mine->msdCol(), msd);
-    EXPECT_EQ(mine->fadCol(), fad);
-    EXPECT_EQ(mine->mtIdCol(), mt);
-}
+TEST(NodeUpdate, CollectionsEqualByContentAreKeptAndOnlyTheOthersReplaced) {
+    auto same = fullNode();
+    Rec quiet(same->publisher());
+    same->updateNodeAttrs(fullNode().get());
+    EXPECT_TRUE(quiet.empty());
 
-TEST(NodeUpdate, ContentDifferencesAndMissingCollectionsReplaceOnlyTheCollectionsConcerned) {
     auto mine = fullNode();
     auto other = fullNode();
     other->isisAreaIdColIs(areas("49.0002"));
     other->srlbIs(block(0, {{1000, 15001}}));
     other->msdColIs(nullptr);  // taken as null
     mine->fadColIs(nullptr);   // takes the argument's object itself
-    const CapsPtr keptCaps = mine->srCapabilities();
-    const MsdPtr oldMsd = mine->msdCol();
+    EXPECT_EQ(Kest::firstDifference(*mine, *other), "isisAreaIdCol");
+    auto held = bareNode();
+    held->updateNodeAttrs(mine.get());  // a bare node takes the very objects
     Rec rec(mine->publisher());
     mine->updateNodeAttrs(other.get());
     EXPECT_THAT(rec.attrs(), ElementsAre(A::isisAreaIdCol, A::srlb, A::msdCol, A::fadCol));
-    EXPECT_EQ(mine->isisAreaIdCol(), other->isisAreaIdCol());
-    EXPECT_EQ(mine->srlb(), other->srlb());
-    EXPECT_EQ(mine->srCapabilities(), keptCaps);
-    EXPECT_FALSE(mine->msdCol());
-    EXPECT_EQ(*rec[2].oldAs<MsdPtr>(), oldMsd);
-    EXPECT_EQ(mine->fadCol(), other->fadCol());
-    EXPECT_FALSE(*rec[3].oldAs<FadPtr>());
+    EXPECT_EQ(*rec[2].oldAs<MsdPtr>(), held->msdCol());
+    Kest::forEachAttr<Node>([&](const auto& d) {
+        if constexpr (std::remove_cvref_t<decltype(d)>::kind == Kest::AttrKind::pointer) {
+            const bool kept = d.name == "srCapabilities" || d.name == "mtIdCol";
+            EXPECT_EQ(d.get(*mine), d.get(kept ? *held : *other)) << d.name;
+        }
+    });
 }
 
 TEST(NodeUpdate, AFullUpdatePublishesInTheMergeOrderBothWays) {
@@ -173,8 +146,6 @@ TEST(NodeUpdate, AFullUpdatePublishesInTheMergeOrderBothWays) {
     const auto order = ElementsAre(A::flags, A::hostName, A::isisAreaIdCol, A::srCapabilities, A::srlb,
                                    A::msdCol, A::fadCol, A::mtIdCol, A::ipv4RouterId, A::ipv6RouterId);
     EXPECT_THAT(rec.attrs(), order);
-    EXPECT_EQ(*rec[0].oldAs<NodeFlags>(), NodeFlags());
-    EXPECT_EQ(*rec[1].oldAs<Poldo::String>(), "");
     EXPECT_EQ(formatted(*mine), formatted(*other));
 
     // Back to the bare node: every collection differs (ours set, theirs null), same order.
@@ -194,6 +165,36 @@ TEST(NodeUpdate, SrBlocksDeclaringNineRangesRaiseTheRangeIndexError) {
         EXPECT_THAT([&] { mine->updateNodeAttrs(other.get()); },
                     ::testing::ThrowsMessage<Kest::RangeException>(::testing::StrEq(kSrSidRangeIndexError)));
     }
+}
+
+// ---- the union of fragments, by the description -----------------------------
+
+TEST(NodeDescription, FragmentsUniteFirstCarriersAndGatherAreasTopologiesAndDefinitions) {
+    auto first = bareNode();
+    first->hostNameIs("r1");
+    first->isisAreaIdColIs(areas("49.0002"));
+    first->mtIdColIs(mtIds({}));  // an empty list still makes the union's
+    first->srlbIs(block(0, {{1000, 15000}}));
+    first->fadColIs(fads({128}));
+    IgpFlexAlgoDefinition def = first->fadCol()->fad(128);
+    def.priorityIs(10);
+    first->fadCol()->fadIs(128, def);
+    const std::string firstText = formatted(*first);
+    auto second = fullNode();  // flags and every value: only the gathered lists and the unset ones count
+    second->hostNameIs("r2");
+    second->srlbIs(block(0, {{1, 2}}));
+    second->mtIdColIs(nullptr);
+    auto u = bareNode();
+    Kest::uniteAttrs(*u, *first);
+    Kest::uniteAttrs(*u, *second);
+    // The second's values but the flags, the first's host name, SRLB, definition and topologies.
+    auto want = fullNode();
+    want->flagsIs(NodeFlags());
+    want->isisAreaIdCol()->areaIdIs(testsupport::parse<Routing::Isis::AreaId>("49.0002"), false);
+    want->fadCol()->fadIs(128, def);
+    want->mtIdColIs(mtIds({}));
+    EXPECT_EQ(Kest::firstDifference(*u, *want), "");
+    EXPECT_EQ(formatted(*first), firstText);  // the union's lists are its own
 }
 
 // ---- dump text -------------------------------------------------------------------------------

@@ -39,8 +39,8 @@ namespace Kest {
 /// How the fragments of one object combine into one: taken from the first
 /// fragment that carries it, the least of them, the flags of all, the members
 /// of all (each member's value from the first that has it), or not at all
-/// (the key, operations).
-enum class Unite : std::uint8_t { never, firstCarrier, least, flagsOfAll, membersOfAll };
+/// (the key, operations), or by a rule of the attribute's own.
+enum class Unite : std::uint8_t { never, firstCarrier, least, flagsOfAll, membersOfAll, ownRule };
 
 /// Deep equality of two attribute values; pointers compare what they point to.
 template <class V>
@@ -54,6 +54,9 @@ constexpr bool sameValue(const V& a, const V& b) {
         return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
     } else if constexpr (std::is_same_v<V, double>) {
         return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+    } else if constexpr (requires { kestSameContent(a, b); }) {
+        // Objects without an equality operator name their comparison, found by argument lookup.
+        return kestSameContent(a, b);
     } else {
         return a == b;
     }
@@ -72,7 +75,23 @@ struct JsonNames {
     std::string_view attr;            ///< empty: the attribute's name
     std::string_view key = "index";   ///< a map member's key
     std::string_view value = "word";  ///< a map member's value
+    bool omitted = false;             ///< not written at all
+    bool nullUnlessCarried = false;   ///< null where the object does not carry it
 };
+
+/// JSON names for an attribute the tools leave out of their documents.
+constexpr JsonNames omittedFromJson() noexcept {
+    JsonNames j;
+    j.omitted = true;
+    return j;
+}
+
+/// JSON names for an attribute written as null where the object does not carry it.
+constexpr JsonNames nullUnlessCarried(std::string_view attr = {}) noexcept {
+    JsonNames j{attr};
+    j.nullUnlessCarried = true;
+    return j;
+}
 
 template <class Get, class E>
 using ReadType = std::remove_cvref_t<std::invoke_result_t<const Get&, const E&>>;
@@ -80,11 +99,14 @@ using ReadType = std::remove_cvref_t<std::invoke_result_t<const Get&, const E&>>
 // ---- the kinds of description ---------------------------------------------
 
 /// One value, read by `get` and written by `set` (no setter for the key); a
-/// pointer is one value too, compared by what it points to.
-template <class E, class Get, class Set, class Carried, AttrKind Kind = AttrKind::scalar>
+/// pointer is one value too, compared by what it points to. `merge(into,
+/// from)` unites fragments where the attribute has a rule of its own.
+template <class E, class Get, class Set, class Carried, AttrKind Kind = AttrKind::scalar,
+          class Merge = std::nullptr_t>
 struct ScalarAttr {
     using Entity = E;
     using Value = ReadType<Get, E>;
+    using MergeRule = Merge;
     static constexpr AttrKind kind = Kind;
     static constexpr bool isKey = std::is_same_v<Set, std::nullptr_t>;
     std::string_view name;
@@ -94,6 +116,7 @@ struct ScalarAttr {
     Unite unite;
     Carried carried;
     JsonNames json;
+    Merge merge{};
 
     Value get(const E& e) const { return std::invoke(getter, e); }
     void set(E& e, const Value& v) const requires(!isKey) { std::invoke(setter, e, v); }
@@ -149,6 +172,16 @@ constexpr auto pointerAttr(std::string_view name, AttrId id, V (E::*get)() const
     const auto isSet = [get](const E& e) { return static_cast<bool>(std::invoke(get, e)); };
     return ScalarAttr<E, decltype(get), decltype(set), decltype(isSet), AttrKind::pointer>{
         name, id, get, set, Unite::firstCarrier, isSet, json};
+}
+
+/// A pointer whose fragments unite by `merge(into, from)`, called for every
+/// fragment united into the object.
+template <class E, class V, class S, class Merge>
+constexpr auto pointerAttr(std::string_view name, AttrId id, V (E::*get)() const noexcept, void (E::*set)(S),
+                           JsonNames json, Merge merge) {
+    const auto isSet = [get](const E& e) { return static_cast<bool>(std::invoke(get, e)); };
+    return ScalarAttr<E, decltype(get), decltype(set), decltype(isSet), AttrKind::pointer, Merge>{
+        name, id, get, set, Unite::ownRule, isSet, json, merge};
 }
 
 template <AttrKind Kind, class E, class C, class Set, class Carried = AlwaysCarried>
@@ -411,6 +444,11 @@ void uniteAttrs(E& into, const E& from) {
                 if constexpr (detail::FlagSet<V>) {
                     if (d.unite == Unite::flagsOfAll) {
                         d.set(into, V(static_cast<std::uint8_t>(d.get(into).value() | d.get(from).value())));
+                    }
+                }
+                if constexpr (!std::is_same_v<typename D::MergeRule, std::nullptr_t>) {
+                    if (d.unite == Unite::ownRule) {
+                        std::invoke(d.merge, into, from);
                     }
                 }
             }

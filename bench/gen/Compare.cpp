@@ -32,40 +32,7 @@ private:
     std::string text_;
 };
 
-// Null on both sides, or set on both and equal by `same`.
-template <class T, class Same>
-void checkShared(Diff& d, const std::string& where, const char* what, const Poldo::Ptr<T>& a,
-                 const Poldo::Ptr<T>& b, Same same) {
-    const bool differ = !a != !b || (a && !same(*a, b.get()));
-    if (differ) {
-        d.fail(where, what);
-    }
-}
-
-void compareNode(Diff& d, const std::string& at, const IC::Node& a, const IC::Node& b) {
-    d.check(at, "flags", a.flags(), b.flags());
-    d.check(at, "host name", a.hostName(), b.hostName());
-    d.check(at, "IPv4 router ID", a.ipv4RouterId(), b.ipv4RouterId());
-    d.check(at, "IPv6 router ID", a.ipv6RouterId(), b.ipv6RouterId());
-    checkShared(d, at, "area addresses differ", a.isisAreaIdCol(), b.isisAreaIdCol(),
-                [](const IC::IsisAreaIdCol& x, const IC::IsisAreaIdCol* y) { return x.compareAreaIds(y); });
-    checkShared(d, at, "SR capabilities differ", a.srCapabilities(), b.srCapabilities(),
-                [](const IC::SrCapabilities& x, const IC::SrCapabilities* y) { return x.compare(y); });
-    checkShared(d, at, "SR local blocks differ", a.srlb(), b.srlb(),
-                [](const IC::SrCapabilities& x, const IC::SrCapabilities* y) { return x.compare(y); });
-    checkShared(d, at, "MSDs differ", a.msdCol(), b.msdCol(),
-                [](const IC::IgpMsdCol& x, const IC::IgpMsdCol* y) { return x.compareMsdCol(y); });
-    checkShared(d, at, "flex-algo definitions differ", a.fadCol(), b.fadCol(),
-                [](const IC::IgpFlexAlgoDefinitionCol& x, const IC::IgpFlexAlgoDefinitionCol* y) {
-                    return x.fadCount() == y->fadCount() && x.compareFadCol(y);
-                });
-    checkShared(d, at, "topologies differ", a.mtIdCol(), b.mtIdCol(),
-                [](const IC::IgpMultiTopologyIdCol& x, const IC::IgpMultiTopologyIdCol* y) {
-                    return x.compareMtIdCol(y);
-                });
-}
-
-// Neighbors and prefixes compare attribute by attribute through their descriptions.
+// Nodes, neighbors and prefixes compare attribute by attribute through their descriptions.
 template <class E>
 void compareDescribed(Diff& d, const std::string& at, const E& a, const E& b) {
     const std::string_view attr = Kest::firstDifference(a, b);
@@ -90,7 +57,7 @@ std::string firstDifference(const IC::IgpLspDatabase& a, const IC::IgpLspDatabas
         if (!ea.node() || !eb->node()) {
             d.check(at, "has a node", static_cast<bool>(ea.node()), static_cast<bool>(eb->node()));
         } else {
-            compareNode(d, at, *ea.node(), *eb->node());
+            compareDescribed(d, at, *ea.node(), *eb->node());
         }
         d.check(at, "neighbors", ea.neighbor().size(), eb->neighbor().size());
         for (auto n = ea.neighbor().begin(); n != ea.neighbor().end() && !d.found(); ++n) {

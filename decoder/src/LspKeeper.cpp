@@ -14,69 +14,14 @@ namespace IC = Routing::IgpCommon;
 namespace {
 
 // Node attributes of several fragments: the overload and attached bits count
-// in fragment 0 only (ISO 10589 7.3.4.4); the rest is taken from the first
-// fragment that carries it, and the area and topology lists are united.
+// in fragment 0 only (ISO 10589 7.3.4.4); the rest is united as the node's
+// description says: from the first fragment that carries it, the area and
+// topology lists and flexible-algorithm definitions from all.
 void uniteNode(IC::Node& into, const IC::Node& from, std::uint8_t fragment) {
     if (fragment == 0) {
         into.flagsIs(from.flags());
     }
-    if (into.hostName().empty()) {
-        into.hostNameIs(from.hostName());
-    }
-    if (into.ipv4RouterId().isZero()) {
-        into.ipv4RouterIdIs(from.ipv4RouterId());
-    }
-    if (into.ipv6RouterId().isZero()) {
-        into.ipv6RouterIdIs(from.ipv6RouterId());
-    }
-    if (const auto& areas = from.isisAreaIdCol()) {
-        if (!into.isisAreaIdCol()) {
-            into.isisAreaIdColIs(IC::isisAreaIdColFactory());
-        }
-        for (auto it = areas->areaId().begin(); it != areas->areaId().end(); ++it) {
-            into.isisAreaIdCol()->areaIdIs(it->first, it->second);
-        }
-    }
-    if (const auto& mts = from.mtIdCol()) {
-        if (!into.mtIdCol()) {
-            into.mtIdColIs(IC::igpMultiTopologyIdColFactory());
-        }
-        for (auto it = mts->mtIdValue().begin(); it != mts->mtIdValue().end(); ++it) {
-            into.mtIdCol()->mtIdValueIs(*it);
-        }
-    }
-    if (!into.srCapabilities()) {
-        into.srCapabilitiesIs(from.srCapabilities());
-    }
-    if (!into.srlb()) {
-        into.srlbIs(from.srlb());
-    }
-    if (!into.msdCol()) {
-        into.msdColIs(from.msdCol());
-    }
-    // A definition that several fragments carry is put together: its numbers
-    // from the lowest fragment, its constraints by combineSubTlvs. The union
-    // gets constraint objects of its own, so that the fragments' decoded
-    // definitions stay as they were received.
-    if (const auto& fads = from.fadCol()) {
-        if (!into.fadCol()) {
-            into.fadColIs(IC::igpFlexAlgoDefinitionColFactory());
-        }
-        for (auto it = fads->fad().begin(); it != fads->fad().end(); ++it) {
-            if (into.fadCol()->fad().find(it->first) != nullptr) {
-                into.fadCol()->fad(it->first).combineSubTlvs(it->second);
-                continue;
-            }
-            IC::IgpFlexAlgoDefinition own;
-            own.flexAlgoIs(it->second.flexAlgo());
-            own.metricTypeIs(it->second.metricType());
-            own.calcTypeIs(it->second.calcType());
-            own.priorityIs(it->second.priority());
-            own.lspFragmentIdIs(it->second.lspFragmentId());
-            own.combineSubTlvs(it->second);  // into empty lists: a copy
-            into.fadCol()->fadIs(it->first, own);
-        }
-    }
+    Kest::uniteAttrs(into, from);
 }
 
 // A link that a later fragment describes again under the same key: each TE

@@ -230,45 +230,9 @@ void ChangeFeed::onEntry(const IC::IgpLsp& entry, const Poldo::Notification& n, 
 }
 
 void ChangeFeed::onNode(const IC::Node& node, const Poldo::Notification& n, Pending& p) {
-    using A = IC::Node::Attr;
-    using N = IC::Node;
     p.change.entity = "node";
-    auto& nv = p.newValue;
-    Text& old = p.change.oldValue;
-    switch (n.attr()) {
-        case A::flags:
-            old = oldText<IC::NodeFlags>(n);
-            return readBack(node, nv, [](const N& x) { return x.flags(); });
-        case A::hostName:
-            old = oldText<Poldo::String>(n);
-            return readBack(node, nv, [](const N& x) { return x.hostName(); });
-        case A::isisAreaIdCol:
-            old = oldText<Poldo::Ptr<IC::IsisAreaIdCol>>(n);
-            return readBack(node, nv, [](const N& x) { return x.isisAreaIdCol(); });
-        case A::ipv4RouterId:
-            old = oldText<Lumo::IpAddr>(n);
-            return readBack(node, nv, [](const N& x) { return x.ipv4RouterId(); });
-        case A::ipv6RouterId:
-            old = oldText<Lumo::Ip6Addr>(n);
-            return readBack(node, nv, [](const N& x) { return x.ipv6RouterId(); });
-        case A::srCapabilities:
-            old = oldText<Poldo::Ptr<IC::SrCapabilities>>(n);
-            return readBack(node, nv, [](const N& x) { return x.srCapabilities(); });
-        case A::srlb:
-            old = oldText<Poldo::Ptr<IC::SrCapabilities>>(n);
-            return readBack(node, nv, [](const N& x) { return x.srlb(); });
-        case A::msdCol:
-            old = oldText<Poldo::Ptr<IC::IgpMsdCol>>(n);
-            return readBack(node, nv, [](const N& x) { return x.msdCol(); });
-        case A::fadCol:
-            old = oldText<Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol>>(n);
-            return readBack(node, nv, [](const N& x) { return x.fadCol(); });
-        case A::mtIdCol:
-            old = oldText<Poldo::Ptr<IC::IgpMultiTopologyIdCol>>(n);
-            return readBack(node, nv, [](const N& x) { return x.mtIdCol(); });
-        default:
-            nv = [] { return Text(); };
-    }
+    p.newValue = [] { return Text(); };
+    describedChange(node, n, p.change, p.newValue);
 }
 
 void ChangeFeed::onNeighbor(const IC::Neighbor& nbr, const Poldo::Notification& n, Pending& p) {

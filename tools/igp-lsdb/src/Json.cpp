@@ -14,6 +14,11 @@ namespace {
 Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoEag>& words);
 Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoSrlg>& srlgs);
 Json valueJson(const Poldo::Ptr<IC::SidLabelBinding>& b);
+Json valueJson(const Poldo::Ptr<IC::IsisAreaIdCol>& areas);
+Json valueJson(const Poldo::Ptr<IC::SrCapabilities>& caps);
+Json valueJson(const Poldo::Ptr<IC::IgpMsdCol>& msds);
+Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol>& fads);
+Json valueJson(const Poldo::Ptr<IC::IgpMultiTopologyIdCol>& topologies);
 
 template <class T>
 concept FlagSet = requires(const T& v) {
@@ -110,7 +115,21 @@ Json optionalText(const Text& t) {
     return t ? Json(*t) : Json();
 }
 
-Json srBlockJson(const Poldo::Ptr<IC::SrCapabilities>& caps) {
+// The node's collections: null when absent, areas in their text order, MSDs
+// by position over the whole span (absent ones as zeros), definitions by
+// algorithm, topologies sorted.
+Json valueJson(const Poldo::Ptr<IC::IsisAreaIdCol>& areas) {
+    if (!areas) {
+        return Json();
+    }
+    Json out = Json::array();
+    for (const auto& [area, flag] : areas->areaId()) {
+        out.push_back(*text(area));
+    }
+    return out;
+}
+
+Json valueJson(const Poldo::Ptr<IC::SrCapabilities>& caps) {
     if (!caps) {
         return Json();
     }
@@ -121,6 +140,32 @@ Json srBlockJson(const Poldo::Ptr<IC::SrCapabilities>& caps) {
     return Json{{"flags", valueJson(caps->srCapFlag())}, {"ranges", std::move(ranges)}};
 }
 
+Json valueJson(const Poldo::Ptr<IC::IgpMsdCol>& msds) {
+    if (!msds) {
+        return Json();
+    }
+    Json out = Json::array();
+    for (std::uint32_t p = msds->lowerBound(); p < msds->upperBound(); ++p) {
+        out.push_back(valueJson(msds->msd(p)));
+    }
+    return out;
+}
+
+Json valueJson(const Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol>& fads) {
+    if (!fads) {
+        return Json();
+    }
+    Json out = Json::array();
+    for (const auto& [algo, def] : fads->fad()) {
+        out.push_back(valueJson(def));
+    }
+    return out;
+}
+
+Json valueJson(const Poldo::Ptr<IC::IgpMultiTopologyIdCol>& topologies) {
+    return topologies ? sortedValues(topologies->mtIdValue()) : Json();
+}
+
 // An entity's described attributes by their JSON names: scalars as values,
 // arrays in index order, maps as sorted {key, value} objects, sets sorted.
 // The key is the caller's: it is written field by field.
@@ -129,9 +174,13 @@ void describedJson(Json& out, const E& e) {
     Kest::forEachAttr<E>([&](const auto& d) {
         using D = std::remove_cvref_t<decltype(d)>;
         const auto name = [&] { return std::string(d.json.attr.empty() ? d.name : d.json.attr); };
+        if (d.json.omitted) {
+            return;
+        }
         if constexpr (Kest::ScalarDesc<D>) {
             if constexpr (!D::isKey) {
-                out[name()] = valueJson(d.get(e));
+                const bool absent = d.json.nullUnlessCarried && !d.carried(e);
+                out[name()] = absent ? Json() : valueJson(d.get(e));
             }
         } else if constexpr (Kest::MembersDesc<D>) {
             Json items = Json::array();
@@ -215,31 +264,6 @@ Json counts(const std::map<std::string, std::size_t>& byReason) {
 
 Json nodeJson(unsigned level, const IC::IgpLsp& entry, std::size_t fragments, const HostNames& names) {
     const IC::Node& node = *entry.node();
-    Json areas;
-    if (const auto& col = node.isisAreaIdCol()) {
-        areas = Json::array();
-        for (const auto& [area, flag] : col->areaId()) {
-            areas.push_back(*text(area));
-        }
-    }
-    Json msd;
-    if (const auto& col = node.msdCol()) {
-        msd = Json::array();
-        for (std::uint32_t p = col->lowerBound(); p < col->upperBound(); ++p) {
-            msd.push_back(valueJson(col->msd(p)));
-        }
-    }
-    Json fads;
-    if (const auto& col = node.fadCol()) {
-        fads = Json::array();
-        for (const auto& [algo, def] : col->fad()) {
-            fads.push_back(valueJson(def));
-        }
-    }
-    Json topologies;
-    if (const auto& col = node.mtIdCol()) {
-        topologies = sortedValues(col->mtIdValue());
-    }
     std::vector<Poldo::Ptr<IC::Neighbor>> nbrs;
     for (const auto& m : entry.neighbor()) {
         nbrs.push_back(m.value);
@@ -260,24 +284,17 @@ Json nodeJson(unsigned level, const IC::IgpLsp& entry, std::size_t fragments, co
         prefixes.push_back(prefixJson(*p));
     }
     const auto hostName = names.of(entry.nodeId());
-    return Json{
+    Json out{
         {"level", level},
         {"nodeId", *text(entry.nodeId())},
         {"pseudonode", entry.nodeId().isPnodeId()},
         {"hostname", entry.nodeId().isPnodeId() || !hostName ? Json() : Json(printable(*hostName))},
         {"fragments", fragments},
-        {"flags", valueJson(node.flags())},
-        {"areas", std::move(areas)},
-        {"ipv4RouterId", node.ipv4RouterId().isZero() ? Json() : Json(*text(node.ipv4RouterId()))},
-        {"ipv6RouterId", node.ipv6RouterId().isZero() ? Json() : Json(*text(node.ipv6RouterId()))},
-        {"srgb", srBlockJson(node.srCapabilities())},
-        {"srlb", srBlockJson(node.srlb())},
-        {"msd", std::move(msd)},
-        {"flexAlgoDefinitions", std::move(fads)},
-        {"topologies", std::move(topologies)},
-        {"neighbors", std::move(neighbors)},
-        {"prefixes", std::move(prefixes)},
     };
+    describedJson(out, node);
+    out["neighbors"] = std::move(neighbors);
+    out["prefixes"] = std::move(prefixes);
+    return out;
 }
 
 Json dumpJson(const Lsdb& lsdb, const NodeFilter& filter, const HostNames& names) {
