@@ -34,7 +34,33 @@ Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
     return content_;
 }
 
+// Which part of the content a TLV fills.
+unsigned LspDecoder::partOf(std::uint8_t type) noexcept {
+    switch (type) {
+        case Tlv::isNeighbors:
+        case Tlv::extendedIsReachability:
+        case Tlv::mtIsReachability:
+        case Tlv::srlg:
+        case Tlv::ipv6Srlg:
+            return linksPart;
+        case Tlv::ipInternalReachability:
+        case Tlv::ipExternalReachability:
+        case Tlv::extendedIpReachability:
+        case Tlv::mtIpReachability:
+        case Tlv::ipv6Reachability:
+        case Tlv::mtIpv6Reachability:
+        case Tlv::sidLabelBinding:
+        case Tlv::mtSidLabelBinding:
+            return prefixesPart;
+        default:
+            return nodePart;
+    }
+}
+
 void LspDecoder::decodeTlv(Item& it) {
+    if (parts_ != allParts && (parts_ & partOf(it.type)) == 0) {
+        return;
+    }
     switch (it.type) {
         case Tlv::areaAddresses:
             areas(it);

@@ -374,10 +374,17 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             if (!f.held || num == number) {
                 continue;
             }
-            if (f.srlg || !entry) {
+            if (!entry) {
                 index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets)).first->second);
-            } else {
-                indexKeys(node, num, *entry);
+                continue;
+            }
+            indexKeys(node, num, *entry);
+            if (f.srlg) {
+                std::vector<Lumo::IpGenAddr> addrs;
+                srlgAddresses(f.octets, addrs);
+                for (const auto& a : addrs) {
+                    node.srlgs[a].set(num);
+                }
             }
         }
         if (before) {
@@ -386,15 +393,29 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         node.indexed = true;
     }
 
-    const auto contentOf = [&](std::uint8_t f) -> const IC::IsisLspParsedContent& {
+    // Another fragment's content, decoded no further than the parts asked
+    // for: an SRLG record that folds onto another fragment's link needs that
+    // fragment's links, not its prefixes.
+    std::map<std::uint8_t, std::pair<unsigned, Poldo::Ptr<IC::IsisLspParsedContent>>> partial;
+    const auto contentOf = [&](std::uint8_t f,
+                               unsigned parts = detail::allParts) -> const IC::IsisLspParsedContent& {
         if (f == number) {
             return *after;
         }
-        auto it = decoded.find(f);
-        if (it == decoded.end()) {
-            it = decoded.emplace(f, decodeHeld(id, node.fragments.at(f).octets)).first;
+        if (const auto it = decoded.find(f); it != decoded.end()) {
+            return *it->second;
         }
-        return *it->second;
+        const auto& octets = node.fragments.at(f).octets;
+        auto& [has, content] = partial[f];
+        if (!content || (has & parts) != parts) {
+            has |= parts;
+            content = has == detail::allParts ? nullptr : decodeAcceptedParts(octets, has);
+            if (!content) {
+                content = decodeHeld(id, octets);
+                has = detail::allParts;
+            }
+        }
+        return *content;
     };
     FragmentSet onlyThis;
     onlyThis.set(number);
@@ -432,7 +453,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
         Poldo::Ptr<IC::Neighbor> u;
         forEachIn(from, [&](std::uint8_t f) {
-            const auto n = contentOf(f).neighbor(k);
+            const auto n = contentOf(f, detail::linksPart).neighbor(k);
             if (!u) {
                 u = scratch->neighborIs(k);
                 u->updateAttr(n);
@@ -498,7 +519,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
                     if (f == number) {
                         return;  // already in `record`
                     }
-                    if (const auto theirs = contentOf(f).parsedSrLg(a)) {
+                    if (const auto theirs = contentOf(f, detail::linksPart).parsedSrLg(a)) {
                         for (auto v = theirs->srlgValue().begin(); v != theirs->srlgValue().end(); ++v) {
                             record->srlgValueIs(*v);
                         }
@@ -561,7 +582,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             if (!f.held || (num != 0 && !f.nodeWide)) {
                 continue;
             }
-            const IC::IsisLspParsedContent& c = contentOf(num);
+            const IC::IsisLspParsedContent& c = contentOf(num, detail::nodePart);
             uniteNode(*all, *c.node(), num);
             if (!srCapSeen && c.node()->srCapabilities()) {
                 delta.parsedSrCapFragIdIs(c.parsedSrCapFragId());
