@@ -133,6 +133,12 @@ void foldSrlg(const IC::IsisLspParsedContent& parsed, const Lumo::IpGenAddr& add
     }
 }
 
+// The fragments that carry `key`, none when it is new to the table.
+template <class Map, class Key>
+std::bitset<256>& carry(Map& map, const Key& key) {
+    return map.findOrInsert(key, [&] { return typename Map::member_type{key, {}}; }).first->from;
+}
+
 template <class Fn>
 void forEachIn(const std::bitset<256>& s, Fn&& fn) {
     for (unsigned f = 0; f < 256; ++f) {
@@ -382,8 +388,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             if (f.srlg) {
                 std::vector<Lumo::IpGenAddr> addrs;
                 srlgAddresses(f.octets, addrs);
+                node.srlgs.reserve(static_cast<std::uint32_t>(node.srlgs.size() + addrs.size()));
                 for (const auto& a : addrs) {
-                    node.srlgs[a].set(num);
+                    carry(node.srlgs, a).set(num);
                 }
             }
         }
@@ -479,8 +486,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     std::vector<Lumo::IpGenAddr> srlgAddrs;
     const auto touchSrlg = [&](const IC::IsisLspParsedContent& c, bool set) {
         for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
-            FragmentSet& from = node.srlgs[(*it)->localAddr()];
-            from.set(number, set);
+            carry(node.srlgs, (*it)->localAddr()).set(number, set);
             srlgAddrs.push_back((*it)->localAddr());
         }
     };
@@ -491,8 +497,8 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         touchSrlg(*after, true);
     }
     for (const auto& a : srlgAddrs) {
-        if (const auto it = node.srlgs.find(a); it != node.srlgs.end() && it->second.none()) {
-            node.srlgs.erase(it);
+        if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
+            node.srlgs.erase(a);
         }
         for (auto l = node.linksByAddr.lower_bound(LinkAt(a, nullptr));
              l != node.linksByAddr.end() && l->first == a; ++l) {
@@ -508,14 +514,14 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         std::vector<Lumo::IpGenAddr> filed;
         for (const auto& n : delta.neighbor()) {
             for (const auto& a : foldAddresses(n->key())) {
-                const auto from = node.srlgs.find(a);
-                if (from == node.srlgs.end() || from->second == onlyThis ||
+                const auto* from = node.srlgs.find(a);
+                if (from == nullptr || from->from == onlyThis ||
                     std::find(filed.begin(), filed.end(), a) != filed.end()) {
                     continue;
                 }
                 filed.push_back(a);
                 const auto record = delta.parsedSrLgIs(a);
-                forEachIn(from->second, [&](std::uint8_t f) {
+                forEachIn(from->from, [&](std::uint8_t f) {
                     if (f == number) {
                         return;  // already in `record`
                     }
@@ -530,46 +536,47 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     }
 
     // Prefixes.
-    using PrefixAt = std::map<IC::PrefixKey, FragmentSet>::iterator;
-    std::vector<PrefixAt> prefixes;
+    // The keys, not the members: an insertion moves the table's members.
+    std::vector<const IC::PrefixKey*> prefixes;
     if (before) {
         for (const auto& p : before->prefix()) {
-            const auto it = node.prefixes.find(p->prefixKey());
-            if (it != node.prefixes.end()) {
-                it->second.reset(number);
-                prefixes.push_back(it);
+            if (const auto* c = node.prefixes.find(p->prefixKey())) {
+                c->from.reset(number);
+                prefixes.push_back(&p->prefixKey());
             }
         }
     }
     if (after) {
+        node.prefixes.reserve(static_cast<std::uint32_t>(node.prefixes.size() + after->prefix().size()));
         for (const auto& p : after->prefix()) {
-            const auto it = node.prefixes.try_emplace(p->prefixKey()).first;
-            it->second.set(number);
+            carry(node.prefixes, p->prefixKey()).set(number);
             if (!before || !before->prefix(p->prefixKey())) {
-                prefixes.push_back(it);
+                prefixes.push_back(&p->prefixKey());
             }
         }
     }
-    for (const PrefixAt it : prefixes) {
-        if (it->second.none()) {
-            d.gonePrefixes.push_back(it->first);
-            node.prefixes.erase(it);
+    for (const IC::PrefixKey* key : prefixes) {
+        const auto* c = node.prefixes.find(*key);
+        const FragmentSet from = c->from;
+        if (from.none()) {
+            d.gonePrefixes.push_back(*key);
+            node.prefixes.erase(*key);
             continue;
         }
-        if (it->second == onlyThis) {
+        if (from == onlyThis) {
             continue;
         }
         Poldo::Ptr<IC::Prefix> u;
-        forEachIn(it->second, [&](std::uint8_t f) {
-            const auto p = contentOf(f).prefix(it->first);
+        forEachIn(from, [&](std::uint8_t f) {
+            const auto p = contentOf(f).prefix(*key);
             if (!u) {
-                u = scratch->prefixIs(it->first);
+                u = scratch->prefixIs(*key);
                 u->updateAttr(p);
             } else {
                 unitePrefix(*u, *p);
             }
         });
-        delta.prefixIs(it->first)->updateAttr(u);
+        delta.prefixIs(*key)->updateAttr(u);
     }
 
     // Node attributes.
@@ -617,11 +624,12 @@ void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
         }
         it->second.set(number);
     }
+    node.prefixes.reserve(static_cast<std::uint32_t>(node.prefixes.size() + c.prefix().size()));
     for (const auto& p : c.prefix()) {
         if constexpr (entry) {
-            node.prefixes[p.key].set(number);
+            carry(node.prefixes, p.key).set(number);
         } else {
-            node.prefixes[p->prefixKey()].set(number);
+            carry(node.prefixes, p->prefixKey()).set(number);
         }
     }
 }
@@ -629,7 +637,7 @@ void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
 void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
     indexKeys(node, number, c);
     for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
-        node.srlgs[(*it)->localAddr()].set(number);
+        carry(node.srlgs, (*it)->localAddr()).set(number);
     }
 }
 
