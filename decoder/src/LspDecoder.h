@@ -173,6 +173,7 @@ public:
     Poldo::Ptr<IC::IsisLspParsedContent> run();
 
 private:
+    void reserveTables();
     void decodeTlv(Item& it);
     static unsigned partOf(std::uint8_t type) noexcept;
     static IC::IgpMultiTopologyId readMtId(Item& it);
