@@ -139,6 +139,16 @@ std::bitset<256>& carry(Map& map, const Key& key) {
     return map.findOrInsert(key, [&] { return typename Map::member_type{key, {}}; }).first->from;
 }
 
+// Sizes an empty table for its first fragment's keys. A table that holds
+// some already grows by its own doubling: reserving exactly what each
+// fragment adds would rebuild it for every fragment of a large node.
+template <class Map>
+void reserveEmpty(Map& map, std::size_t n) {
+    if (map.size() == 0 && n != 0) {
+        map.reserve(static_cast<std::uint32_t>(n));
+    }
+}
+
 template <class Fn>
 void forEachIn(const std::bitset<256>& s, Fn&& fn) {
     for (unsigned f = 0; f < 256; ++f) {
@@ -376,6 +386,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         // the entry holds as it is: its keys are the entry's, and only its
         // SRLG records, which the entry folds into links, need decoding.
         const Poldo::Ptr<IC::IgpLsp> entry = db_->lsp(id);
+        // Room for the held fragment's prefixes and the new one's at once.
+        reserveEmpty(node.prefixes,
+                     (entry ? entry->prefix().size() : 0) + (after ? after->prefix().size() : 0));
         for (const auto& [num, f] : node.fragments) {
             if (!f.held || num == number) {
                 continue;
@@ -388,7 +401,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             if (f.srlg) {
                 std::vector<Lumo::IpGenAddr> addrs;
                 srlgAddresses(f.octets, addrs);
-                node.srlgs.reserve(static_cast<std::uint32_t>(node.srlgs.size() + addrs.size()));
+                reserveEmpty(node.srlgs, addrs.size());
                 for (const auto& a : addrs) {
                     carry(node.srlgs, a).set(num);
                 }
@@ -547,7 +560,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
     }
     if (after) {
-        node.prefixes.reserve(static_cast<std::uint32_t>(node.prefixes.size() + after->prefix().size()));
+        reserveEmpty(node.prefixes, after->prefix().size());
         for (const auto& p : after->prefix()) {
             carry(node.prefixes, p->prefixKey()).set(number);
             if (!before || !before->prefix(p->prefixKey())) {
@@ -624,7 +637,7 @@ void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
         }
         it->second.set(number);
     }
-    node.prefixes.reserve(static_cast<std::uint32_t>(node.prefixes.size() + c.prefix().size()));
+    reserveEmpty(node.prefixes, c.prefix().size());
     for (const auto& p : c.prefix()) {
         if constexpr (entry) {
             carry(node.prefixes, p.key).set(number);
