@@ -156,4 +156,14 @@ Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint
     }
 }
 
+Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedParts(std::span<const std::uint8_t> pdu, unsigned parts) {
+    try {
+        const LspHeader h = readHeader(pdu);
+        LspDecoder d(pdu.data(), h, parts);
+        return d.run();
+    } catch (const Failure&) {
+        return nullptr;
+    }
+}
+
 }  // namespace Routing::IsisDecoder

@@ -141,7 +141,8 @@ void LspDecoder::wideNeighbors(Item& it, IC::IgpMultiTopologyId mt) {
         const std::size_t blockAt = v.pos();
         const std::uint8_t subLen = v.u8();
         Cursor subs = v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
-        LinkAttrs a;
+        LinkAttrs& a = link_;
+        a.reset();
         while (!subs.empty()) {
             Item s = nextItem(subs, Reason::subTlvOverrun);
             linkSubTlv(s, key, a);

@@ -13,6 +13,8 @@ Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
     flags.attachedBitIs(h_.attached());
     node_->flagsIs(flags);
 
+    reserveTables();
+
     Cursor all(pdu_, headerLength, h_.pduLength, 0);
     while (!all.empty()) {
         const std::size_t start = all.pos();
@@ -34,7 +36,115 @@ Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
     return content_;
 }
 
+// Sizes the content's link and prefix tables once, from a count of the
+// entries of the TLVs to be read, rather than letting them grow by rehashing.
+// The count is an upper bound (entries may repeat a key) that the PDU's
+// length bounds; a malformed TLV ends it, and the walk proper reports it.
+void LspDecoder::reserveTables() {
+    std::uint32_t links = 0;
+    std::uint32_t prefixes = 0;
+    const std::size_t pduEnd = h_.pduLength;
+    // Entries of `fixed` octets (`lenAt` octets in, the prefix length; `subFlag`
+    // in the control octet `controlAt` octets in, a sub-TLV block follows), or
+    // with the sub-TLV length at `fixed - 1` when subFlag is 0.
+    const auto entries = [&](std::size_t at, std::size_t end, std::size_t fixed, std::size_t lenAt,
+                             std::size_t controlAt, std::uint8_t subFlag, std::uint8_t lenMask) {
+        std::uint32_t n = 0;
+        while (at + fixed <= end) {
+            std::size_t next = at + fixed;
+            if (subFlag == 0) {
+                next += pdu_[at + fixed - 1];
+            } else {
+                next += ((pdu_[at + lenAt] & lenMask) + 7u) / 8u;
+                if ((pdu_[at + controlAt] & subFlag) != 0) {
+                    next += next < end ? 1u + pdu_[next] : 1u;
+                }
+            }
+            at = next;
+            ++n;
+        }
+        return n;
+    };
+    std::size_t at = headerLength;
+    while (at + 2 <= pduEnd) {
+        const std::uint8_t type = pdu_[at];
+        const std::size_t len = pdu_[at + 1];
+        const std::size_t value = at + 2;
+        const std::size_t end = value + len;
+        if (end > pduEnd) {
+            break;
+        }
+        at = end;
+        if (parts_ != allParts && (parts_ & partOf(type)) == 0) {
+            continue;
+        }
+        const std::size_t mt =
+            type == Tlv::mtIsReachability || type == Tlv::mtIpReachability || type == Tlv::mtIpv6Reachability
+                ? 2
+                : 0;
+        switch (type) {
+            case Tlv::isNeighbors:
+                links += static_cast<std::uint32_t>(len / 11);
+                break;
+            case Tlv::extendedIsReachability:
+            case Tlv::mtIsReachability:
+                links += entries(value + mt, end, 11, 0, 0, 0, 0);  // RFC 5305 3
+                break;
+            case Tlv::ipInternalReachability:
+            case Tlv::ipExternalReachability:
+                prefixes += static_cast<std::uint32_t>(len / 12);
+                break;
+            case Tlv::extendedIpReachability:
+            case Tlv::mtIpReachability:
+                prefixes += entries(value + mt, end, 5, 4, 4, 0x40, 0x3F);  // RFC 5305 4
+                break;
+            case Tlv::ipv6Reachability:
+            case Tlv::mtIpv6Reachability:
+                prefixes += entries(value + mt, end, 6, 5, 4, 0x20, 0xFF);  // RFC 5308 2
+                break;
+            case Tlv::sidLabelBinding:
+            case Tlv::mtSidLabelBinding:
+                ++prefixes;
+                break;
+            default:
+                break;
+        }
+    }
+    if (links != 0) {
+        content_->neighborReserve(links);
+    }
+    if (prefixes != 0) {
+        content_->prefixReserve(prefixes);
+    }
+}
+
+// Which part of the content a TLV fills.
+unsigned LspDecoder::partOf(std::uint8_t type) noexcept {
+    switch (type) {
+        case Tlv::isNeighbors:
+        case Tlv::extendedIsReachability:
+        case Tlv::mtIsReachability:
+        case Tlv::srlg:
+        case Tlv::ipv6Srlg:
+            return linksPart;
+        case Tlv::ipInternalReachability:
+        case Tlv::ipExternalReachability:
+        case Tlv::extendedIpReachability:
+        case Tlv::mtIpReachability:
+        case Tlv::ipv6Reachability:
+        case Tlv::mtIpv6Reachability:
+        case Tlv::sidLabelBinding:
+        case Tlv::mtSidLabelBinding:
+            return prefixesPart;
+        default:
+            return nodePart;
+    }
+}
+
 void LspDecoder::decodeTlv(Item& it) {
+    if (parts_ != allParts && (parts_ & partOf(it.type)) == 0) {
+        return;
+    }
     switch (it.type) {
         case Tlv::areaAddresses:
             areas(it);

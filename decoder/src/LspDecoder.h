@@ -24,6 +24,16 @@ namespace IC = Routing::IgpCommon;
 using Reason = DecodeError::Reason;
 
 inline constexpr std::size_t headerLength = 27;
+
+// The parts of a content that TLV families fill: the node's own attributes;
+// the links with the SRLG records (which fold onto them); the prefixes with
+// the bindings.
+enum ContentParts : unsigned {
+    nodePart = 1,
+    linksPart = 2,
+    prefixesPart = 4,
+    allParts = 7,
+};
 inline constexpr std::uint32_t labelMask = 0xFFFFF;  // a 3-octet label carries 20 bits (RFC 8667 2.1)
 
 // Whether `pdu` passes lspChecksumValid(), given that `valid` does and that the
@@ -156,12 +166,16 @@ LspHeader readHeader(std::span<const std::uint8_t> pdu);
 
 class LspDecoder {
 public:
-    LspDecoder(const std::uint8_t* pdu, const LspHeader& h) : pdu_(pdu), h_(h) {}
+    // Only the TLVs of `parts` are read (see ContentParts).
+    LspDecoder(const std::uint8_t* pdu, const LspHeader& h, unsigned parts = allParts)
+        : pdu_(pdu), h_(h), parts_(parts) {}
 
     Poldo::Ptr<IC::IsisLspParsedContent> run();
 
 private:
+    void reserveTables();
     void decodeTlv(Item& it);
+    static unsigned partOf(std::uint8_t type) noexcept;
     static IC::IgpMultiTopologyId readMtId(Item& it);
 
     // Node-wide TLVs (NodeTlvs.cpp).
@@ -189,6 +203,19 @@ private:
         IC::LinkDelay delay;
         std::vector<IC::AdjacencySid> adjSids;
         std::vector<IC::LanAdjacencySid> lanAdjSids;
+
+        // Empty again, the vectors keeping their room for the next entry.
+        void reset() noexcept {
+            present = {};
+            adminGroup = 0;
+            maxBw = maxRsvBw = 0;
+            unrsvBw = {};
+            extAdminGroup.clear();
+            teMetric = 0;
+            delay = {};
+            adjSids.clear();
+            lanAdjSids.clear();
+        }
     };
     void linkSubTlv(Item& s, IC::NeighborKey& key, LinkAttrs& a);
     void addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, const LinkAttrs& a);
@@ -217,6 +244,7 @@ private:
 
     const std::uint8_t* pdu_;
     const LspHeader& h_;
+    unsigned parts_;
     Poldo::Ptr<IC::IsisLspParsedContent> content_;
     Poldo::Ptr<IC::Node> node_;
     Poldo::Ptr<IC::IsisAreaIdCol> areas_;
@@ -227,6 +255,9 @@ private:
     std::uint32_t msdCount_ = 0;
     Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol> fads_;
     std::vector<UnnumberedSrlg> unnumberedSrlgs_;
+    // One IS reachability entry's sub-TLVs at a time: reused, so that an
+    // entry with adjacency SIDs allocates nothing once an earlier one has.
+    LinkAttrs link_;
 };
 
 }  // namespace Routing::IsisDecoder::detail
@@ -237,5 +268,16 @@ namespace Routing::IsisDecoder {
 /// decoded again without verifying its checksum or copying its octets.
 /// Null if it does not decode.
 Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu);
+
+/// The local addresses that the SRLG records of a PDU that decodeLsp()
+/// accepted before are filed under, as decoding it would file them (once per
+/// TLV, so an address may repeat), without decoding the rest.
+/// Part of such a PDU's content, as decodeAcceptedLsp() gives it but for the
+/// TLVs of the other parts (ContentParts), which are skipped. Null if it
+/// does not decode.
+Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedParts(std::span<const std::uint8_t> pdu,
+                                                                         unsigned parts);
+
+void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAddr>& out);
 
 }  // namespace Routing::IsisDecoder

@@ -78,6 +78,22 @@ void foldSrlg(const IC::IsisLspParsedContent& parsed, const Lumo::IpGenAddr& add
     }
 }
 
+// The fragments that carry `key`, none when it is new to the table.
+template <class Map, class Key>
+std::bitset<256>& carry(Map& map, const Key& key) {
+    return map.findOrInsert(key, [&] { return typename Map::member_type{key, {}}; }).first->from;
+}
+
+// Sizes an empty table for its first fragment's keys. A table that holds
+// some already grows by its own doubling: reserving exactly what each
+// fragment adds would rebuild it for every fragment of a large node.
+template <class Map>
+void reserveEmpty(Map& map, std::size_t n) {
+    if (map.size() == 0 && n != 0) {
+        map.reserve(static_cast<std::uint32_t>(n));
+    }
+}
+
 template <class Fn>
 void forEachIn(const std::bitset<256>& s, Fn&& fn) {
     for (unsigned f = 0; f < 256; ++f) {
@@ -315,14 +331,25 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         // the entry holds as it is: its keys are the entry's, and only its
         // SRLG records, which the entry folds into links, need decoding.
         const Poldo::Ptr<IC::IgpLsp> entry = db_->lsp(id);
+        // Room for the held fragment's prefixes and the new one's at once.
+        reserveEmpty(node.prefixes,
+                     (entry ? entry->prefix().size() : 0) + (after ? after->prefix().size() : 0));
         for (const auto& [num, f] : node.fragments) {
             if (!f.held || num == number) {
                 continue;
             }
-            if (f.srlg || !entry) {
+            if (!entry) {
                 index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets)).first->second);
-            } else {
-                indexKeys(node, num, *entry);
+                continue;
+            }
+            indexKeys(node, num, *entry);
+            if (f.srlg) {
+                std::vector<Lumo::IpGenAddr> addrs;
+                srlgAddresses(f.octets, addrs);
+                reserveEmpty(node.srlgs, addrs.size());
+                for (const auto& a : addrs) {
+                    carry(node.srlgs, a).set(num);
+                }
             }
         }
         if (before) {
@@ -331,15 +358,29 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         node.indexed = true;
     }
 
-    const auto contentOf = [&](std::uint8_t f) -> const IC::IsisLspParsedContent& {
+    // Another fragment's content, decoded no further than the parts asked
+    // for: an SRLG record that folds onto another fragment's link needs that
+    // fragment's links, not its prefixes.
+    std::map<std::uint8_t, std::pair<unsigned, Poldo::Ptr<IC::IsisLspParsedContent>>> partial;
+    const auto contentOf = [&](std::uint8_t f,
+                               unsigned parts = detail::allParts) -> const IC::IsisLspParsedContent& {
         if (f == number) {
             return *after;
         }
-        auto it = decoded.find(f);
-        if (it == decoded.end()) {
-            it = decoded.emplace(f, decodeHeld(id, node.fragments.at(f).octets)).first;
+        if (const auto it = decoded.find(f); it != decoded.end()) {
+            return *it->second;
         }
-        return *it->second;
+        const auto& octets = node.fragments.at(f).octets;
+        auto& [has, content] = partial[f];
+        if (!content || (has & parts) != parts) {
+            has |= parts;
+            content = has == detail::allParts ? nullptr : decodeAcceptedParts(octets, has);
+            if (!content) {
+                content = decodeHeld(id, octets);
+                has = detail::allParts;
+            }
+        }
+        return *content;
     };
     FragmentSet onlyThis;
     onlyThis.set(number);
@@ -377,7 +418,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
         Poldo::Ptr<IC::Neighbor> u;
         forEachIn(from, [&](std::uint8_t f) {
-            const auto n = contentOf(f).neighbor(k);
+            const auto n = contentOf(f, detail::linksPart).neighbor(k);
             if (!u) {
                 u = scratch->neighborIs(k);
                 u->updateAttr(n);
@@ -403,8 +444,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     std::vector<Lumo::IpGenAddr> srlgAddrs;
     const auto touchSrlg = [&](const IC::IsisLspParsedContent& c, bool set) {
         for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
-            FragmentSet& from = node.srlgs[(*it)->localAddr()];
-            from.set(number, set);
+            carry(node.srlgs, (*it)->localAddr()).set(number, set);
             srlgAddrs.push_back((*it)->localAddr());
         }
     };
@@ -415,8 +455,8 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         touchSrlg(*after, true);
     }
     for (const auto& a : srlgAddrs) {
-        if (const auto it = node.srlgs.find(a); it != node.srlgs.end() && it->second.none()) {
-            node.srlgs.erase(it);
+        if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
+            node.srlgs.erase(a);
         }
         for (auto l = node.linksByAddr.lower_bound(LinkAt(a, nullptr));
              l != node.linksByAddr.end() && l->first == a; ++l) {
@@ -432,18 +472,18 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         std::vector<Lumo::IpGenAddr> filed;
         for (const auto& n : delta.neighbor()) {
             for (const auto& a : foldAddresses(n->key())) {
-                const auto from = node.srlgs.find(a);
-                if (from == node.srlgs.end() || from->second == onlyThis ||
+                const auto* from = node.srlgs.find(a);
+                if (from == nullptr || from->from == onlyThis ||
                     std::find(filed.begin(), filed.end(), a) != filed.end()) {
                     continue;
                 }
                 filed.push_back(a);
                 const auto record = delta.parsedSrLgIs(a);
-                forEachIn(from->second, [&](std::uint8_t f) {
+                forEachIn(from->from, [&](std::uint8_t f) {
                     if (f == number) {
                         return;  // already in `record`
                     }
-                    if (const auto theirs = contentOf(f).parsedSrLg(a)) {
+                    if (const auto theirs = contentOf(f, detail::linksPart).parsedSrLg(a)) {
                         for (auto v = theirs->srlgValue().begin(); v != theirs->srlgValue().end(); ++v) {
                             record->srlgValueIs(*v);
                         }
@@ -454,46 +494,47 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     }
 
     // Prefixes.
-    using PrefixAt = std::map<IC::PrefixKey, FragmentSet>::iterator;
-    std::vector<PrefixAt> prefixes;
+    // The keys, not the members: an insertion moves the table's members.
+    std::vector<const IC::PrefixKey*> prefixes;
     if (before) {
         for (const auto& p : before->prefix()) {
-            const auto it = node.prefixes.find(p->prefixKey());
-            if (it != node.prefixes.end()) {
-                it->second.reset(number);
-                prefixes.push_back(it);
+            if (const auto* c = node.prefixes.find(p->prefixKey())) {
+                c->from.reset(number);
+                prefixes.push_back(&p->prefixKey());
             }
         }
     }
     if (after) {
+        reserveEmpty(node.prefixes, after->prefix().size());
         for (const auto& p : after->prefix()) {
-            const auto it = node.prefixes.try_emplace(p->prefixKey()).first;
-            it->second.set(number);
+            carry(node.prefixes, p->prefixKey()).set(number);
             if (!before || !before->prefix(p->prefixKey())) {
-                prefixes.push_back(it);
+                prefixes.push_back(&p->prefixKey());
             }
         }
     }
-    for (const PrefixAt it : prefixes) {
-        if (it->second.none()) {
-            d.gonePrefixes.push_back(it->first);
-            node.prefixes.erase(it);
+    for (const IC::PrefixKey* key : prefixes) {
+        const auto* c = node.prefixes.find(*key);
+        const FragmentSet from = c->from;
+        if (from.none()) {
+            d.gonePrefixes.push_back(*key);
+            node.prefixes.erase(*key);
             continue;
         }
-        if (it->second == onlyThis) {
+        if (from == onlyThis) {
             continue;
         }
         Poldo::Ptr<IC::Prefix> u;
-        forEachIn(it->second, [&](std::uint8_t f) {
-            const auto p = contentOf(f).prefix(it->first);
+        forEachIn(from, [&](std::uint8_t f) {
+            const auto p = contentOf(f).prefix(*key);
             if (!u) {
-                u = scratch->prefixIs(it->first);
+                u = scratch->prefixIs(*key);
                 u->updateAttr(p);
             } else {
                 unitePrefix(*u, *p);
             }
         });
-        delta.prefixIs(it->first)->updateAttr(u);
+        delta.prefixIs(*key)->updateAttr(u);
     }
 
     // Node attributes.
@@ -506,7 +547,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             if (!f.held || (num != 0 && !f.nodeWide)) {
                 continue;
             }
-            const IC::IsisLspParsedContent& c = contentOf(num);
+            const IC::IsisLspParsedContent& c = contentOf(num, detail::nodePart);
             uniteNode(*all, *c.node(), num);
             if (!srCapSeen && c.node()->srCapabilities()) {
                 delta.parsedSrCapFragIdIs(c.parsedSrCapFragId());
@@ -541,11 +582,12 @@ void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
         }
         it->second.set(number);
     }
+    reserveEmpty(node.prefixes, c.prefix().size());
     for (const auto& p : c.prefix()) {
         if constexpr (entry) {
-            node.prefixes[p.key].set(number);
+            carry(node.prefixes, p.key).set(number);
         } else {
-            node.prefixes[p->prefixKey()].set(number);
+            carry(node.prefixes, p->prefixKey()).set(number);
         }
     }
 }
@@ -553,7 +595,7 @@ void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
 void LspKeeper::index(NodeState& node, std::uint8_t number, const IC::IsisLspParsedContent& c) {
     indexKeys(node, number, c);
     for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
-        node.srlgs[(*it)->localAddr()].set(number);
+        carry(node.srlgs, (*it)->localAddr()).set(number);
     }
 }
 

@@ -1,5 +1,7 @@
 // Shared-risk link groups: TLVs 138 (RFC 5307 1.4) and 139 (RFC 6119 4.3).
 
+#include <algorithm>
+
 #include "LspDecoder.h"
 
 namespace Routing::IsisDecoder::detail {
@@ -80,3 +82,41 @@ void LspDecoder::attachUnnumberedSrlgs() {
 }
 
 }  // namespace Routing::IsisDecoder::detail
+
+namespace Routing::IsisDecoder {
+
+// The same records as srlgV4() and srlgV6() file, read by the same rules:
+// the keeper indexes a held fragment's SRLG records this way rather than
+// decoding the whole fragment again. Lengths are checked as if the octets
+// had not been accepted before.
+void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAddr>& out) {
+    using detail::headerLength;
+    if (pdu.size() < headerLength) {
+        return;
+    }
+    const std::size_t end = std::min<std::size_t>(pdu.size(), (std::size_t{pdu[8]} << 8) | pdu[9]);
+    std::size_t at = headerLength;
+    while (at + 2 <= end) {
+        const std::uint8_t type = pdu[at];
+        const std::size_t len = pdu[at + 1];
+        const std::uint8_t* v = pdu.data() + at + 2;
+        if (at + 2 + len > end) {
+            return;
+        }
+        at += 2 + len;
+        if (type == Tlv::srlg) {
+            // RFC 5307 1.4: unnumbered records go onto links, not under an address.
+            if (len >= 16 && (len - 16) % 4 == 0 && (v[7] & 0x01) != 0) {
+                out.emplace_back(Lumo::IpAddr::fromBytes(v + 8));
+            }
+        } else if (type == Tlv::ipv6Srlg && len >= 24) {
+            // RFC 6119 4.3: a neighbor address follows the local one when NA is set.
+            const std::size_t values = (v[7] & 0x01) != 0 ? 40 : 24;
+            if (len >= values && (len - values) % 4 == 0) {
+                out.emplace_back(Lumo::Ip6Addr::fromBytes(v + 8));
+            }
+        }
+    }
+}
+
+}  // namespace Routing::IsisDecoder

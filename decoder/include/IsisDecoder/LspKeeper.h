@@ -98,6 +98,26 @@ private:
         bool srlg = false;      // carries an SRLG record
     };
 
+    // A key of a node's entry and the fragments that carry it. `from` is
+    // mutable: the table hands out its members as const, for their keys.
+    template <class Key>
+    struct Carried {
+        Key key;
+        mutable FragmentSet from;
+    };
+    struct CarriedKey {
+        template <class Key>
+        const Key& operator()(const Carried<Key>& c) const noexcept {
+            return c.key;
+        }
+    };
+    // Seeded tables of one heap block each: their keys come from the
+    // senders, so no sender can aim at a bucket (see Kest::HashMap2018).
+    template <class Key, std::uint32_t Salt>
+    using CarriedMap = Kest::HashMap2018<Carried<Key>, Key, CarriedKey, Salt>;
+    using PrefixesCarried = CarriedMap<Routing::IgpCommon::PrefixKey, 0x5C1E7A93>;
+    using SrlgsCarried = CarriedMap<Lumo::IpGenAddr, 0xB2D4096E>;
+
     using LinkAt = std::pair<Lumo::IpGenAddr, const Routing::IgpCommon::NeighborKey*>;
     struct LinkAtOrder {
         bool operator()(const LinkAt& a, const LinkAt& b) const noexcept {
@@ -117,8 +137,8 @@ private:
         // A node of one fragment needs no index: that fragment is the union.
         bool indexed = false;
         std::map<Routing::IgpCommon::NeighborKey, FragmentSet> neighbors;
-        std::map<Routing::IgpCommon::PrefixKey, FragmentSet> prefixes;
-        std::map<Lumo::IpGenAddr, FragmentSet> srlgs;
+        PrefixesCarried prefixes;
+        SrlgsCarried srlgs;
         std::set<LinkAt, LinkAtOrder> linksByAddr;
     };
 
