@@ -49,7 +49,9 @@ bool another(bool v) {
     return !v;
 }
 template <class F>
-requires requires { F::validMask; }
+requires requires {
+    F::validMask;
+}
 F another(F v) {
     return F(static_cast<unsigned char>(v.value() ^ 1u));
 }

@@ -44,10 +44,18 @@ Ip6Addr v6n(unsigned i) {
 enum Set { remote4, remote6, local4, local6 };
 void put(NeighborKey& k, int set, unsigned a, bool remove = false) {
     switch (set) {
-        case remote4: remove ? k.remoteIpv4AddrDel(v4n(a)) : k.remoteIpv4AddrIs(v4n(a)); break;
-        case remote6: remove ? k.remoteIpv6AddrDel(v6n(a)) : k.remoteIpv6AddrIs(v6n(a)); break;
-        case local4: remove ? k.localIpv4AddrDel(v4n(a)) : k.localIpv4AddrIs(v4n(a)); break;
-        default: remove ? k.localIpv6AddrDel(v6n(a)) : k.localIpv6AddrIs(v6n(a)); break;
+        case remote4:
+            remove ? k.remoteIpv4AddrDel(v4n(a)) : k.remoteIpv4AddrIs(v4n(a));
+            break;
+        case remote6:
+            remove ? k.remoteIpv6AddrDel(v6n(a)) : k.remoteIpv6AddrIs(v6n(a));
+            break;
+        case local4:
+            remove ? k.localIpv4AddrDel(v4n(a)) : k.localIpv4AddrIs(v4n(a));
+            break;
+        default:
+            remove ? k.localIpv6AddrDel(v6n(a)) : k.localIpv6AddrIs(v6n(a));
+            break;
     }
 }
 
@@ -102,10 +110,9 @@ std::strong_ordering orderModel(const NeighborKey& a, const NeighborKey& b) {
     if (const auto c = a.nodeId().toU64() <=> b.nodeId().toU64(); c != 0) {
         return c;
     }
-    for (const auto c : {setOrder(a.remoteIpv4Addr(), b.remoteIpv4Addr()),
-                         setOrder(a.remoteIpv6Addr(), b.remoteIpv6Addr()),
-                         setOrder(a.localIpv4Addr(), b.localIpv4Addr()),
-                         setOrder(a.localIpv6Addr(), b.localIpv6Addr())}) {
+    for (const auto c :
+         {setOrder(a.remoteIpv4Addr(), b.remoteIpv4Addr()), setOrder(a.remoteIpv6Addr(), b.remoteIpv6Addr()),
+          setOrder(a.localIpv4Addr(), b.localIpv4Addr()), setOrder(a.localIpv6Addr(), b.localIpv6Addr())}) {
         if (c != 0) {
             return c;
         }
@@ -307,7 +314,8 @@ TEST(NeighborKey, TextFormsAndTheRefusedTextConstructor) {
     for (unsigned i = 1; i <= 4; ++i) {
         many.remoteIpv6AddrIs(v6n(i));
     }
-    EXPECT_EQ(many.toStrep(), "1921.6800.1001;rv6" + testsupport::text(*many.remoteIpv6Addr().uncheckedBegin()));
+    EXPECT_EQ(many.toStrep(),
+              "1921.6800.1001;rv6" + testsupport::text(*many.remoteIpv6Addr().uncheckedBegin()));
 
     EXPECT_EQ(testsupport::text(nbrKey(1, {"10.0.0.1"}, {"2001:db8::2"}, 2)),
               "Value('Routing::IgpCommon::NeighborKey', ** {'nodeId': [25, 33, 104, 0, 16, 1, 0], "
@@ -365,11 +373,12 @@ TEST(NeighborKeyTwoWay, LocalAddressAmongTheOthersRemoteOnesInTheSameTopology) {
         {"IPv6 crosses, IPv4 not", nbrKey(1, {"10.0.0.1", "2001:db8::1"}, {"10.0.0.9", "2001:db8::2"}),
          nbrKey(1, {"10.0.0.2", "2001:db8::2"}, {"10.0.0.8", "2001:db8::1"}), true, true},
         {"among several remote ones", nbrKey(1, {"10.0.0.7", "2001:db8::7"}),
-         nbrKey(1, {"10.0.0.3", "2001:db8::3"}, {"10.0.0.4", "10.0.0.5", "10.0.0.6", "10.0.0.7"}), true, false},
-        {"locals without a match", nbrKey(1, {"10.0.0.1"}, {"10.0.0.9"}), nbrKey(1, {"10.0.0.2"}, {"10.0.0.8"}),
-         false, false},
-        {"equal remote addresses", nbrKey(1, {"10.0.0.1"}, {"10.0.0.5"}), nbrKey(1, {"10.0.0.2"}, {"10.0.0.5"}),
-         false, false},
+         nbrKey(1, {"10.0.0.3", "2001:db8::3"}, {"10.0.0.4", "10.0.0.5", "10.0.0.6", "10.0.0.7"}), true,
+         false},
+        {"locals without a match", nbrKey(1, {"10.0.0.1"}, {"10.0.0.9"}),
+         nbrKey(1, {"10.0.0.2"}, {"10.0.0.8"}), false, false},
+        {"equal remote addresses", nbrKey(1, {"10.0.0.1"}, {"10.0.0.5"}),
+         nbrKey(1, {"10.0.0.2"}, {"10.0.0.5"}), false, false},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(c.a.twoWayCheckAddrCmp(c.b), c.aToB) << c.what;

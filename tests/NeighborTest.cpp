@@ -25,8 +25,8 @@ using ::testing::ElementsAre;
 using testsupport::formatted;
 using testsupport::nbrKey;
 using Attrs = Neighbor::NeighborAttrsPresent;
-using Rec = IgpTest::RecordingObserver<std::uint32_t, float, BwIndex, AdminGroupIndex, AdjacencySid,
-                                       LanAdjacencySid>;
+using Rec =
+    IgpTest::RecordingObserver<std::uint32_t, float, BwIndex, AdminGroupIndex, AdjacencySid, LanAdjacencySid>;
 using A = Neighbor::Attr;
 
 Routing::Isis::SystemId sysId(std::uint8_t last) {

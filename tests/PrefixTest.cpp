@@ -108,8 +108,8 @@ TEST(PrefixUpdateAttr, EveryMergeFromABoundPrefixInstallsACopyOfItsBindingAndAnU
     const BindingPtr third = mine->sidLabelBinding();
     mine->updateAttr(reachable({}));
     EXPECT_FALSE(mine->sidLabelBinding());
-    ASSERT_THAT(rec.attrs(), ElementsAre(A::sidLabelBinding, A::sidLabelBinding, A::sidLabelBinding,
-                                         A::sidLabelBinding));
+    ASSERT_THAT(rec.attrs(),
+                ElementsAre(A::sidLabelBinding, A::sidLabelBinding, A::sidLabelBinding, A::sidLabelBinding));
     EXPECT_FALSE(*rec[0].oldAs<BindingPtr>());
     EXPECT_EQ(*rec[1].oldAs<BindingPtr>(), installed[0]);
     EXPECT_EQ(*rec[3].oldAs<BindingPtr>(), third);
@@ -171,12 +171,13 @@ TEST(PrefixFormat, UnreachableShowsOnlyItsKeyAndBindingReachableItsFlagsMetricAn
     text += formatted(*p);
     const std::string b =
         ", sidLabelBinding={flags=-, range=4, lspFragmentId=3, PrefixSID={100, flags=0x40, algo=0}}\n";
-    EXPECT_EQ(text, "          prefix=10.0.0.0/8\n"
-                    "          prefix=10.0.0.0/8, mtId=2\n"
-                    "          prefix=10.0.0.0/8, flags=<>, metric=10\n"
-                    "          prefix=10.0.0.0/8, flags=<down>, metric=10, PrefixSID={1, flags=0x40, algo=0}\n"
-                    "          prefix=10.0.0.0/8, flags=<down>, metric=10" +
-                        b + "          prefix=10.0.0.0/8" + b);
+    EXPECT_EQ(text,
+              "          prefix=10.0.0.0/8\n"
+              "          prefix=10.0.0.0/8, mtId=2\n"
+              "          prefix=10.0.0.0/8, flags=<>, metric=10\n"
+              "          prefix=10.0.0.0/8, flags=<down>, metric=10, PrefixSID={1, flags=0x40, algo=0}\n"
+              "          prefix=10.0.0.0/8, flags=<down>, metric=10" +
+                  b + "          prefix=10.0.0.0/8" + b);
 }
 
 TEST(PrefixFormat, AlgorithmIsARawByteAndWithAllAlgorithmsTheEightBitCounterWrapsLeavingASeparator) {
