@@ -149,24 +149,6 @@ TEST(IgpLspMerge, KeptMembersKeepTheirIdentityAndTakeTheParsedAttributesNewOnesA
     EXPECT_EQ(entry->prefix(pUnreach), parsed->prefix(pUnreach));
 }
 
-TEST(IgpLspMerge, EmptyParsedContentRemovesEveryMemberWithOneRemovalEach) {
-    auto entry = igpLspFactory(nodeId(1));
-    merge(*entry, sampleLsp(true));
-    IgpTest::RecordingObserver<NeighborKey, PrefixKey> rec(entry->publisher());
-    merge(*entry, isisLspParsedContentFactory());
-    EXPECT_TRUE(entry->neighbor().empty());
-    EXPECT_TRUE(entry->prefix().empty());
-    ASSERT_EQ(rec.size(), 6u);
-    std::set<NeighborKey> nbrs;
-    for (const auto& r : rec.records()) {
-        EXPECT_TRUE(r.hasOldValue);
-        if (const auto* k = r.keyAs<NeighborKey>()) {
-            nbrs.insert(*k);
-        }
-    }
-    EXPECT_EQ(nbrs, (std::set<NeighborKey>{kV4, kV6, kUnnumbered}));
-}
-
 // ---- observers that change the entry during a merge -----------------------------------------
 
 // An observer that removes members while the merge walks the parsed content
@@ -279,63 +261,6 @@ TEST(IgpLspMerge, EveryMergeReplacesTheBindingOfEachPrefixThatCarriesOne) {
     }
 }
 
-// ---- a key that differs in one field --------------------------------------------------------
-
-/// Merges a parsed content holding only `changed` into an entry holding the sample, and checks
-/// that the entry adopted it, let go of the old member, and published the insertion first.
-template <class Key, class Member>
-void expectRemovalPlusInsertion(const Key& original, const Key& changed,
-                                Poldo::Ptr<Member> (IsisLspParsedContent::*create)(const Key&),
-                                Poldo::Ptr<Member> (IgpLsp::*find)(const Key&) const,
-                                void (IgpLsp::*update)(const Poldo::Ptr<IsisLspParsedContent>&) noexcept) {
-    ASSERT_NE(changed, original);
-    auto entry = igpLspFactory(nodeId(1));
-    merge(*entry, sampleLsp(false));
-    const Poldo::Ptr<Member> old = ((*entry).*find)(original);
-    auto parsed = isisLspParsedContentFactory();
-    const Poldo::Ptr<Member> fresh = ((*parsed).*create)(changed);
-    IgpTest::RecordingObserver<Key> rec(entry->publisher());
-    ((*entry).*update)(parsed);
-    EXPECT_EQ(((*entry).*find)(changed), fresh);
-    EXPECT_EQ(((*entry).*find)(original), nullptr);
-    EXPECT_EQ(old->useCount(), 1u) << "the entry let go of the old member";
-    ASSERT_EQ(rec.size(), 4u);  // the changed key in, then the three sample keys out
-    EXPECT_EQ(*rec[0].template keyAs<Key>(), changed);
-    EXPECT_FALSE(rec[0].hasOldValue);
-    std::set<Key> removed;
-    for (std::size_t i = 1; i < rec.size(); ++i) {
-        EXPECT_TRUE(rec[i].hasOldValue);
-        removed.insert(*rec[i].template keyAs<Key>());
-    }
-    EXPECT_EQ(removed.size(), 3u);
-    EXPECT_EQ(removed.count(original), 1u);
-}
-
-TEST(IgpLspMerge, AKeyDifferingInOneFieldIsARemovalPlusAnInsertion) {
-    const std::pair<const char*, std::function<void(NeighborKey&)>> neighborChanges[] = {
-        {"mtId", [](NeighborKey& k) { k.mtIdIs(IgpMultiTopologyId(2)); }},
-        {"pseudonode byte", [](NeighborKey& k) { k.nodeIdIs(nodeId(2, 1)); }},
-        {"local IPv4 replaced",
-         [](NeighborKey& k) {
-             k.localIpv4AddrDel(v4("10.0.0.1"));
-             k.localIpv4AddrIs(v4("10.0.0.3"));
-         }},
-        {"remote IPv6 added", [](NeighborKey& k) { k.remoteIpv6AddrIs(v6("fe80::8")); }},
-    };
-    for (const auto& [what, apply] : neighborChanges) {
-        SCOPED_TRACE(what);
-        NeighborKey changed = kV4;
-        apply(changed);
-        expectRemovalPlusInsertion(kV4, changed, &IsisLspParsedContent::neighborIs, &IgpLsp::neighbor,
-                                   &IgpLsp::updateNeighbors);
-    }
-    for (const auto& changed : {pfxKey("10.1.0.0/17"), pfxKey("10.1.0.1/16"), pfxKey("10.1.0.0/16", 2)}) {
-        SCOPED_TRACE(changed);
-        expectRemovalPlusInsertion(pReach, changed, &IsisLspParsedContent::prefixIs, &IgpLsp::prefix,
-                                   &IgpLsp::updatePrefixes);
-    }
-}
-
 // ---- the database's merge of one LSP ---------------------------------------------------------
 
 TEST(IgpLspDatabaseMerge, ANewNodesEntryAdoptsTheParsedObjectsAndIsPublishedOnceFilled) {
@@ -415,31 +340,6 @@ TEST(IgpLspDatabaseMerge, AContentWithoutNodeIsRefusedAndAnEntryWithoutNodeTakes
     EXPECT_EQ(db->lspMerge(parsed), bare);
     EXPECT_EQ(bare->node(), parsed->node());
     EXPECT_EQ(bare->neighbor().size() + bare->prefix().size(), 6u);
-}
-
-// An observer that slips a member of its own into the entry while the parsed
-// members are adopted (before the merge adopts another): the merge still
-// leaves the parsed keys alone.
-TEST(IgpLspDatabaseMerge, AMemberAnObserverAddsDuringTheMergeIsRemoved) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    const auto entry = db->lspMerge(sampleLsp(false));
-    bool added = false;
-    IgpTest::RecordingObserver<NeighborKey, PrefixKey> rec(entry->publisher());
-    rec.onRecord([&](const Poldo::Notification&, IgpTest::Record&) {
-        if (!std::exchange(added, true)) {
-            entry->neighborIs(kGone, neighborFactory(kGone));
-            entry->prefixIs(pGone, prefixFactory(pGone));
-        }
-    });
-    auto parsed = sampleLsp(false);
-    parsed->neighborIs(nbrKey(7, {"10.0.7.1"}));
-    parsed->neighborIs(nbrKey(8, {"10.0.8.1"}));
-    db->lspMerge(parsed);
-    ASSERT_TRUE(added);
-    EXPECT_EQ(entry->neighbor(kGone), nullptr);
-    EXPECT_EQ(entry->prefix(pGone), nullptr);
-    EXPECT_EQ(entry->neighbor().size(), 5u);
-    EXPECT_EQ(entry->prefix().size(), 3u);
 }
 
 // ---- the SRLG fold --------------------------------------------------------------------------
