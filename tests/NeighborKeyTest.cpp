@@ -288,16 +288,6 @@ TEST(NeighborKey, HashAndComparisonAllocateNothing) {
     EXPECT_NE(sink, 0u);
 }
 
-TEST(NeighborKey, OrderComparesNodeIdThenSetsThenTopologyLast) {
-    EXPECT_LT(nbrKey(1, {}, {"10.0.0.1", "10.0.0.2"}, 9), nbrKey(2));
-    EXPECT_LT(nbrKey(1, {}, {}, 0), nbrKey(1, {}, {}, 2));
-    EXPECT_GT(nbrKey(1, {}, {"10.0.0.2"}), nbrKey(1, {}, {}, 2));  // an address outranks a topology
-    EXPECT_LT(nbrKey(1, {}, {"10.0.0.1"}, 5), nbrKey(1, {}, {"10.0.0.2"}, 0));
-    EXPECT_LT(nbrKey(1, {"2001:db8::1"}), nbrKey(1, {"fe80::1"}));
-    EXPECT_GT(NeighborKey(nodeId(1, 3), IgpMultiTopologyId(0)), nbrKey(1, {}, {}, 2));
-    EXPECT_LT(NeighborKey(nodeId(1, 3), IgpMultiTopologyId(0)), nbrKey(2));
-}
-
 TEST(NeighborKey, TextFormsAndTheRefusedTextConstructor) {
     EXPECT_EQ(nbrKey(1, {"10.0.0.1"}, {"10.0.0.2"}, 2).toStrep(),
               "1921.6800.1001;lv410.0.0.1;rv410.0.0.2;mtId 2");
