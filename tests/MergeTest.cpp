@@ -255,8 +255,8 @@ TEST(IgpLspMerge, EveryMergeReplacesTheBindingOfEachPrefixThatCarriesOne) {
     EXPECT_NE(after, again->prefix(pReach)->sidLabelBinding()) << "a copy, not the parsed binding";
     EXPECT_EQ(observers.total(), 2u) << "only the binding pointers of the two bound prefixes changed";
     for (const auto& o : observers.onMembers) {
-        for (const auto& r : o->records()) {
-            EXPECT_EQ(r.attr, Prefix::Attr::sidLabelBinding);
+        for (const auto attr : o->attrs()) {
+            EXPECT_EQ(attr, Prefix::Attr::sidLabelBinding);
         }
     }
 }

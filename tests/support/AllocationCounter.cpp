@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <new>
 
-// Every form of the global allocation functions is replaced, forwarding to
-// malloc and free, so that allocationCount() sees each heap block however it
-// is asked for.
+// Every global allocation function is replaced, so each heap block is counted however asked for.
 
 namespace {
 

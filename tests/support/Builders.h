@@ -1,5 +1,4 @@
-// Short builders for the identifiers, keys, constraint objects and sample entities the entity and
-// merge tests share, and the text an entity's formatContent writes.
+// Identifiers, keys, constraint objects and sample entities the tests share.
 #pragma once
 
 #include <array>
@@ -8,7 +7,6 @@
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <type_traits>
 
 #include "IgpCommon/FlexAlgo.h"
 #include "IgpCommon/IgpNodeId.h"
@@ -22,7 +20,6 @@ namespace testsupport {
 
 namespace ic = Routing::IgpCommon;
 
-/// 1921.6800.10<last as two hex digits>, with the given pseudonode byte.
 inline ic::IgpNodeId nodeId(std::uint8_t last, std::uint8_t pseudonode = 0) {
     const std::array<std::uint8_t, 7> b{0x19, 0x21, 0x68, 0x00, 0x10, last, pseudonode};
     return ic::IgpNodeId::fromBytes(b.data());
@@ -34,16 +31,17 @@ inline Lumo::Ip6Addr v6(const char* text) {
     return parse<Lumo::Ip6Addr>(text);
 }
 
-/// A key to node `node` in topology `mt`; an address with a ':' goes to the IPv6 set of its side.
+/// An address with a ':' goes to the IPv6 set of its side.
 inline ic::NeighborKey nbrKey(std::uint8_t node, std::initializer_list<const char*> local = {},
                               std::initializer_list<const char*> remote = {}, std::uint16_t mt = 0) {
     ic::NeighborKey k(nodeId(node), ic::IgpMultiTopologyId(mt));
-    const auto v6 = [](const char* a) { return std::string_view(a).find(':') != std::string_view::npos; };
     for (const char* a : local) {
-        v6(a) ? k.localIpv6AddrIs(testsupport::v6(a)) : k.localIpv4AddrIs(testsupport::v4(a));
+        std::string_view(a).find(':') != std::string_view::npos ? k.localIpv6AddrIs(v6(a))
+                                                                : k.localIpv4AddrIs(v4(a));
     }
     for (const char* a : remote) {
-        v6(a) ? k.remoteIpv6AddrIs(testsupport::v6(a)) : k.remoteIpv4AddrIs(testsupport::v4(a));
+        std::string_view(a).find(':') != std::string_view::npos ? k.remoteIpv6AddrIs(v6(a))
+                                                                : k.remoteIpv4AddrIs(v4(a));
     }
     return k;
 }
@@ -66,18 +64,11 @@ inline Poldo::Ptr<ic::IgpFlexAlgoSrlg> srlg(std::initializer_list<std::uint32_t>
     return s;
 }
 
-/// A neighbor carrying something in every attribute, every attribute flagged present.
+/// A neighbor with every attribute flagged present, most holding a value.
 inline Poldo::Ptr<ic::Neighbor> fullNeighbor() {
     using namespace Routing::IgpCommon;  // NOLINT(google-build-using-namespace)
     auto n = neighborFactory(nbrKey(1));
     n->attrsPresentIs(Neighbor::NeighborAttrsPresent(Neighbor::NeighborAttrsPresent::validMask));
-    Kest::forEachAttr<Neighbor>([&](const auto& d) {  // every float a value of its own
-        if constexpr (Kest::ScalarDesc<std::remove_cvref_t<decltype(d)>>) {
-            if constexpr (std::is_same_v<typename std::remove_cvref_t<decltype(d)>::Value, float>) {
-                d.set(*n, static_cast<float>(d.id) * 1e8f);
-            }
-        }
-    });
     n->adminGroupIs(0xff);
     n->teDefMetricIs(20);
     n->igpMetricIs(10);
@@ -112,7 +103,6 @@ inline Poldo::Ptr<ic::Prefix> fullPrefix() {
     return p;
 }
 
-/// What `formatContent` writes for an entity.
 template <class T>
 std::string formatted(const T& entity) {
     std::ostringstream os;

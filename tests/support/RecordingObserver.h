@@ -1,7 +1,5 @@
-// A test observer that records every notification: attribute id and name, whether it carried a
-// key and an old value, and copies of the key and old value when their exact type is one of the
-// listed types (`onRecord` can keep anything else). Declare the entity's Ptr before the observer:
-// it unregisters when destroyed and must not outlive the publisher.
+// Records every notification, copying its key and old value when their type is a listed one
+// (`onRecord` keeps anything else). Declare the entity's Ptr first: the observer must die before it.
 #pragma once
 
 #include <any>
@@ -75,7 +73,6 @@ public:
         records_.push_back(std::move(r));
     }
 
-    const std::vector<Record>& records() const noexcept { return records_; }
     std::size_t size() const noexcept { return records_.size(); }
     bool empty() const noexcept { return records_.empty(); }
     const Record& operator[](std::size_t i) const { return records_.at(i); }
