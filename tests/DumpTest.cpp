@@ -1,5 +1,5 @@
 // IgpLspDatabase::dumpState: what it writes for each entry, how it indents, and its refusal of
-// an entry without a node.
+// an entry without a node. Entries follow the hash seed's order; within one: node, neighbors, prefixes.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -29,7 +29,6 @@ Poldo::Ptr<IgpLsp> entry(std::uint8_t id, NodeFlags flags) {
     return e;
 }
 
-// Entry A: a router with one numbered IPv4 neighbor carrying TE attributes and one reachable prefix.
 Poldo::Ptr<IgpLsp> entryA() {
     auto e = entry(1, NodeFlags(1));
     e->node()->hostNameIs("r1");
@@ -52,8 +51,6 @@ Poldo::Ptr<IgpLsp> entryA() {
     return e;
 }
 
-// Entry B: an attached router with an IPv6 neighbor in topology 2 and an unreachable prefix
-// that carries a binding.
 Poldo::Ptr<IgpLsp> entryB() {
     auto e = entry(2, NodeFlags(2));
     const NeighborKey k = nbrKey(1, {"fe80::1"}, {"fe80::2"}, 2);
@@ -62,15 +59,11 @@ Poldo::Ptr<IgpLsp> entryB() {
     e->neighborIs(k, n);
     auto p = prefixFactory(testsupport::pfxKey("2001:db8::/32", 2));
     p->metricIs(77);  // an unreachable prefix shows no metric
-    auto binding = sidLabelBindingFactory();
-    binding->rangeIs(4);
-    binding->baseLabelSidIs(LabelSid(0x80, 16000, true));
-    p->sidLabelBindingIs(binding);
+    p->sidLabelBindingIs(testsupport::binding(4));
     e->prefixIs(p->prefixKey(), p);
     return e;
 }
 
-// The texts of each entry in dump order (node, neighbors, prefixes), each its own string.
 const std::array<std::string, 3> kTextsA{
     "  node=1921.6800.1001, flags=<overload>, hostname=r1, v4rtrid=1.1.1.1\n",
     "          ngb=1921.6800.1002, localIpv4Addr=[ 10.0.0.1 ], localIpv6Addr=[ ], remoteIpv4Addr=[ 10.0.0.2 "
@@ -85,8 +78,8 @@ const std::array<std::string, 3> kTextsB{
     "          ngb=1921.6800.1001, localIpv4Addr=[ ], localIpv6Addr=[ fe80::1 ], remoteIpv4Addr=[ ], "
     "remoteIpv6Addr=[ fe80::2 ]\n"
     "                    igpMetric=10\n",
-    "          prefix=2001:db8::/32, mtId=2, sidLabelBinding={flags=-, range=4, lspFragmentId=0, "
-    "LabelSID={mpls=16000}}\n",
+    "          prefix=2001:db8::/32, mtId=2, sidLabelBinding={flags=-, range=4, lspFragmentId=3, "
+    "PrefixSID={100, flags=0x40, algo=0}}\n",
 };
 
 std::string indented(const std::array<std::string, 3>& texts, const std::string& pad) {
@@ -97,30 +90,18 @@ std::string indented(const std::array<std::string, 3>& texts, const std::string&
     return out;
 }
 
-TEST(IgpLspDatabaseDump, AnEmptyDatabaseWritesNothingAnEntryWithoutMembersOnlyItsNodeLine) {
-    auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    for (const unsigned indent : {0u, 6u, 4294967294u, 4294967295u}) {
-        auto ctx = Umbo::DumpContext::dumpContextIs();
-        db->dumpState(ctx, indent);
-        EXPECT_EQ(ctx->bytesWritten(), 0u) << "indent " << indent;
-    }
-    db->lspIs(entry(9, NodeFlags()));
-    EXPECT_EQ(dump(*db, 0), "    node=1921.6800.1009, flags=<>\n");
-    EXPECT_EQ(dump(*db, 3), "       node=1921.6800.1009, flags=<>\n");
-}
-
-// Entry order follows the hash seed, so either order of the two entries is right; within an
-// entry the order is fixed: node, neighbors, prefixes.
-struct IndentCase {
-    unsigned indentCount;
-    std::string pad;
-};
-
 TEST(IgpLspDatabaseDump, TwoEntriesGoldenTextAtEachIndentationIncludingTheWrappedWidths) {
     auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
+    EXPECT_EQ(dump(*db, 4294967295u), "");
+    db->lspIs(entry(9, NodeFlags()));
+    EXPECT_EQ(dump(*db, 3), "       node=1921.6800.1009, flags=<>\n");
+    db->lspDelAll();
     db->lspIs(entryA());
     db->lspIs(entryB());
-    const IndentCase cases[] = {
+    const struct {
+        unsigned indentCount;
+        std::string pad;
+    } cases[] = {
         {0u, "  "},
         {4u, "      "},
         {4294967294u, ""},   // 2^32 - 2 + 2 wraps to a width of 0: no indentation at all

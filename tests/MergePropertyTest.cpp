@@ -1,10 +1,7 @@
-// Random sequences of LSP merges into one entry (fixed seeds, small key spaces so that keys
-// recur). Two properties after every merge of every sequence:
-//  1. history does not matter: the entry equals, attribute by attribute, a fresh entry that
-//     merged only the last LSP, except for what the library deliberately keeps (see
-//     checkAgainstFreshMerge);
-//  2. no change goes unpublished: an observer that rebuilds the entry from notifications alone
-//     ends equal to it in every attribute that publishes.
+// Random sequences of LSP merges into one entry (fixed seeds, small key spaces so that keys recur).
+// After every merge: history does not matter (the entry equals a fresh merge of the last LSP, but
+// for the metrics a reachable prefix keeps), and no change goes unpublished (a mirror fed by
+// notifications alone equals the entry).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,6 +21,7 @@
 #include "IgpCommon/ParsedContent.h"
 #include "IgpCommon/framework/Hash.h"
 #include "support/EntryMirror.h"
+#include "tests/support/Builders.h"
 
 namespace {
 
@@ -33,10 +31,7 @@ using Lumo::Ip6Addr;
 using Lumo::IpAddr;
 using Lumo::IpGenAddr;
 
-IgpNodeId nodeId(std::uint8_t last) {
-    const std::array<std::uint8_t, 7> b{0x19, 0x21, 0x68, 0x00, 0x10, last, 0};
-    return IgpNodeId::fromBytes(b.data());
-}
+using testsupport::nodeId;
 IpAddr v4(std::uint8_t last) {
     return IpAddr(0x0a000000u | last);
 }
@@ -45,8 +40,6 @@ Ip6Addr v6(std::uint8_t last) {
     b[15] = last;
     return Ip6Addr::fromBytes(b.data());
 }
-
-// ---- recipes: plain descriptions of an LSP, built into a new parsed content on demand ----------
 
 struct BindingRecipe {
     std::uint8_t flags = 0;
@@ -137,8 +130,7 @@ private:
         return v[below(N)];
     }
 
-    // A value of each type a neighbor attribute holds, from small pools so that merges meet equal
-    // and unequal values alike.
+    // Small pools of each type a neighbor attribute holds: merges meet equal and unequal values.
     using Attrs = Neighbor::NeighborAttrsPresent;
     template <class T>
     using Of = std::type_identity<T>;
@@ -265,8 +257,6 @@ using IgpTest::Mirror;
 using IgpTest::snap;
 using IgpTest::text;
 
-// ---- the checks -----------------------------------------------------------------------------
-
 template <class Map>
 auto entryKeys(const Map& m) {
     std::set<std::remove_cvref_t<decltype(m.begin()->key)>> keys;
@@ -282,9 +272,8 @@ auto mapKeys(const Map& m) {
     return keys;
 }
 
-// Property 1. `expectedFlex` models the one deliberate exception: a reachable prefix merged
-// into one already held keeps the per-algorithm metrics that the new prefix lacks; every other
-// merge (a new member, an unreachable prefix) leaves exactly the parsed metrics.
+// `expectedFlex`: a reachable prefix merged into one already held keeps the per-algorithm metrics
+// the new one lacks; any other merge leaves exactly the parsed metrics.
 void checkAgainstFreshMerge(const IgpLsp& entry, const IgpLsp& fresh,
                             const std::map<PrefixKey, FlexMetrics>& expectedFlex) {
     ASSERT_EQ(entryKeys(entry.neighbor()), entryKeys(fresh.neighbor()));
@@ -306,7 +295,6 @@ void checkAgainstFreshMerge(const IgpLsp& entry, const IgpLsp& fresh,
     }
 }
 
-// Property 2.
 void checkMirror(const IgpLsp& entry, const Mirror& mirror) {
     EXPECT_EQ(mirror.unexpected(), 0u);
     EXPECT_EQ(mirror.fromDetached(), 0u);

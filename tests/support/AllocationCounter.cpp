@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <new>
 
-// Every form of the global allocation functions is replaced, forwarding to
-// malloc and free, so that allocationCount() sees each heap block however it
-// is asked for.
+// Every global allocation function is replaced, so each heap block is counted however asked for.
 
 namespace {
 
@@ -33,39 +31,17 @@ std::uint64_t testsupport::allocationCount() noexcept {
     return gAllocations.load(std::memory_order_relaxed);
 }
 
-void* operator new(std::size_t n) {
-    return countedAlloc(n, alignof(std::max_align_t));
-}
-void* operator new[](std::size_t n) {
-    return countedAlloc(n, alignof(std::max_align_t));
-}
-void* operator new(std::size_t n, std::align_val_t a) {
-    return countedAlloc(n, static_cast<std::size_t>(a));
-}
-void* operator new[](std::size_t n, std::align_val_t a) {
-    return countedAlloc(n, static_cast<std::size_t>(a));
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept {
-    std::free(p);
-}
+// clang-format off
+void* operator new(std::size_t n) { return countedAlloc(n, alignof(std::max_align_t)); }
+void* operator new[](std::size_t n) { return countedAlloc(n, alignof(std::max_align_t)); }
+void* operator new(std::size_t n, std::align_val_t a) { return countedAlloc(n, static_cast<std::size_t>(a)); }
+void* operator new[](std::size_t n, std::align_val_t a) { return countedAlloc(n, static_cast<std::size_t>(a)); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+// clang-format on

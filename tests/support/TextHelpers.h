@@ -1,5 +1,4 @@
-// Small helpers the text-form tests share: read a whole text as a value,
-// write a value, and catch the message of an expected exception.
+// Text-form helpers: read a whole text as a value, write one, catch an expected message.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,13 +10,11 @@
 
 namespace testsupport {
 
-/// The whole of `text` read as a T (Kest::strepToValue).
 template <class T>
 T parse(const std::string& text) {
     return Kest::strepToValue(text, static_cast<T*>(nullptr));
 }
 
-/// What `operator<<` writes for `v`.
 template <class T>
 std::string text(const T& v) {
     std::ostringstream os;
