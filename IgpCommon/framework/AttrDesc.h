@@ -412,6 +412,19 @@ bool sameAttrs(const E& a, const E& b) {
     return firstDifference(a, b).empty();
 }
 
+/// Whether `e` carries an attribute that uniteAttrs() would take from it into
+/// an object that lacks it (flags, united apart, are not counted).
+template <class E>
+bool carriesUnited(const E& e) {
+    bool any = false;
+    forEachAttr<E>([&](const auto& d) {
+        if constexpr (requires { d.carried(e); }) {
+            any = any || (d.unite != Unite::never && d.carried(e));
+        }
+    });
+    return any;
+}
+
 /// Adds what `from` (a later fragment of the same object) says to `into`,
 /// each attribute by its own rule. Whether `into` already carries an
 /// attribute is read before anything is written, as flags are united too.

@@ -43,8 +43,7 @@ void unitePrefix(IC::Prefix& into, const IC::Prefix& from) {
 // Whether a fragment's node carries anything uniteNode() takes from a fragment
 // other than 0.
 bool carriesNodeWide(const IC::Node& n) {
-    return !n.hostName().empty() || !n.ipv4RouterId().isZero() || !n.ipv6RouterId().isZero() ||
-           n.isisAreaIdCol() || n.mtIdCol() || n.srCapabilities() || n.srlb() || n.msdCol() || n.fadCol();
+    return Kest::carriesUnited(n);
 }
 
 // The addresses whose SRLG records the merge folds onto a link: its first

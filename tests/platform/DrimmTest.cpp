@@ -98,8 +98,9 @@ TEST(DrimmTracker, RegistryListsEveryLiveTrackerInBuildOrderAlsoWhenBuiltConcurr
     std::vector<std::thread> threads;
     std::vector<std::unique_ptr<AllocTracker>> made(16);
     for (std::size_t i = 0; i < made.size(); ++i) {
-        threads.emplace_back(
-            [&made, i] { made[i] = std::make_unique<AllocTracker>("T" + std::to_string(i)); });
+        threads.emplace_back([&made, i] {
+            made[i] = std::make_unique<AllocTracker>(std::string("T").append(std::to_string(i)));
+        });
     }
     for (std::thread& t : threads) {
         t.join();
