@@ -266,11 +266,15 @@ TEST(IgpLspDatabaseMerge, ANewEntryAdoptsTheParsedObjectsAKnownOneMergesInPlaceN
     const Node* node = entry->nodeRawPtr();
     auto next = sampleLsp(false);
     next->node()->hostNameIs("new");
+    next->neighbor(kV4)->igpMetricIs(77);
+    next->prefixIs(pGone);
     EXPECT_EQ(db->lspMerge(next), entry);
     EXPECT_EQ(rec.size(), 1u);
     EXPECT_EQ(entry->nodeRawPtr(), node);
     EXPECT_EQ(node->hostName(), "new");
     EXPECT_EQ(entry->neighbor(kV4), parsed->neighbor(kV4));
+    EXPECT_EQ(entry->neighbor(kV4)->igpMetric(), 77u);
+    EXPECT_EQ(entry->prefix(pGone), next->prefix(pGone));
 
     const auto bare = igpLspFactory(nodeId(2));  // an entry without a node takes the parsed one
     db->lspIs(bare);
