@@ -1,5 +1,5 @@
-// Node: the merge (content comparison of the six collections, what is kept, what is taken, in which
-// order it is published, and its refusals), the union of fragments, and the dump line.
+// Node: the merge (content comparison of the collections, what is kept, what is taken, in which order
+// it is published, and its refusals), the gathered unions of fragments, and the dump line.
 #include "IgpCommon/Node.h"
 
 #include <gmock/gmock.h>
@@ -199,31 +199,9 @@ TEST(NodeDescription, FragmentsUniteFirstCarriersAndGatherAreasTopologiesAndDefi
 
 // ---- dump text -------------------------------------------------------------------------------
 
-TEST(NodeFormat, FullNodeGolden) {
-    EXPECT_EQ(
-        formatted(*fullNode()),
-        "  node=1921.6800.1001, flags=<overload, attached>, hostname=r1, areaids=[ 49.0001 ], "
-        "v4rtrid=1.1.1.1, v6rtrid=2001:db8::1, SR Cap={flags=<V4V6>, numSRGB= 1, SRGB=[(range=8000 "
-        "base=16000)], "
-        "numSRLB=1 SRLB=[(range=1000 base=15000)], numMsd=3 MSD=[(msdType=0 msdValue=0), "
-        "(msdType=0 msdValue=0), (msdType=1 msdValue=8)], numFads=2 flexAlgoDefinitions=[ ( flexAlgo=128, "
-        "metricType=0, calcType=0, priority=128, excludeAny=[1, 2], includeAny=[], includeAll=[], "
-        "excludeSrlg=[4, 17] ), ( flexAlgo=129, metricType=0, calcType=0, priority=128, excludeAny=[1, 2], "
-        "includeAny=[], includeAll=[], excludeSrlg=[4, 17] ) ], mtIds=[0, 2]\n");
-}
-
-TEST(NodeFormat, FlagWordsAndTheSrSectionWhichNeedsTheCapabilities) {
+// The SR section: an SRLB or definitions alone print nothing without the capabilities.
+TEST(NodeFormat, TheSrSectionNeedsTheCapabilities) {
     auto n = bareNode();
-    std::string text;
-    for (unsigned f : {0u, 2u, 1u}) {
-        n->flagsIs(NodeFlags(static_cast<unsigned char>(f)));
-        text += formatted(*n);
-    }
-    EXPECT_EQ(text,
-              "  node=1921.6800.1001, flags=<>\n  node=1921.6800.1001, flags=<, attached>\n"
-              "  node=1921.6800.1001, flags=<overload>\n");
-
-    n = bareNode();
     n->srlbIs(block(0, {{1000, 15000}}));
     EXPECT_EQ(formatted(*n), "  node=1921.6800.1001, flags=<>\n");
     n->srCapabilitiesIs(block(2, {}));

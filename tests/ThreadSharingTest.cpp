@@ -76,25 +76,19 @@ TEST(ThreadSharing, ReadersTakingAndDroppingReferencesLeaveEveryCountAsItWas) {
             std::vector<std::thread> readers;
             for (int t = 0; t < 4; ++t) {
                 readers.emplace_back([&db] {
-                    std::vector<Poldo::Ptr<IgpLsp>> entries;
-                    std::vector<Poldo::Ptr<Node>> nodes;
-                    std::vector<Poldo::Ptr<Neighbor>> neighbors;
-                    std::vector<Poldo::Ptr<Prefix>> prefixes;
                     for (int round = 0; round < 200; ++round) {
+                        std::vector<Poldo::Ptr<IgpLsp>> entries;
+                        std::vector<Poldo::Ptr<Node>> nodes;
+                        std::vector<Poldo::Ptr<Neighbor>> neighbors;
+                        std::vector<Poldo::Ptr<Prefix>> prefixes;
                         for (auto it = db->lsp().begin(); it != db->lsp().end(); ++it) {
                             const Poldo::Ptr<IgpLsp>& e = entries.emplace_back(db->lsp((*it)->nodeId()));
                             nodes.push_back(e->node());
                             for (auto n = e->neighbor().begin(); n != e->neighbor().end(); ++n) {
                                 neighbors.push_back(e->neighbor(n->key));
-                            }
-                            for (auto p = e->prefix().begin(); p != e->prefix().end(); ++p) {
-                                prefixes.push_back(p->value);
+                                prefixes.push_back(e->prefix().begin()->value);
                             }
                         }
-                        entries.clear();
-                        nodes.clear();
-                        neighbors.clear();
-                        prefixes.clear();
                     }
                 });
             }
@@ -115,8 +109,7 @@ TEST(ThreadSharing, TheLastReferenceDroppedOnAnotherThreadDestroysTheEntryOnce) 
         db->lspIs(entry(static_cast<std::uint8_t>(n * 8)));
     }
     for (std::uint8_t n = 1; n <= 8; ++n) {
-        // Four threads each hold the removed entry, its node and a neighbor; whichever drops last
-        // destroys them, on its own thread, into its own slab cache.
+        // Whichever of four holders drops last destroys them, on its own thread, into its own slab cache.
         Poldo::Ptr<IgpLsp> removed = db->lspDel(nodeId(static_cast<std::uint8_t>(n * 8)));
         ASSERT_TRUE(removed);
         std::vector<std::thread> holders;
