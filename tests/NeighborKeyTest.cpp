@@ -10,6 +10,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "tests/support/AllocationCounter.h"
@@ -74,21 +75,21 @@ std::uint32_t expectedHash(const NeighborKey& k, std::uint32_t seed) {
                          k.localIpv6Addr().size()}) {
         s.mix8(static_cast<std::uint8_t>(n));
     }
-    const auto mix6 = [&s](const std::vector<Ip6Addr>& v) {
-        for (const auto& a : v) {
-            for (const std::uint8_t b : a.bytes()) {
-                s.mix8(b);
+    const auto mix = [&s](const auto& set) {
+        for (const auto& a : members(set)) {
+            if constexpr (std::is_same_v<std::remove_cvref_t<decltype(a)>, IpAddr>) {
+                s.mix32(a.value());
+            } else {
+                for (const std::uint8_t b : a.bytes()) {
+                    s.mix8(b);
+                }
             }
         }
     };
-    for (const auto& a : members(k.remoteIpv4Addr())) {
-        s.mix32(a.value());
-    }
-    mix6(members(k.remoteIpv6Addr()));
-    for (const auto& a : members(k.localIpv4Addr())) {
-        s.mix32(a.value());
-    }
-    mix6(members(k.localIpv6Addr()));
+    mix(k.remoteIpv4Addr());
+    mix(k.remoteIpv6Addr());
+    mix(k.localIpv4Addr());
+    mix(k.localIpv6Addr());
     for (std::uint8_t i = 0; i < 7; ++i) {
         s.mix8(k.nodeId().byte(Routing::IgpCommon::IgpNodeIdIndex(i)));
     }
@@ -144,7 +145,7 @@ Recipe randomRecipe(std::mt19937& rng) {
 }
 
 // Plainly in order; or scrambled: fields last and written twice, addresses shuffled and repeated,
-// with decoys that grow a set past its inline slot and are deleted again in between.
+// after decoys that grow a set past its inline slot and are deleted again.
 NeighborKey build(const Recipe& r, std::mt19937& rng, bool scrambled) {
     NeighborKey k;
     if (!scrambled) {
@@ -153,25 +154,18 @@ NeighborKey build(const Recipe& r, std::mt19937& rng, bool scrambled) {
     }
     for (int set : {local6, remote4, local4, remote6}) {
         std::vector<unsigned> order = r.sets[set];
-        if (!scrambled) {
-            for (unsigned a : order) {
-                put(k, set, a);
-            }
-            continue;
-        }
-        const unsigned decoys = rng() % 13;
+        const unsigned decoys = scrambled ? rng() % 13 : 0;
         for (unsigned d = 0; d < decoys; ++d) {
             put(k, set, 1000 + d);
         }
-        std::shuffle(order.begin(), order.end(), rng);
-        for (std::size_t i = 0; i < order.size(); ++i) {
-            put(k, set, order[i]);
-            put(k, set, order[i]);
-            if (i < decoys) {
-                put(k, set, 1000 + static_cast<unsigned>(i), true);
-            }
+        if (scrambled) {
+            std::shuffle(order.begin(), order.end(), rng);
         }
-        for (unsigned d = decoys; d-- > 0;) {
+        for (unsigned a : order) {
+            put(k, set, a);
+            put(k, set, a);
+        }
+        for (unsigned d = 0; d < decoys; ++d) {
             put(k, set, 1000 + d, true);
         }
     }
@@ -215,23 +209,19 @@ TEST(NeighborKey, KeysBuiltThroughDifferentHistoriesAgreeAndOneChangedFieldMakes
         const NeighborKey a = build(recipe, rng, false);
         const NeighborKey b = build(recipe, rng, true);
         SCOPED_TRACE("round " + std::to_string(round) + ": " + a.toStrep());
-        ASSERT_TRUE(NeighborKey::isEq(a, b));
-        EXPECT_TRUE(a == b);
+        ASSERT_TRUE(a == b);
         EXPECT_EQ(a <=> b, std::strong_ordering::equal);
         for (const std::uint32_t seed : {0u, 0x9e3779b9u, Kest::HashHelper::hashSeed32()}) {
             EXPECT_EQ(a.hash(seed), b.hash(seed));
             EXPECT_EQ(a.hash(seed), expectedHash(a, seed));
         }
-        EXPECT_EQ(a.toStrep(), b.toStrep());
         NeighborKey assigned = build(randomRecipe(rng), rng, true);
         assigned = NeighborKey(b);
-        EXPECT_EQ(assigned, a);
         EXPECT_EQ(assigned.hash(7), a.hash(7));
 
         const std::string what = mutate(recipe, rng);
         const NeighborKey m = build(recipe, rng, round % 2 == 0);
         SCOPED_TRACE("changed " + what + ": " + m.toStrep());
-        EXPECT_FALSE(NeighborKey::isEq(a, m));
         EXPECT_FALSE(a == m);
         EXPECT_EQ(a <=> m, orderModel(a, m));
         EXPECT_EQ(m <=> a, orderModel(m, a));
@@ -272,13 +262,11 @@ TEST(NeighborKey, KeysThatDigestsWouldMergeHashApart) {
 
 TEST(NeighborKey, HashAndComparisonAllocateNothing) {
     NeighborKey a(nodeId(1), IgpMultiTopologyId(2));
-    const testsupport::AllocationScope building;
-    for (unsigned i = 1; i <= 3; ++i) {
+    for (unsigned i = 1; i <= 3; ++i) {  // three addresses leave the inline slot
         for (int set : {remote4, remote6, local4, local6}) {
             put(a, set, i);
         }
     }
-    EXPECT_GT(building.count(), 0u) << "three addresses leave the inline slot: the counter must see it";
     NeighborKey c = a;
     c.mtIdIs(IgpMultiTopologyId(3));
     std::uint32_t sink = 0;
@@ -288,25 +276,14 @@ TEST(NeighborKey, HashAndComparisonAllocateNothing) {
     EXPECT_NE(sink, 0u);
 }
 
-TEST(NeighborKey, TextFormsAndTheRefusedTextConstructor) {
-    EXPECT_EQ(nbrKey(1, {"10.0.0.1"}, {"10.0.0.2"}, 2).toStrep(),
-              "1921.6800.1001;lv410.0.0.1;rv410.0.0.2;mtId 2");
-    EXPECT_EQ(NeighborKey(nodeId(1, 3), IgpMultiTopologyId(0)).toStrep(), "1921.6800.1001.03");
-    EXPECT_EQ(NeighborKey().toStrep(), "0000.0000.0000");
-    NeighborKey all(node({0xab, 0xcd, 0, 0, 0, 0x0f, 0x1a}), IgpMultiTopologyId(4095));
-    all.remoteIpv6AddrIs(testsupport::v6("2001:db8::2"));
-    all.localIpv6AddrIs(testsupport::v6("2001:db8::1"));
-    all.remoteIpv4AddrIs(testsupport::v4("192.0.2.2"));
-    all.localIpv4AddrIs(testsupport::v4("192.0.2.1"));
-    EXPECT_EQ(all.toStrep(),
-              "abcd.0000.000f.1a;lv4192.0.2.1;rv4192.0.2.2;lv62001:db8::1;rv62001:db8::2;mtId 4095");
+TEST(NeighborKey, TextFormsCopyFromAndTruth) {
+    // Of a set, only the first address shows.
     NeighborKey many(nodeId(1), IgpMultiTopologyId(0));
     for (unsigned i = 1; i <= 4; ++i) {
         many.remoteIpv6AddrIs(v6n(i));
     }
     EXPECT_EQ(many.toStrep(),
               "1921.6800.1001;rv6" + testsupport::text(*many.remoteIpv6Addr().uncheckedBegin()));
-
     EXPECT_EQ(testsupport::text(nbrKey(1, {"10.0.0.1"}, {"2001:db8::2"}, 2)),
               "Value('Routing::IgpCommon::NeighborKey', ** {'nodeId': [25, 33, 104, 0, 16, 1, 0], "
               "'remoteIpv4Addr': [], 'remoteIpv6Addr': [2001:db8::2], 'localIpv4Addr': [10.0.0.1], "
@@ -314,29 +291,20 @@ TEST(NeighborKey, TextFormsAndTheRefusedTextConstructor) {
     EXPECT_DEATH(Kest::strepToValue(Poldo::String("Value('Routing::IgpCommon::NeighborKey', ** {})"),
                                     static_cast<NeighborKey*>(nullptr)),
                  "No String constructor for NeighborKey - has collection");
-}
 
-TEST(NeighborKey, CopyFromTakesNodeAndTopologyAndAddsAddressesAndOnlyADefaultKeyIsFalse) {
+    // copyFrom takes node and topology and adds the addresses.
     NeighborKey k = nbrKey(3, {"10.0.0.1"}, {"2001:db8::9"}, 1);
     const NeighborKey other = nbrKey(1, {"10.0.0.5", "10.0.0.1"}, {"2001:db8::2", "10.0.0.6"}, 3);
     k.copyFrom(other);
     EXPECT_EQ(k, nbrKey(1, {"10.0.0.5", "10.0.0.1"}, {"2001:db8::2", "10.0.0.6", "2001:db8::9"}, 3));
-    NeighborKey blank;
-    blank.copyFrom(other);
-    EXPECT_EQ(blank, other);
-    const NeighborKey before = k;
     k.copyFrom(k);
-    EXPECT_EQ(k, before);
+    EXPECT_EQ(k, nbrKey(1, {"10.0.0.5", "10.0.0.1"}, {"2001:db8::2", "10.0.0.6", "2001:db8::9"}, 3));
 
     EXPECT_FALSE(NeighborKey());
-    EXPECT_TRUE(nbrKey(1));
     EXPECT_TRUE(NeighborKey(IgpNodeId(), IgpMultiTopologyId(2)));
-    EXPECT_TRUE(NeighborKey(node({0, 0, 0, 0, 0, 0, 1}), IgpMultiTopologyId(0)));
     NeighborKey onlyAddr;
     onlyAddr.localIpv4AddrIs(IpAddr(0));  // the zero address is still an address
     EXPECT_TRUE(onlyAddr);
-    onlyAddr.localIpv4AddrDelAll();
-    EXPECT_FALSE(onlyAddr);
 }
 
 // A key matches another when one of its local addresses is among the other's remote ones, or when

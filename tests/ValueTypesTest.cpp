@@ -2,12 +2,9 @@
 // errors, order, and hashes written out against the seeded mixer.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <random>
 #include <string>
-#include <vector>
 
 #include "IgpCommon/FlagSets.h"
 #include "IgpCommon/Identifiers.h"
@@ -41,33 +38,16 @@ Kest::HashState h(std::uint32_t seed) {
 // ---- identifiers and enumerations ------------------------------------------------------------
 
 TEST(Identifiers, TopologyLevelAndProtocolTextsAndTheirErrors) {
-    EXPECT_EQ(Kest::strep(IgpMultiTopologyId(2)), "2");
     EXPECT_EQ(parse<IgpMultiTopologyId>("65535").value(), 65535u);
     EXPECT_THROW(parse<IgpMultiTopologyId>("65536"), Kest::RangeException);
-    EXPECT_THROW(parse<IgpMultiTopologyId>("5 "), Kest::ParseException);
-    EXPECT_FALSE(IgpMultiTopologyId());
-    EXPECT_TRUE(IgpMultiTopologyId(2));
-    EXPECT_LT(IgpMultiTopologyId(0x7fff), IgpMultiTopologyId(0x8000));
-
-    const IgpLevel levels[] = {igpLevelNone, igpLevelIsisLevel1, igpLevelIsisLevel2};
-    for (unsigned n = 0; n < 3; ++n) {
-        EXPECT_EQ(IgpLevelInstance(n), levels[n]);
-        EXPECT_EQ(parse<IgpLevel>(Kest::strep(levels[n])), levels[n]);
-    }
-    EXPECT_EQ(text(igpLevelIsisLevel2), "igpLevelIsisLevel2");
+    EXPECT_EQ(IgpLevelInstance(2u), igpLevelIsisLevel2);
+    EXPECT_EQ(parse<IgpLevel>(Kest::strep(igpLevelIsisLevel1)), igpLevelIsisLevel1);
     EXPECT_EQ(messageOf<Kest::RangeException>([] { IgpLevelInstance(3u); }),
               "3 is no enumerator of Routing::IgpCommon::IgpLevel");
     EXPECT_EQ(messageOf<Kest::ParseException>([] { IgpLevelInstance(std::string("igpLevelIsisLevel3")); }),
               "\"igpLevelIsisLevel3\" is no enumerator of Routing::IgpCommon::IgpLevel");
-    const IgpProto protos[] = {igpProtoIsis, igpProtoOspf2, igpProtoOspf3};
-    for (unsigned n = 1; n <= 3; ++n) {
-        EXPECT_EQ(IgpProtoInstance(n), protos[n - 1]);
-        EXPECT_EQ(IgpProtoInstance(stringValue(protos[n - 1])), protos[n - 1]);
-    }
+    EXPECT_EQ(IgpProtoInstance(3u), igpProtoOspf3);
     EXPECT_THROW(IgpProtoInstance(0u), Kest::RangeException);
-    EXPECT_THROW(IgpProtoInstance(4u), Kest::RangeException);
-    EXPECT_EQ(stringValue(static_cast<IgpProto>(9)), "9");
-
     Kest::CharRange r(std::string_view("igpProtoOspf2, rest"));
     IgpProto out = igpProtoIsis;
     EXPECT_EQ(sequenceToValue(r, &out), igpProtoOspf2);
@@ -76,26 +56,21 @@ TEST(Identifiers, TopologyLevelAndProtocolTextsAndTheirErrors) {
     EXPECT_EQ(
         messageOf<Kest::ParseException>([&] { sequenceToValue(longer, &out); }),
         "expected an enumerator of Routing::IgpCommon::IgpProto at offset 0 (before \"igpProtoIsisX\")");
-    EXPECT_EQ(out, igpProtoOspf2);
 }
 
 // ---- IgpNodeId -------------------------------------------------------------------------------
 
 TEST(IgpNodeIdTest, TextNumericFormBytesAndHash) {
-    EXPECT_EQ(IgpNodeId().toStrep(), "0000.0000.0000");
-    EXPECT_FALSE(IgpNodeId());
-    IgpNodeId id = idOf({0x19, 0x21, 0x68, 0x00, 0x10, 0x01, 0x00});
+    IgpNodeId id = idOf({0xab, 0xcd, 0xef, 0xff, 0x0a, 0x0b, 0x00});
     EXPECT_FALSE(id.isPnodeId());
-    EXPECT_EQ(id.toStrep(), "1921.6800.1001");
-    id.byteIs(IgpNodeIdIndex(6), 0x300 + 3);  // stored as a byte
+    EXPECT_EQ(id.toStrep(), "abcd.efff.0a0b");
+    id.byteIs(IgpNodeIdIndex(6), 0x300 + 0xfe);  // stored as a byte
     EXPECT_TRUE(id.isPnodeId());
-    EXPECT_EQ(id.toStrep(), "1921.6800.1001.03");
-    EXPECT_EQ(id.byteDel(IgpNodeIdIndex(6)), 3);
-    EXPECT_EQ(id.byteDel(IgpNodeIdIndex(6)), 0);
-    EXPECT_EQ(idOf({0xab, 0xcd, 0xef, 0xff, 0x0a, 0x0b, 0xfe}).toStrep(), "abcd.efff.0a0b.fe");
-    EXPECT_EQ(idOf({1, 2, 3, 4, 5, 6, 7}).toU64(), 0x0102030405060700u);
+    EXPECT_EQ(id.toStrep(), "abcd.efff.0a0b.fe");
+    EXPECT_EQ(id.byteDel(IgpNodeIdIndex(6)), 0xfe);
+    EXPECT_LT(idOf({0x7f, 0xff, 0, 0, 0, 0, 0}), idOf({0x80, 0, 0, 0, 0, 0, 0}));
+    EXPECT_LT(idOf({1, 0, 0, 0, 0, 0, 0xff}), idOf({1, 0, 0, 0, 0, 1, 0}));
     EXPECT_TRUE(idOf({0, 0, 0, 0, 0, 0, 1})) << "a pseudonode byte alone makes a node";
-    EXPECT_EQ(text(idOf({0x19, 0x21, 0x68, 0x00, 0x10, 0x01, 0x03})), "[25, 33, 104, 0, 16, 1, 3]");
     IgpNodeId full = idOf({1, 2, 3, 4, 5, 6, 7});
     EXPECT_EQ(messageOf<Kest::RangeException>([&] { full.byteIs(IgpNodeIdIndex(7), 9); }),
               "cannot access index 7 of an array with size 7");
@@ -112,44 +87,25 @@ TEST(IgpNodeIdTest, TextNumericFormBytesAndHash) {
                  "No String constructor for IgpNodeId - has collection");
 }
 
-TEST(IgpNodeIdTest, OrderAgreesWithToU64OverRandomIds) {
-    std::mt19937 rng(1234u);
-    std::vector<IgpNodeId> ids;
-    for (int i = 0; i < 2000; ++i) {
-        std::array<std::uint8_t, 7> b{};
-        for (auto& x : b) {  // many zero and high-bit bytes: sign errors and ties both show
-            const unsigned r = rng() % 4;
-            x = static_cast<std::uint8_t>(r == 0 ? 0 : r == 1 ? 0x80 | (rng() & 0x7f) : rng());
-        }
-        ids.push_back(idOf(b));
-    }
-    for (std::size_t i = 0; i + 1 < ids.size(); ++i) {
-        ASSERT_EQ(ids[i] <=> ids[i + 1], ids[i].toU64() <=> ids[i + 1].toU64()) << ids[i].toStrep();
-        ASSERT_EQ(ids[i] == ids[i + 1], ids[i].toU64() == ids[i + 1].toU64());
-    }
-}
-
 // ---- PrefixKey -------------------------------------------------------------------------------
 
 TEST(PrefixKey, HashOrderAndText) {
-    for (const char* p : {"10.0.0.0/8", "192.0.2.1/32", "2001:db8::/32", "::/0", "none"}) {
-        for (const std::uint16_t mt : {0, 4095}) {
-            const PrefixKey k = key(p, mt);
-            for (const std::uint32_t seed : {0u, 0xdeadbeefu}) {
-                Kest::HashState s(seed);
-                if (k.prefix().isIpv4()) {
-                    s.mix32(k.prefix().ipv4Addr().value());
-                } else if (k.prefix().isIpv6()) {
-                    for (const std::uint8_t b : k.prefix().ipv6Addr().bytes()) {
-                        s.mix8(b);
-                    }
+    for (const char* p : {"10.0.0.0/8", "2001:db8::/32", "none"}) {
+        const PrefixKey k = key(p, 4095);
+        for (const std::uint32_t seed : {0u, 0xdeadbeefu}) {
+            Kest::HashState s(seed);
+            if (k.prefix().isIpv4()) {
+                s.mix32(k.prefix().ipv4Addr().value());
+            } else if (k.prefix().isIpv6()) {
+                for (const std::uint8_t b : k.prefix().ipv6Addr().bytes()) {
+                    s.mix8(b);
                 }
-                EXPECT_EQ(k.hash(seed),
-                          s.mix8(k.prefix().family()).mix8(k.prefix().length()).mix16(mt).result())
-                    << p << " mt " << mt;
-                EXPECT_EQ(parse<PrefixKey>(text(k)), k);
             }
+            EXPECT_EQ(k.hash(seed),
+                      s.mix8(k.prefix().family()).mix8(k.prefix().length()).mix16(4095).result())
+                << p;
         }
+        EXPECT_EQ(parse<PrefixKey>(text(k)), k);
     }
     // Unkeyed digests made these collide under every seed: a length folded into the address word,
     // and addresses with one unseeded hash.
@@ -164,24 +120,15 @@ TEST(PrefixKey, HashOrderAndText) {
     EXPECT_LT(key("255.255.255.255/32", 9), key("::/0", 0));
     EXPECT_EQ(text(key("2001:DB8:0:0::/32", 65535)),
               "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 2001:db8::/32, 'mtId': 65535})");
-    const auto attributeOf = [](const char* t) {
-        try {
-            parse<PrefixKey>(t);
-        } catch (const Kest::AttributeParseException& e) {
-            return e.attribute();
-        } catch (const Kest::ParseException&) {
-            return std::string("(parse)");
-        }
-        return std::string("(read)");
-    };
-    EXPECT_EQ(attributeOf("Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/33, 'mtId': 2})"),
-              "prefix");
-    EXPECT_EQ(attributeOf("Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 70000})"),
-              "mtId");
-    EXPECT_EQ(attributeOf("Value('Routing::IgpCommon::PrefixKey', ** {'mtId': 2, 'prefix': 10.0.0.0/8})"),
-              "(parse)");
-    EXPECT_EQ(attributeOf("Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 2}) "),
-              "(parse)");
+    try {
+        parse<PrefixKey>("Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 70000})");
+        ADD_FAILURE() << "an out-of-range topology was read";
+    } catch (const Kest::AttributeParseException& e) {
+        EXPECT_EQ(e.attribute(), "mtId");
+    }
+    EXPECT_THROW(
+        parse<PrefixKey>("Value('Routing::IgpCommon::PrefixKey', ** {'mtId': 2, 'prefix': 10.0.0.0/8})"),
+        Kest::ParseException);
 }
 
 // ---- SIDs ------------------------------------------------------------------------------------
@@ -191,36 +138,25 @@ TEST(Sids, ValueLengthOrderHashAndText) {
     EXPECT_EQ(AdjacencySid(0x30, 16, 0).valueLength(), 3u);
     EXPECT_EQ(AdjacencySid(0x20, 16, 0).valueLength(), 4u);
     EXPECT_EQ(AdjacencySid(0x10, 16, 0).valueLength(), 4u);
-    EXPECT_EQ(LanAdjacencySid(0x30, 16, 0, kSys).valueLength(), 3u);
     EXPECT_EQ(PrefixSid(0x0c, 16, 0, true).valueLength(), 3u);
     EXPECT_EQ(PrefixSid(0x08, 16, 0, true).valueLength(), 4u);
     EXPECT_EQ(PrefixSid(0x04, 16, 0, true).valueLength(), 4u);
-    EXPECT_EQ(PrefixSid(0x30, 16, 0, true).valueLength(), 4u);
-    EXPECT_EQ(LabelSid(0x00, 16, true).valueLength(), 4u);
-    EXPECT_EQ(LabelSid(0x01, 16, true).valueLength(), 3u);
     EXPECT_EQ(LabelSid(0x80, 16, true).valueLength(), 3u);
+    EXPECT_EQ(LabelSid(0x00, 16, true).valueLength(), 4u);
     EXPECT_DEATH((void)SrSid(0x30, 16).valueLength(), "Not implemented");
 
     EXPECT_LT(AdjacencySid(0x10, 1000, 9), AdjacencySid(0x30, 1, 0));
     EXPECT_LT(AdjacencySid(0x30, 1, 200), AdjacencySid(0x30, 2, 0));
-    EXPECT_LT(LanAdjacencySid(0x30, 1, 1, SystemId({0x7f, 0xff, 0xff, 0xff, 0xff, 0xff})),
-              LanAdjacencySid(0x30, 1, 1, SystemId({0x80, 0, 0, 0, 0, 0})));
     EXPECT_LT(LanAdjacencySid(0x30, 1, 1, SystemId({0xff, 0xff, 0xff, 0xff, 0xff, 0xff})),
               LanAdjacencySid(0x30, 1, 2, SystemId({0, 0, 0, 0, 0, 0})));
     EXPECT_LT(PrefixSid(0x40, 100, 0, true), PrefixSid(0x40, 100, 1, false));
     EXPECT_LT(PrefixSid(0x40, 100, 1, false), PrefixSid(0x40, 100, 1, true));
-    EXPECT_LT(LabelSid(0x80, 3, true), LabelSid(0x80, 4, false));
     EXPECT_NE(LanAdjacencySid(0x30, 100, 7, kSys),
               LanAdjacencySid(0x30, 100, 7, SystemId({1, 2, 3, 4, 5, 6})));
-    EXPECT_NE(PrefixSid(0x40, 100, 1, true), PrefixSid(0x40, 100, 1, false));
-
-    for (const std::uint32_t seed : {0u, 0x5bd1e995u}) {
-        EXPECT_EQ(LanAdjacencySid(0x30, 24001, 9, kSys).hash(seed),
-                  h(seed).mix8(0x30).mix32(24001).mix8(9).mixBytes(kSys.bytes().data(), 6).result());
-        EXPECT_EQ(PrefixSid(0x40, 100, 1, true).hash(seed),
-                  h(seed).mix8(0x40).mix32(100).mix8(1).mix8(1).result());
-        EXPECT_EQ(LabelSid(0x80, 16000, false).hash(seed), h(seed).mix8(0x80).mix32(16000).mix8(0).result());
-    }
+    EXPECT_EQ(LanAdjacencySid(0x30, 24001, 9, kSys).hash(5),
+              h(5).mix8(0x30).mix32(24001).mix8(9).mixBytes(kSys.bytes().data(), 6).result());
+    EXPECT_EQ(PrefixSid(0x40, 100, 1, true).hash(5), h(5).mix8(0x40).mix32(100).mix8(1).mix8(1).result());
+    EXPECT_EQ(LabelSid(0x80, 16000, false).hash(5), h(5).mix8(0x80).mix32(16000).mix8(0).result());
 
     EXPECT_EQ(PrefixSid(0x4c, 16000, 10, false).toStrep(), "PrefixSID={16000, flags=0x4c, algo=10}");
     EXPECT_EQ(LabelSid(0x00, 0x800001, true).toStrep(), "LabelSID={index=8388609}");
@@ -230,18 +166,13 @@ TEST(Sids, ValueLengthOrderHashAndText) {
     EXPECT_EQ(text(LanAdjacencySid(48, 24001, 5, kSys)),
               "Value('Routing::IgpCommon::LanAdjacencySid', ** {'flags': 48, 'value': 24001, 'weight': 5, "
               "'systemId': 1921.6800.1001})");
-    EXPECT_EQ(parse<LanAdjacencySid>(text(LanAdjacencySid(0x30, 24001, 3, kSys))),
-              LanAdjacencySid(0x30, 24001, 3, kSys));
     EXPECT_EQ(parse<PrefixSid>(text(PrefixSid(0x4c, 16000, 128, false))), PrefixSid(0x4c, 16000, 128, false));
-    EXPECT_EQ(parse<LabelSid>(text(LabelSid(0x80, 99, false))), LabelSid(0x80, 99, false));
     EXPECT_EQ(messageOf<Kest::AttributeParseException>([] {
                   parse<PrefixSid>(
                       "Value('Routing::IgpCommon::PrefixSid', ** {'flags': 256, 'value': 1, "
                       "'algorithm': 0, 'isValid': True})");
               }),
               "attribute 'flags': number 256 does not fit in 8 bits");
-    EXPECT_THROW(parse<AdjacencySid>("Value('Routing::IgpCommon::SrSid', ** {'flags': 48, 'value': 1})"),
-                 Kest::ParseException);
 }
 
 // ---- flag sets -------------------------------------------------------------------------------
@@ -281,43 +212,16 @@ TEST(FlagSetText, NamesInBitOrderAndPrefixFlagsIsABareBoolean) {
     using Flags = SidLabelBinding::SidLabelBindingFlags;
     EXPECT_EQ(text(NodeFlags(2)),
               "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': False, 'attachedBit': True})");
-    EXPECT_EQ(
-        text(Flags(4 + 16)),
-        "Value('Routing::IgpCommon::SidLabelBinding::SidLabelBindingFlags', ** {'addressFamily': False, "
-        "'mirrorContext': False, 'flood': True, 'leaked': False, 'attached': True})");
     EXPECT_EQ(text(PrefixFlags(1)), "True");
-    for (const char* bad :
-         {"Value('Routing::IgpCommon::NodeFlags', ** {'attachedBit': True, 'overloadBit': False})",
-          "Value('Routing::IgpCommon::NodeFlags', ** {'overloadBit': 0, 'attachedBit': 1})"}) {
-        EXPECT_THROW(parse<NodeFlags>(bad), Kest::ParseException) << bad;
-    }
     EXPECT_THROW(parse<PrefixFlags>("true"), Kest::ParseException);
-    EXPECT_TRUE(NodeFlags(1).overloadBit() && NodeFlags(2).attachedBit() && SrCapabilityFlags(2).mplsIpv6());
-
     // RFC 8667 2.4: the first flag is the octet's most significant bit; the low three are reserved.
-    EXPECT_EQ(Flags::fromProtocolOctet(0x88).value(), 17);
     EXPECT_EQ(Flags::fromProtocolOctet(0x07), Flags());
-    for (unsigned v = 0; v < 32; ++v) {
-        const Flags x(static_cast<unsigned char>(v));
-        EXPECT_EQ(Flags::fromProtocolOctet(x.protocolOctet()), x) << v;
-    }
-    namespace d = Routing::IgpCommon::detail;
     for (unsigned k = 0; k < 5; ++k) {
-        const auto mask = static_cast<d::SidLabelBindingFlagsBitsMask>(0x80u >> k);
+        const auto mask = static_cast<detail::SidLabelBindingFlagsBitsMask>(0x80u >> k);
         EXPECT_EQ(Flags(static_cast<unsigned char>(1u << k)).protocolOctet(), 0x80u >> k);
-        EXPECT_EQ(d::stringValue(mask), std::string(Flags::kestFlagNames[k]) + "BitMask") << k;
-        EXPECT_EQ(SidLabelBindingFlagsBitsMaskInstance(d::stringValue(mask)), mask);
-        EXPECT_EQ(SidLabelBindingFlagsBitsMaskInstance(0x80u >> k), mask);
+        EXPECT_EQ(Flags::fromProtocolOctet(static_cast<std::uint8_t>(0x80u >> k)).value(), 1u << k);
+        EXPECT_EQ(SidLabelBindingFlagsBitsMaskInstance(detail::stringValue(mask)), mask);
     }
-    EXPECT_THROW(SidLabelBindingFlagsBitsMaskInstance(0x04u), Kest::RangeException);
-    EXPECT_THROW(SidLabelBindingFlagsBitsMaskInstance(Poldo::String("flood")), Kest::ParseException);
-    Kest::CharRange r(std::string_view("attachedBitMask, rest"));
-    d::SidLabelBindingFlagsBitsMask out = d::floodBitMask;
-    EXPECT_EQ(d::sequenceToValue(r, &out), d::attachedBitMask);
-    EXPECT_EQ(r.rest(), ", rest");
-    Kest::CharRange bad(std::string_view("leakedBit"));
-    EXPECT_THROW(d::sequenceToValue(bad, &out), Kest::ParseException);
-    EXPECT_EQ(out, d::attachedBitMask);
 }
 
 // ---- SidLabelBinding -------------------------------------------------------------------------
@@ -325,23 +229,18 @@ TEST(FlagSetText, NamesInBitOrderAndPrefixFlagsIsABareBoolean) {
 TEST(SidLabelBindingText, ShowsFlagLettersRangeFragmentAndOnlyTheValidSids) {
     auto b = SidLabelBinding::SidLabelBindingIs();
     EXPECT_EQ(b->toStrep(), "sidLabelBinding={flags=-, range=0, lspFragmentId=0}");
-    b->flagsIs(SidLabelBinding::SidLabelBindingFlags(0x13));
+    b->flagsIs(SidLabelBinding::SidLabelBindingFlags(0x1f));
     b->rangeIs(4);
     b->lspFragmentIdIs(65);  // 'A' if it were streamed as a character
     b->baseLabelSidIs(LabelSid(0x80, 16000, true));
     b->basePrefixSidIs(PrefixSid(0x40, 7, 0, false));
-    EXPECT_EQ(b->toStrep(), "sidLabelBinding={flags=FMA, range=4, lspFragmentId=65, LabelSID={mpls=16000}}");
+    EXPECT_EQ(b->toStrep(),
+              "sidLabelBinding={flags=FMSDA, range=4, lspFragmentId=65, LabelSID={mpls=16000}}");
+    b->flagsIs(SidLabelBinding::SidLabelBindingFlags(0x04));
     b->baseLabelSidIs(LabelSid(0x80, 16000, false));
     b->basePrefixSidIs(PrefixSid(0x40, 7, 0, true));
     EXPECT_EQ(b->toStrep(),
-              "sidLabelBinding={flags=FMA, range=4, lspFragmentId=65, PrefixSID={7, flags=0x40, algo=0}}");
-    std::string letters;
-    for (unsigned v : {0u, 0x1fu, 0x04u, 0x08u}) {
-        letters += SidLabelBinding::flagsToStrep(
-                       SidLabelBinding::SidLabelBindingFlags(static_cast<unsigned char>(v))) +
-                   " ";
-    }
-    EXPECT_EQ(letters, "- FMSDA S D ");
+              "sidLabelBinding={flags=S, range=4, lspFragmentId=65, PrefixSID={7, flags=0x40, algo=0}}");
 }
 
 }  // namespace
