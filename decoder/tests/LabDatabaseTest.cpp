@@ -1,10 +1,6 @@
-// The differential test of the lab capture: every LSP of frr-initial.pcap goes
-// through the per-level keepers in capture order, and what they hold at the
-// end must be what the six routers listed with `show isis database detail`.
-// Both sides become the lines of TestSupport.h; the reader below knows just
-// the lines FRR 8.4 prints for what the model keeps, and ignores the rest
-// (authentication, protocols, interface addresses, SR algorithms, the RFC
-// 8570 link attributes other than the average delay).
+// Every LSP of frr-initial.pcap through the per-level keepers: they end holding
+// what the six routers listed with `show isis database detail`. The reader
+// knows just the lines FRR 8.4 prints for what the model keeps.
 
 #include <gtest/gtest.h>
 

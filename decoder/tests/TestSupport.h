@@ -1,10 +1,7 @@
-// Test-only helpers: an LSP builder that fills lengths and the checksum, the
-// captures of the data folder, and one
-// canonical line per node attribute, neighbor, prefix and SRLG record of the
-// model, so that what the decoder and the keeper produced can be compared as
-// sets of lines with what independent decoders printed. Lists inside a line
-// are sorted; a neighbor's attributes are written as their descriptions name
-// them, floats with "%g", value types as their fields joined by '/'.
+// An LSP builder, the captures of the data folder, and one line per node
+// attribute, neighbor, prefix and SRLG record, to compare what the decoder and
+// the keeper hold with what independent decoders printed. Lists inside a line
+// are sorted; floats print with "%g", value types as fields joined by '/'.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -225,9 +222,8 @@ inline void addNodeLines(const IC::Node& n, Lines& out) {
     }
 }
 
-/// The key, then every attribute the neighbor carries: "name=value", members
-/// as "key:value" (a set's as themselves) joined by ','. The flags that say
-/// which attributes are carried are left out: carrying them says it.
+/// The key, then each carried attribute as "name=value", members as
+/// "key:value" (a set's as themselves) joined by ','.
 inline std::string neighborLine(const IC::Neighbor& n) {
     const auto& k = n.key();
     std::vector<std::string> parts;
@@ -303,8 +299,7 @@ const auto& deref(const Member& m) {
     }
 }
 
-/// Node, neighbor and prefix lines of a decoded LSP or a database entry,
-/// and the SRLG records of a decoded LSP.
+/// The lines of a decoded LSP (with its SRLG records) or a database entry.
 template <class Content>
 Lines linesOf(const Content& c) {
     Lines out;
