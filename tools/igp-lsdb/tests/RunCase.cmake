@@ -2,12 +2,13 @@
 # expected files: the tool sorts its output, so the library's random seed must not show in it.
 #   -DTOOL=path -DARGS=a|b|c -DWORKDIR=dir -DEXPECT_RC=n -DEXPECT_STDOUT=file -DACTUAL=dir
 #   -DEXPECT_STDERR=file (else stderr must be empty, or -DANY_STDERR=1: not compared)
-#   -DSCHEMA_CHECK=exe -DSCHEMA=file -DJSON=doc|lines   validate the standard output
+#   -DSCHEMA_CHECK=python|script -DSCHEMA=file -DJSON=doc|lines   validate the standard output
 #   -DSEED=value   the first run's IGPCOMMON_HASH_SEED instead of unset (random); the second fixes one
 # With IGP_LSDB_BLESS=1 in the environment the first run writes the expected files, and the second
 # is compared with them (review the result with git diff before committing it).
 
 string(REPLACE "|" ";" ARGS "${ARGS}")
+string(REPLACE "|" ";" SCHEMA_CHECK "${SCHEMA_CHECK}")
 set(env_first "--unset=IGPCOMMON_HASH_SEED")
 if(DEFINED SEED)
     set(env_first "IGPCOMMON_HASH_SEED=${SEED}")
@@ -44,7 +45,7 @@ foreach(run first second)
     endif()
     if(DEFINED SCHEMA_CHECK)
         execute_process(
-            COMMAND "${SCHEMA_CHECK}" ${lines_mode} "${SCHEMA}" "${actual}.out"
+            COMMAND ${SCHEMA_CHECK} ${lines_mode} "${SCHEMA}" "${actual}.out"
             OUTPUT_VARIABLE check_out ERROR_VARIABLE check_err RESULT_VARIABLE check_rc)
         if(NOT check_rc EQUAL 0)
             string(APPEND failed "${what} the output does not validate against ${SCHEMA}:\n${check_out}${check_err}\n")
