@@ -21,10 +21,6 @@ if(NOT SEED STREQUAL "")
     set(env_first "IGPCOMMON_HASH_SEED=${SEED}")
 endif()
 set(env_second "IGPCOMMON_HASH_SEED=0x9e3779b9")
-set(lines_mode "")
-if(JSON STREQUAL "lines")
-    set(lines_mode "--lines")
-endif()
 
 function(compare actual expected what)
     if(run STREQUAL "first" AND DEFINED ENV{IGP_LSDB_BLESS})
@@ -52,7 +48,7 @@ foreach(run first second)
     endif()
     if(JSON)
         execute_process(
-            COMMAND ${SCHEMA_CHECK} ${lines_mode} "${SCHEMA}" "${actual}.out"
+            COMMAND ${SCHEMA_CHECK} --${JSON} "${SCHEMA}" "${actual}.out"
             OUTPUT_VARIABLE check_out ERROR_VARIABLE check_err RESULT_VARIABLE check_rc)
         if(NOT check_rc EQUAL 0)
             string(APPEND failed "${what} the output does not validate against ${SCHEMA}:\n${check_out}${check_err}\n")

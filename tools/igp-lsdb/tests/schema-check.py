@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""schema-check.py [--lines] SCHEMA FILE: validates FILE as one JSON document (or one per line) against
+"""schema-check.py --doc|--lines SCHEMA FILE: validates FILE as one JSON document (or one per line) against
 the tool's JSON Schema (2020-12); prints "N documents, M errors", each error on standard error."""
 import json
 import sys
@@ -7,11 +7,9 @@ import sys
 from jsonschema import Draft202012Validator
 from jsonschema.exceptions import best_match
 
-args = sys.argv[1:]
-lines = args[:1] == ["--lines"]
-if len(args) != (3 if lines else 2):
-    sys.exit("usage: schema-check.py [--lines] SCHEMA FILE")
-schema_path, doc_path = args[-2:]
+if len(sys.argv) != 4 or sys.argv[1] not in ("--doc", "--lines"):
+    sys.exit("usage: schema-check.py --doc|--lines SCHEMA FILE")
+lines, schema_path, doc_path = sys.argv[1] == "--lines", sys.argv[2], sys.argv[3]
 with open(schema_path, encoding="utf-8") as f:
     schema = json.load(f)
 Draft202012Validator.check_schema(schema)
