@@ -48,25 +48,15 @@ const std::array<IpAddr, 4> v4Pool{IpAddr(0), IpAddr(0x0a000001u), IpAddr(0x0a00
 const std::array<Ip6Addr, 3> v6Pool{Ip6Addr(), v6(0xfe, 1), v6(0xff, 0xff)};
 const std::array<std::uint16_t, 4> mtPool{0, 2, 4095, 0xffff};
 using Limits = std::numeric_limits<float>;
-const std::array<float, 9> floatPool{0.0f,
-                                     -0.0f,
-                                     1e9f,
-                                     Limits::infinity(),
-                                     -Limits::infinity(),
-                                     Limits::quiet_NaN(),
-                                     Limits::max(),
-                                     Limits::denorm_min(),
-                                     -1.0f};
 // The default prefix, zero-length ones, host bits set (10.0.0.1/8 is another key than 10.0.0.0/8).
 using P = IpGenPrefix;
-const std::array<P, 8> prefixPool{P(),
-                                  P(IpAddr(0), 0),
-                                  P(IpAddr(0x0a000000u), 8),
-                                  P(IpAddr(0x0a000001u), 32),
-                                  P(IpAddr(0x0a000001u), 8),
-                                  P(Ip6Addr(), 0),
-                                  P(v6(0x20, 0), 32),
+// clang-format off
+const std::array<float, 9> floatPool{0.0f, -0.0f, 1e9f, Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN(),
+                                     Limits::max(), Limits::denorm_min(), -1.0f};
+const std::array<P, 8> prefixPool{P(), P(IpAddr(0), 0), P(IpAddr(0x0a000000u), 8), P(IpAddr(0x0a000001u), 32),
+                                  P(IpAddr(0x0a000001u), 8), P(Ip6Addr(), 0), P(v6(0x20, 0), 32),
                                   P(v6(0xff, 0xff), 128)};
+// clang-format on
 // SRLG records: the empty address (matched by neighbors without local addresses) and some local
 // addresses that neighbor keys draw.
 const std::array<IpGenAddr, 6> srlgAddrPool{IpGenAddr(),          IpGenAddr(v4Pool[0]), IpGenAddr(v4Pool[1]),
@@ -197,7 +187,9 @@ struct NodePrefixDraw {
     bool operator()(Of<bool>) const { return in.ConsumeBool(); }
     std::uint32_t operator()(Of<std::uint32_t>) const { return in.ConsumeIntegral<std::uint32_t>(); }
     NodeFlags operator()(Of<NodeFlags>) const { return NodeFlags(in.ConsumeIntegral<std::uint8_t>() & 3); }
-    PrefixFlags operator()(Of<PrefixFlags>) const { return PrefixFlags(in.ConsumeIntegral<std::uint8_t>() & 1); }
+    PrefixFlags operator()(Of<PrefixFlags>) const {
+        return PrefixFlags(in.ConsumeIntegral<std::uint8_t>() & 1);
+    }
     Poldo::String operator()(Of<Poldo::String>) const { return in.ConsumeRandomLengthString(12); }
     IpAddr operator()(Of<IpAddr>) const { return pick(in, v4Pool); }
     Ip6Addr operator()(Of<Ip6Addr>) const { return pick(in, v6Pool); }
@@ -227,13 +219,15 @@ struct NodePrefixDraw {
         return maybeCollection(in, 3, isisAreaIdColFactory, [&](IsisAreaIdCol& c) {
             const std::size_t length =
                 std::array<std::size_t, 4>{0, 1, 3, 13}[in.ConsumeIntegral<std::uint8_t>() % 4];
-            c.areaIdIs(length ? Routing::Isis::AreaId::fromBytes(area.data(), length) : Routing::Isis::AreaId(),
-                       in.ConsumeBool());
+            c.areaIdIs(
+                length ? Routing::Isis::AreaId::fromBytes(area.data(), length) : Routing::Isis::AreaId(),
+                in.ConsumeBool());
         });
     }
     Poldo::Ptr<IgpMsdCol> operator()(Of<Poldo::Ptr<IgpMsdCol>>) const {
         return maybeCollection(in, 3, igpMsdColFactory, [&](IgpMsdCol& c) {
-            c.msdIs(upTo(in, 4), IgpMsd(in.ConsumeIntegral<std::uint8_t>(), in.ConsumeIntegral<std::uint8_t>()));
+            c.msdIs(upTo(in, 4),
+                    IgpMsd(in.ConsumeIntegral<std::uint8_t>(), in.ConsumeIntegral<std::uint8_t>()));
         });
     }
     Poldo::Ptr<IgpFlexAlgoDefinitionCol> operator()(Of<Poldo::Ptr<IgpFlexAlgoDefinitionCol>>) const {
@@ -328,7 +322,7 @@ public:
 
     Poldo::Ptr<Owner> owner;
     NodeState nodeState;                         // a node's watcher
-    std::map<IgpNodeId, const IgpLsp*> entries;     // a database's watcher
+    std::map<IgpNodeId, const IgpLsp*> entries;  // a database's watcher
     unsigned heard = 0;
 
 private:
