@@ -94,17 +94,51 @@ NeighborKey neighborKey(In& in) {
     return k;
 }
 
-// A value of each type a neighbor attribute holds, for IgpTest::drawState; small pools for
+PrefixSid prefixSid(In& in) {
+    return PrefixSid(in.ConsumeIntegral<std::uint8_t>(), upTo(in, 2) == 2 ? 0xffffffffu : 100,
+                     in.ConsumeIntegralInRange<std::uint8_t>(0, 129), in.ConsumeBool());
+}
+
+Poldo::Ptr<SrCapabilities> srCapabilities(In& in) {
+    if (!in.ConsumeBool()) {
+        return nullptr;
+    }
+    auto caps = srCapabilitiesFactory();
+    caps->srCapFlagIs(SrCapabilityFlags(in.ConsumeIntegral<std::uint8_t>() & 3));
+    // The dump refuses more than the eight ranges a capability can hold, so no producer sets more.
+    const auto ranges = in.ConsumeIntegralInRange<std::uint8_t>(0, 8);
+    for (std::uint8_t i = 0; i < ranges; ++i) {
+        caps->sidLabelRangeIs(SrSidRangeIndex(i),
+                              SrSidRange(in.ConsumeIntegral<std::uint32_t>(),
+                                         Lumo::MplsLabel(upTo(in, Lumo::MplsLabel::luWithdraw))));
+    }
+    caps->numRangesIs(ranges);
+    return caps;
+}
+
+/// A collection made by `make` and filled `upTo(in, most)` times by `add`, or none.
+template <class Make, class Add>
+auto maybeCollection(In& in, unsigned most, Make&& make, Add&& add) {
+    decltype(make()) c;
+    if (in.ConsumeBool()) {
+        c = make();
+        for (unsigned n = upTo(in, most); n > 0; --n) {
+            add(*c);
+        }
+    }
+    return c;
+}
+
+// A value of each type a neighbor, node or prefix attribute holds, for IgpTest::drawState; small pools for
 // members, so that merges meet equal ones.
 template <class T>
 using Of = std::type_identity<T>;
-struct NeighborDraw {
+struct Draw {
     In& in;
 
     Neighbor::NeighborAttrsPresent operator()(Of<Neighbor::NeighborAttrsPresent>) const {
         return Neighbor::NeighborAttrsPresent(in.ConsumeIntegral<std::uint8_t>() & 0x7f);
     }
-    std::uint32_t operator()(Of<std::uint32_t>) const { return in.ConsumeIntegral<std::uint32_t>(); }
     float operator()(Of<float>) const { return pickFloat(in); }
     LinkDelay operator()(Of<LinkDelay>) const {
         return in.ConsumeBool() ? LinkDelay() : LinkDelay::fromWord(in.ConsumeIntegral<std::uint32_t>());
@@ -143,47 +177,6 @@ struct NeighborDraw {
             in.ConsumeIntegral<std::uint8_t>(), upTo(in, 3), 0,
             Routing::Isis::SystemId({1, 2, 3, 4, 5, in.ConsumeIntegralInRange<std::uint8_t>(0, 1)}));
     }
-};
-
-PrefixSid prefixSid(In& in) {
-    return PrefixSid(in.ConsumeIntegral<std::uint8_t>(), upTo(in, 2) == 2 ? 0xffffffffu : 100,
-                     in.ConsumeIntegralInRange<std::uint8_t>(0, 129), in.ConsumeBool());
-}
-
-Poldo::Ptr<SrCapabilities> srCapabilities(In& in) {
-    if (!in.ConsumeBool()) {
-        return nullptr;
-    }
-    auto caps = srCapabilitiesFactory();
-    caps->srCapFlagIs(SrCapabilityFlags(in.ConsumeIntegral<std::uint8_t>() & 3));
-    // The dump refuses more than the eight ranges a capability can hold, so no producer sets more.
-    const auto ranges = in.ConsumeIntegralInRange<std::uint8_t>(0, 8);
-    for (std::uint8_t i = 0; i < ranges; ++i) {
-        caps->sidLabelRangeIs(SrSidRangeIndex(i),
-                              SrSidRange(in.ConsumeIntegral<std::uint32_t>(),
-                                         Lumo::MplsLabel(upTo(in, Lumo::MplsLabel::luWithdraw))));
-    }
-    caps->numRangesIs(ranges);
-    return caps;
-}
-
-/// A collection made by `make` and filled `upTo(in, most)` times by `add`, or none.
-template <class Make, class Add>
-auto maybeCollection(In& in, unsigned most, Make&& make, Add&& add) {
-    decltype(make()) c;
-    if (in.ConsumeBool()) {
-        c = make();
-        for (unsigned n = upTo(in, most); n > 0; --n) {
-            add(*c);
-        }
-    }
-    return c;
-}
-
-/// A value of each type a node or prefix attribute holds, for IgpTest::drawState.
-struct NodePrefixDraw {
-    In& in;
-
     bool operator()(Of<bool>) const { return in.ConsumeBool(); }
     std::uint32_t operator()(Of<std::uint32_t>) const { return in.ConsumeIntegral<std::uint32_t>(); }
     NodeFlags operator()(Of<NodeFlags>) const { return NodeFlags(in.ConsumeIntegral<std::uint8_t>() & 3); }
@@ -254,16 +247,15 @@ Poldo::Ptr<IsisLspParsedContent> parsedContent(const IgpNodeId& id, const std::v
     In in(recipe.data(), recipe.size());
     auto parsed = isisLspParsedContentFactory();
     auto node = nodeFactory(id);
-    IgpTest::applyState(*node, IgpTest::drawState<Node>(NodePrefixDraw{in}));
+    IgpTest::applyState(*node, IgpTest::drawState<Node>(Draw{in}));
     parsed->nodeIs(node);
     // neighborIs and prefixIs find or create: a key drawn twice fills the same object again.
     for (unsigned n = upTo(in, 6); n > 0; --n) {
-        IgpTest::applyState(*parsed->neighborIs(neighborKey(in)),
-                            IgpTest::drawState<Neighbor>(NeighborDraw{in}));
+        IgpTest::applyState(*parsed->neighborIs(neighborKey(in)), IgpTest::drawState<Neighbor>(Draw{in}));
     }
     for (unsigned n = upTo(in, 6); n > 0; --n) {
         Prefix& p = *parsed->prefixIs(PrefixKey(pick(in, prefixPool), IgpMultiTopologyId(pick(in, mtPool))));
-        auto s = IgpTest::drawState<Prefix>(NodePrefixDraw{in});
+        auto s = IgpTest::drawState<Prefix>(Draw{in});
         // A producer gives an unreachable prefix no metric, SID or flex-algo metrics; a key drawn
         // twice drops the flex-algo metrics of its first fill.
         if (!std::get<bool>(s)) {
