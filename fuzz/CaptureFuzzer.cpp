@@ -1,17 +1,6 @@
-// Capture files as igp-lsdb reads them: libpcap (pcap, pcapng) behind the tool's own opening of
-// files (gzip detected by its magic and decompressed through zlib), the link-layer frame parser
-// and the per-level databases built from what it finds.
-//
-// Input: one octet that says where to cut, then the file. The file is put in a memory file and
-// opened by its /proc/self/fd path, as the tool opens a path.
-//   Each frame: the PDU that isisPduOfFrame finds lies inside the frame; a frame it calls IS-IS
-//   holds at least one octet of PDU, and on Ethernet the PDU ends where the 802.3 length says.
-//   The file cut short (at the cut octet's share of its length) delivers a prefix of the whole
-//   file's frames, the same octets in the same order: reading never invents or loses a frame
-//   before the cut.
-//   Building the databases: every frame is counted once (LSPs, other IS-IS, not IS-IS or
-//   malformed); at most Lsdb::maxListedMalformed malformed PDUs are kept, the counts by reason add
-//   up to the total, and the last frame read is the number of frames counted.
+// Capture files as igp-lsdb reads them (libpcap behind the tool's own opening, gzip, the frame
+// parser, the per-level databases). Input: one octet saying where to cut, then the file, opened by its
+// /proc/self/fd path as the tool opens a path. README.md lists the checks.
 #include <sys/mman.h>
 #include <unistd.h>
 

@@ -1,12 +1,5 @@
-// The LSP decoder and the per-level keepers against arbitrary PDUs (see forEachPdu for the input),
-// as an agent uses them: each PDU is decoded and handed to the keepers of both levels, and given
-// raw (receivePdu, which takes unchanged refreshes without decoding) to two more keepers.
-//   Each PDU: no crash, leak or read outside the buffer; a rejected PDU leaves no object alive and
-//   moves no count (entries, fragments, ignored LSPs); the other level's keeper ignores an LSP and
-//   keeps its entry for that node; the raw and the decoded paths agree on the outcome, on every
-//   count and on the entry of the LSP's node, which sits under its own id with its own node.
-//   Each input: the same for every entry; the decoded databases dump (printing every decoded
-//   value); after teardown no tracked object is alive.
+// The LSP decoder and the per-level keepers against arbitrary PDUs (see forEachPdu), each PDU decoded
+// for the keepers of both levels and given raw (receivePdu) to two more. README.md lists the checks.
 #include <cstddef>
 #include <cstdint>
 #include <span>

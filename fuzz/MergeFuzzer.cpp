@@ -1,15 +1,6 @@
-// Stateful merges driven by arbitrary bytes: a program of up to 64 steps over one database, each
-// naming one node's entry: merge a parsed content into it (from small pools, so that keys recur,
-// with duplicates, empty keys, pseudonodes and extreme values), then maybe merge an equal content
-// or the very same one again; delete it; replace it by a new object; insert the very object held;
-// or delete every entry.
-//   Each merge: the entry holds exactly the parsed keys, each member under its own key; members
-//   whose key was there keep their identity and take the parsed attributes, new ones are the
-//   parsed objects; the node prints like the parsed node. An equal content again publishes nothing
-//   but the bindings (which a merge always replaces).
-//   Each step: the database, its count, its observer's mirror and the entries the fuzzer put there
-//   agree on the step's entry, which equals what its mirrors rebuilt from notifications alone.
-//   Each input: the same for every entry; the database dumps; after teardown nothing is alive.
+// Stateful merges driven by arbitrary bytes: a program of up to 64 steps over one database (merge a
+// parsed content drawn from small pools, again or not; delete; replace; re-insert; delete all).
+// README.md lists what is checked after each step and at the end of the input.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <array>
@@ -57,25 +48,15 @@ const std::array<IpAddr, 4> v4Pool{IpAddr(0), IpAddr(0x0a000001u), IpAddr(0x0a00
 const std::array<Ip6Addr, 3> v6Pool{Ip6Addr(), v6(0xfe, 1), v6(0xff, 0xff)};
 const std::array<std::uint16_t, 4> mtPool{0, 2, 4095, 0xffff};
 using Limits = std::numeric_limits<float>;
-const std::array<float, 9> floatPool{0.0f,
-                                     -0.0f,
-                                     1e9f,
-                                     Limits::infinity(),
-                                     -Limits::infinity(),
-                                     Limits::quiet_NaN(),
-                                     Limits::max(),
-                                     Limits::denorm_min(),
-                                     -1.0f};
 // The default prefix, zero-length ones, host bits set (10.0.0.1/8 is another key than 10.0.0.0/8).
 using P = IpGenPrefix;
-const std::array<P, 8> prefixPool{P(),
-                                  P(IpAddr(0), 0),
-                                  P(IpAddr(0x0a000000u), 8),
-                                  P(IpAddr(0x0a000001u), 32),
-                                  P(IpAddr(0x0a000001u), 8),
-                                  P(Ip6Addr(), 0),
-                                  P(v6(0x20, 0), 32),
+// clang-format off
+const std::array<float, 9> floatPool{0.0f, -0.0f, 1e9f, Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN(),
+                                     Limits::max(), Limits::denorm_min(), -1.0f};
+const std::array<P, 8> prefixPool{P(), P(IpAddr(0), 0), P(IpAddr(0x0a000000u), 8), P(IpAddr(0x0a000001u), 32),
+                                  P(IpAddr(0x0a000001u), 8), P(Ip6Addr(), 0), P(v6(0x20, 0), 32),
                                   P(v6(0xff, 0xff), 128)};
+// clang-format on
 // SRLG records: the empty address (matched by neighbors without local addresses) and some local
 // addresses that neighbor keys draw.
 const std::array<IpGenAddr, 6> srlgAddrPool{IpGenAddr(),          IpGenAddr(v4Pool[0]), IpGenAddr(v4Pool[1]),
@@ -113,17 +94,51 @@ NeighborKey neighborKey(In& in) {
     return k;
 }
 
-// A value of each type a neighbor attribute holds, for IgpTest::drawState; small pools for
+PrefixSid prefixSid(In& in) {
+    return PrefixSid(in.ConsumeIntegral<std::uint8_t>(), upTo(in, 2) == 2 ? 0xffffffffu : 100,
+                     in.ConsumeIntegralInRange<std::uint8_t>(0, 129), in.ConsumeBool());
+}
+
+Poldo::Ptr<SrCapabilities> srCapabilities(In& in) {
+    if (!in.ConsumeBool()) {
+        return nullptr;
+    }
+    auto caps = srCapabilitiesFactory();
+    caps->srCapFlagIs(SrCapabilityFlags(in.ConsumeIntegral<std::uint8_t>() & 3));
+    // The dump refuses more than the eight ranges a capability can hold, so no producer sets more.
+    const auto ranges = in.ConsumeIntegralInRange<std::uint8_t>(0, 8);
+    for (std::uint8_t i = 0; i < ranges; ++i) {
+        caps->sidLabelRangeIs(SrSidRangeIndex(i),
+                              SrSidRange(in.ConsumeIntegral<std::uint32_t>(),
+                                         Lumo::MplsLabel(upTo(in, Lumo::MplsLabel::luWithdraw))));
+    }
+    caps->numRangesIs(ranges);
+    return caps;
+}
+
+/// A collection made by `make` and filled `upTo(in, most)` times by `add`, or none.
+template <class Make, class Add>
+auto maybeCollection(In& in, unsigned most, Make&& make, Add&& add) {
+    decltype(make()) c;
+    if (in.ConsumeBool()) {
+        c = make();
+        for (unsigned n = upTo(in, most); n > 0; --n) {
+            add(*c);
+        }
+    }
+    return c;
+}
+
+// A value of each type a neighbor, node or prefix attribute holds, for IgpTest::drawState; small pools for
 // members, so that merges meet equal ones.
 template <class T>
 using Of = std::type_identity<T>;
-struct NeighborDraw {
+struct Draw {
     In& in;
 
     Neighbor::NeighborAttrsPresent operator()(Of<Neighbor::NeighborAttrsPresent>) const {
         return Neighbor::NeighborAttrsPresent(in.ConsumeIntegral<std::uint8_t>() & 0x7f);
     }
-    std::uint32_t operator()(Of<std::uint32_t>) const { return in.ConsumeIntegral<std::uint32_t>(); }
     float operator()(Of<float>) const { return pickFloat(in); }
     LinkDelay operator()(Of<LinkDelay>) const {
         return in.ConsumeBool() ? LinkDelay() : LinkDelay::fromWord(in.ConsumeIntegral<std::uint32_t>());
@@ -162,114 +177,94 @@ struct NeighborDraw {
             in.ConsumeIntegral<std::uint8_t>(), upTo(in, 3), 0,
             Routing::Isis::SystemId({1, 2, 3, 4, 5, in.ConsumeIntegralInRange<std::uint8_t>(0, 1)}));
     }
-};
-
-PrefixSid prefixSid(In& in) {
-    return PrefixSid(in.ConsumeIntegral<std::uint8_t>(), upTo(in, 2) == 2 ? 0xffffffffu : 100,
-                     in.ConsumeIntegralInRange<std::uint8_t>(0, 129), in.ConsumeBool());
-}
-
-void fillPrefix(In& in, Prefix& p) {
-    // A producer gives an unreachable prefix no metric, SID or flex-algo metrics (a key drawn twice
-    // may have had them from its first fill).
-    const bool reachable = in.ConsumeBool();
-    p.hasValidReachabilityIs(reachable);
-    p.flagsIs(PrefixFlags(in.ConsumeIntegral<std::uint8_t>() & 1));
-    p.metricIs(reachable ? in.ConsumeIntegral<std::uint32_t>() : 0);
-    p.prefixSidIs(reachable ? prefixSid(in) : PrefixSid());
-    p.prefixMetric()->metricDelAll();
-    for (unsigned m = reachable ? upTo(in, 3) : 0; m > 0; --m) {
-        p.prefixMetric()->metricIs(in.ConsumeIntegralInRange<std::uint8_t>(127, 130),
-                                   in.ConsumeIntegral<std::uint32_t>());
+    bool operator()(Of<bool>) const { return in.ConsumeBool(); }
+    std::uint32_t operator()(Of<std::uint32_t>) const { return in.ConsumeIntegral<std::uint32_t>(); }
+    NodeFlags operator()(Of<NodeFlags>) const { return NodeFlags(in.ConsumeIntegral<std::uint8_t>() & 3); }
+    PrefixFlags operator()(Of<PrefixFlags>) const {
+        return PrefixFlags(in.ConsumeIntegral<std::uint8_t>() & 1);
     }
-    if (in.ConsumeBool()) {
+    Poldo::String operator()(Of<Poldo::String>) const { return in.ConsumeRandomLengthString(12); }
+    IpAddr operator()(Of<IpAddr>) const { return pick(in, v4Pool); }
+    Ip6Addr operator()(Of<Ip6Addr>) const { return pick(in, v6Pool); }
+    PrefixSid operator()(Of<PrefixSid>) const { return prefixSid(in); }
+    Poldo::Ptr<SrCapabilities> operator()(Of<Poldo::Ptr<SrCapabilities>>) const { return srCapabilities(in); }
+    std::map<std::uint8_t, std::uint32_t> operator()(Of<std::map<std::uint8_t, std::uint32_t>>) const {
+        std::map<std::uint8_t, std::uint32_t> m;
+        for (unsigned n = upTo(in, 3); n > 0; --n) {
+            m[in.ConsumeIntegralInRange<std::uint8_t>(127, 130)] = in.ConsumeIntegral<std::uint32_t>();
+        }
+        return m;
+    }
+    Poldo::Ptr<SidLabelBinding> operator()(Of<Poldo::Ptr<SidLabelBinding>>) const {
+        if (!in.ConsumeBool()) {
+            return nullptr;
+        }
         auto b = sidLabelBindingFactory();
         b->flagsIs(SidLabelBinding::SidLabelBindingFlags(in.ConsumeIntegral<std::uint8_t>() & 0x1f));
         b->rangeIs(in.ConsumeIntegral<std::uint16_t>());
         b->baseLabelSidIs(LabelSid(in.ConsumeIntegral<std::uint8_t>(), upTo(in, 2), in.ConsumeBool()));
         b->basePrefixSidIs(prefixSid(in));
         b->lspFragmentIdIs(in.ConsumeIntegral<std::uint8_t>());
-        p.sidLabelBindingIs(b);
+        return b;
     }
-}
-
-Poldo::Ptr<SrCapabilities> srCapabilities(In& in) {
-    if (!in.ConsumeBool()) {
-        return nullptr;
+    Poldo::Ptr<IsisAreaIdCol> operator()(Of<Poldo::Ptr<IsisAreaIdCol>>) const {
+        static const std::array<std::uint8_t, 13> area{0x49, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
+        return maybeCollection(in, 3, isisAreaIdColFactory, [&](IsisAreaIdCol& c) {
+            const std::size_t length =
+                std::array<std::size_t, 4>{0, 1, 3, 13}[in.ConsumeIntegral<std::uint8_t>() % 4];
+            c.areaIdIs(
+                length ? Routing::Isis::AreaId::fromBytes(area.data(), length) : Routing::Isis::AreaId(),
+                in.ConsumeBool());
+        });
     }
-    auto caps = srCapabilitiesFactory();
-    caps->srCapFlagIs(SrCapabilityFlags(in.ConsumeIntegral<std::uint8_t>() & 3));
-    // The dump refuses more than the eight ranges a capability can hold, so no producer sets more.
-    const auto ranges = in.ConsumeIntegralInRange<std::uint8_t>(0, 8);
-    for (std::uint8_t i = 0; i < ranges; ++i) {
-        caps->sidLabelRangeIs(SrSidRangeIndex(i),
-                              SrSidRange(in.ConsumeIntegral<std::uint32_t>(),
-                                         Lumo::MplsLabel(upTo(in, Lumo::MplsLabel::luWithdraw))));
+    Poldo::Ptr<IgpMsdCol> operator()(Of<Poldo::Ptr<IgpMsdCol>>) const {
+        return maybeCollection(in, 3, igpMsdColFactory, [&](IgpMsdCol& c) {
+            c.msdIs(upTo(in, 4),
+                    IgpMsd(in.ConsumeIntegral<std::uint8_t>(), in.ConsumeIntegral<std::uint8_t>()));
+        });
     }
-    caps->numRangesIs(ranges);
-    return caps;
-}
-
-/// A collection made by `make` and filled `upTo(in, most)` times by `add`, or none.
-template <class Make, class Add>
-auto maybeCollection(In& in, unsigned most, Make&& make, Add&& add) {
-    decltype(make()) c;
-    if (in.ConsumeBool()) {
-        c = make();
-        for (unsigned n = upTo(in, most); n > 0; --n) {
-            add(*c);
-        }
+    Poldo::Ptr<IgpFlexAlgoDefinitionCol> operator()(Of<Poldo::Ptr<IgpFlexAlgoDefinitionCol>>) const {
+        return maybeCollection(in, 2, igpFlexAlgoDefinitionColFactory, [&](IgpFlexAlgoDefinitionCol& c) {
+            IgpFlexAlgoDefinition d;
+            d.flexAlgoIs(in.ConsumeIntegralInRange<std::uint8_t>(128, 130));
+            d.metricTypeIs(in.ConsumeIntegral<std::uint8_t>());
+            d.priorityIs(in.ConsumeIntegral<std::uint8_t>());
+            for (unsigned w = upTo(in, 2); w > 0; --w) {
+                d.excludeAny()->valuePush(in.ConsumeIntegral<std::uint32_t>());
+                d.excludeSrlg()->valueIs(in.ConsumeIntegral<std::uint32_t>());
+            }
+            c.fadIs(d.flexAlgo(), d);
+        });
     }
-    return c;
-}
-
-Poldo::Ptr<Node> node(In& in, const IgpNodeId& id) {
-    static const std::array<std::uint8_t, 13> area{0x49, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
-    auto n = nodeFactory(id);
-    n->flagsIs(NodeFlags(in.ConsumeIntegral<std::uint8_t>() & 3));
-    n->hostNameIs(in.ConsumeRandomLengthString(12));
-    n->isisAreaIdColIs(maybeCollection(in, 3, isisAreaIdColFactory, [&](IsisAreaIdCol& c) {
-        const std::size_t length =
-            std::array<std::size_t, 4>{0, 1, 3, 13}[in.ConsumeIntegral<std::uint8_t>() % 4];
-        c.areaIdIs(length ? Routing::Isis::AreaId::fromBytes(area.data(), length) : Routing::Isis::AreaId(),
-                   in.ConsumeBool());
-    }));
-    n->ipv4RouterIdIs(pick(in, v4Pool));
-    n->ipv6RouterIdIs(pick(in, v6Pool));
-    n->srCapabilitiesIs(srCapabilities(in));
-    n->srlbIs(srCapabilities(in));
-    n->msdColIs(maybeCollection(in, 3, igpMsdColFactory, [&](IgpMsdCol& c) {
-        c.msdIs(upTo(in, 4), IgpMsd(in.ConsumeIntegral<std::uint8_t>(), in.ConsumeIntegral<std::uint8_t>()));
-    }));
-    n->fadColIs(maybeCollection(in, 2, igpFlexAlgoDefinitionColFactory, [&](IgpFlexAlgoDefinitionCol& c) {
-        IgpFlexAlgoDefinition d;
-        d.flexAlgoIs(in.ConsumeIntegralInRange<std::uint8_t>(128, 130));
-        d.metricTypeIs(in.ConsumeIntegral<std::uint8_t>());
-        d.priorityIs(in.ConsumeIntegral<std::uint8_t>());
-        for (unsigned w = upTo(in, 2); w > 0; --w) {
-            d.excludeAny()->valuePush(in.ConsumeIntegral<std::uint32_t>());
-            d.excludeSrlg()->valueIs(in.ConsumeIntegral<std::uint32_t>());
-        }
-        c.fadIs(d.flexAlgo(), d);
-    }));
-    n->mtIdColIs(maybeCollection(in, 2, igpMultiTopologyIdColFactory, [&](IgpMultiTopologyIdCol& c) {
-        c.mtIdValueIs(IgpMultiTopologyId(pick(in, mtPool)));
-    }));
-    return n;
-}
+    Poldo::Ptr<IgpMultiTopologyIdCol> operator()(Of<Poldo::Ptr<IgpMultiTopologyIdCol>>) const {
+        return maybeCollection(in, 2, igpMultiTopologyIdColFactory, [&](IgpMultiTopologyIdCol& c) {
+            c.mtIdValueIs(IgpMultiTopologyId(pick(in, mtPool)));
+        });
+    }
+};
 
 Poldo::Ptr<IsisLspParsedContent> parsedContent(const IgpNodeId& id, const std::vector<std::uint8_t>& recipe) {
     In in(recipe.data(), recipe.size());
     auto parsed = isisLspParsedContentFactory();
-    parsed->nodeIs(node(in, id));
+    auto node = nodeFactory(id);
+    IgpTest::applyState(*node, IgpTest::drawState<Node>(Draw{in}));
+    parsed->nodeIs(node);
     // neighborIs and prefixIs find or create: a key drawn twice fills the same object again.
     for (unsigned n = upTo(in, 6); n > 0; --n) {
-        IgpTest::applyState(*parsed->neighborIs(neighborKey(in)),
-                            IgpTest::drawState<Neighbor>(NeighborDraw{in}));
+        IgpTest::applyState(*parsed->neighborIs(neighborKey(in)), IgpTest::drawState<Neighbor>(Draw{in}));
     }
-    for (unsigned p = upTo(in, 6); p > 0; --p) {
-        fillPrefix(in,
-                   *parsed->prefixIs(PrefixKey(pick(in, prefixPool), IgpMultiTopologyId(pick(in, mtPool)))));
+    for (unsigned n = upTo(in, 6); n > 0; --n) {
+        Prefix& p = *parsed->prefixIs(PrefixKey(pick(in, prefixPool), IgpMultiTopologyId(pick(in, mtPool))));
+        auto s = IgpTest::drawState<Prefix>(Draw{in});
+        // A producer gives an unreachable prefix no metric, SID or flex-algo metrics; a key drawn
+        // twice drops the flex-algo metrics of its first fill.
+        if (!std::get<bool>(s)) {
+            std::get<std::uint32_t>(s) = 0;
+            std::get<PrefixSid>(s) = PrefixSid();
+            std::get<std::map<std::uint8_t, std::uint32_t>>(s).clear();
+        }
+        p.prefixMetric()->metricDelAll();
+        IgpTest::applyState(p, s);
     }
     for (unsigned s = upTo(in, 4); s > 0; --s) {
         auto rec = parsed->parsedSrLgIs(pick(in, srlgAddrPool));
@@ -300,21 +295,8 @@ bool same(const IgpTest::PrefixState& a, const IgpTest::PrefixState& b) {
     return a.binding.has_value() == b.binding.has_value() && bound(a) == bound(b);
 }
 
-/// A node's attributes, collections by identity: a merge replaces them whole.
-std::map<Kest::AttrId, std::string> nodeState(const Node& n) {
-    using A = Node::Attr;
-    const auto id = [](const auto& p) { return std::to_string(reinterpret_cast<std::uintptr_t>(p.get())); };
-    return {{A::flags, std::to_string(n.flags().value())},
-            {A::hostName, std::string(n.hostName())},
-            {A::ipv4RouterId, Kest::strep(n.ipv4RouterId())},
-            {A::ipv6RouterId, Kest::strep(n.ipv6RouterId())},
-            {A::isisAreaIdCol, id(n.isisAreaIdCol())},
-            {A::srCapabilities, id(n.srCapabilities())},
-            {A::srlb, id(n.srlb())},
-            {A::msdCol, id(n.msdCol())},
-            {A::fadCol, id(n.fadCol())},
-            {A::mtIdCol, id(n.mtIdCol())}};
-}
+/// A node's attributes, collections by identity (the tuple's `==`): a merge replaces them whole.
+using NodeState = IgpTest::AttrState<Node>;
 
 /// Hears a publisher: `f` re-reads what each notification names.
 template <class Owner>
@@ -331,8 +313,8 @@ public:
     }
 
     Poldo::Ptr<Owner> owner;
-    std::map<Kest::AttrId, std::string> nodeState;  // a node's watcher
-    std::map<IgpNodeId, const IgpLsp*> entries;     // a database's watcher
+    NodeState nodeState;                         // a node's watcher
+    std::map<IgpNodeId, const IgpLsp*> entries;  // a database's watcher
     unsigned heard = 0;
 
 private:
@@ -340,9 +322,7 @@ private:
 };
 
 void onNode(Watcher<Node>& w, const Poldo::Notification& n) {
-    const auto now = nodeState(*w.owner);
-    check(now.contains(n.attr()), "a node notification of an unknown attribute");
-    w.nodeState[n.attr()] = now.at(n.attr());
+    check(IgpTest::rereadAttr(w.nodeState, *w.owner, n), "a node notification of an unknown attribute");
 }
 void onDatabase(Watcher<IgpLspDatabase>& w, const Poldo::Notification& n) {
     const IgpNodeId* key = n.key<IgpNodeId>();
@@ -451,7 +431,7 @@ private:
         auto entry = igpLspFactory(id);
         entry->nodeIs(nodeFactory(id));
         auto node = std::make_unique<Watcher<Node>>(entry->node(), onNode);
-        node->nodeState = nodeState(*entry->node());
+        node->nodeState = IgpTest::snapAttrs(*entry->node());
         watched_[id] = Watched{std::make_unique<IgpTest::Mirror>(entry), std::move(node)};
         return entry;
     }
@@ -498,7 +478,7 @@ private:
             [&](const auto& k) { return parsed->prefix(k); }, [](const Prefix& p) { return p.prefixKey(); },
             [](const Prefix& a, const Prefix& b) { return same(IgpTest::snap(a), IgpTest::snap(b)); });
         // A node that kept a collection of its own (found equal) prints like the parsed one.
-        if (nodeState(*entry.node()) != nodeState(*parsed->node())) {
+        if (!(IgpTest::snapAttrs(*entry.node()) == IgpTest::snapAttrs(*parsed->node()))) {
             const std::string mine = IgpFuzz::formatted(*entry.node());
             const std::string theirs = IgpFuzz::formatted(*parsed->node());
             check(mine == theirs, "the merged node differs from the parsed one",
@@ -522,7 +502,7 @@ private:
         }
         check(entry->nodeId() == id, "an entry is not found under its own node id");
         const Watched& w = watched_.at(id);
-        check(w.node->nodeState == nodeState(*entry->node()), "an unpublished node change");
+        check(w.node->nodeState == IgpTest::snapAttrs(*entry->node()), "an unpublished node change");
         const IgpTest::Mirror& m = *w.entry;
         check(m.unexpected() == 0, "a notification the mirror could not place");
         check(m.fromDetached() == 0, "an object changed after it left the entry");

@@ -1,14 +1,6 @@
-// igp-lsdb's text and JSON renderers fed databases decoded from arbitrary LSPs: whatever a router
-// puts in an LSP (a host name above all), the text cannot be forged and the JSON stays valid.
-//
-// Input: as the decoder target's (see forEachPdu), so its seeds serve here too. The PDUs are decoded and
-// merged into both levels' keepers as the tool merges them, with the tool's change feed watching.
-//   Each change: its text line is valid UTF-8 without control characters but its seven tabs; its
-//   JSON line parses.
-//   Each input: escaped() of the input's octets and of every host name is valid UTF-8 without
-//   control characters and reads back to the very octets; the dump is valid UTF-8 whose only
-//   control characters are line ends, with exactly one node line per database entry (a host name
-//   cannot add one or cut one); the dump and statistics JSON parse, with one node per entry.
+// igp-lsdb's text and JSON renderers fed databases decoded from arbitrary LSPs (input as the decoder
+// target's): whatever a router puts in an LSP, a host name above all, the text cannot be forged and
+// the JSON stays valid. README.md lists the checks.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

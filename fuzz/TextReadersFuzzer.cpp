@@ -1,10 +1,6 @@
-// Every text reader against arbitrary text. The first input byte picks the type, the rest is the
-// text. A reader either returns a value or throws the parse or the range exception; anything else
-// (another exception, a crash, a sanitizer report) is a finding. What reads must print to a text
-// that reads back to the same text (and, for types compared by value, to an equal value), and a
-// read that fails must leave no object alive: a reader that creates entities builds them into the
-// value it returns, never into something the caller keeps.
-//
+// Every text reader against arbitrary text: the first byte picks the type, the rest is the text.
+// A reader returns a value or throws the parse or range exception; what reads prints to a text that
+// reads back; a failed read leaves no object alive (README.md).
 // IGPCOMMON_FUZZ_WRITE_SEEDS=DIR writes the seed corpus (one canonical text per type) to DIR and exits.
 #include <cstddef>
 #include <cstdint>

@@ -1,16 +1,9 @@
 #!/usr/bin/env python3
-"""Writes fuzz seed corpora from the project's captures (from the repository root); files are named
-after a hash of their contents.
+"""Writes fuzz seed corpora from the project's captures (from the repository root), each file named
+after a hash of its contents; README.md says what each corpus holds.
 
     python3 fuzz/seeds.py capture OUT
     python3 fuzz/seeds.py decoder OUT PCAP... [--limit N] [--sequence N] [--keep-checksums]
-
-capture: small captures of every kind the tool reads, each after an octet cutting it at half its length.
-decoder: the decoder target's input (a mode byte, 0 to recompute checksums or 1 to keep them, then
-records of a 2-byte big-endian length and a PDU) from classic Ethernet pcaps: each distinct LSP (PDU
-types 18 and 20, and PDUs whose header is too broken to tell) alone; per capture its first LSPs as one
-input, and again followed by their refreshes (sequence numbers one higher); a few LSPs with one
-octet changed past the header.
 """
 import argparse
 import gzip

@@ -1,22 +1,26 @@
 # Runs igp-lsdb twice, under two hash seeds, and compares what each run wrote with the same
 # expected files: the tool sorts its output, so the library's random seed must not show in it.
-#   -DTOOL=path -DARGS=a|b|c -DWORKDIR=dir -DEXPECT_RC=n -DEXPECT_STDOUT=file -DACTUAL=dir
-#   -DEXPECT_STDERR=file (else stderr must be empty, or -DANY_STDERR=1: not compared)
-#   -DSCHEMA_CHECK=exe -DSCHEMA=file -DJSON=doc|lines   validate the standard output
+#   -DTOOL=path -DARGS=a|b|c -DWORKDIR=dir -DEXPECTED=dir -DNAME=case -DACTUAL=path
+#   -DOUT=file (in EXPECTED; default NAME.out) -DEXPECT_RC=n (default 0)
+#   -DERR=file (in EXPECTED; else stderr must be empty, or -DANY_STDERR=1: not compared)
+#   -DJSON=doc|lines -DSCHEMA_CHECK=python|script -DSCHEMA=file   validate the standard output
 #   -DSEED=value   the first run's IGPCOMMON_HASH_SEED instead of unset (random); the second fixes one
 # With IGP_LSDB_BLESS=1 in the environment the first run writes the expected files, and the second
 # is compared with them (review the result with git diff before committing it).
 
 string(REPLACE "|" ";" ARGS "${ARGS}")
+string(REPLACE "|" ";" SCHEMA_CHECK "${SCHEMA_CHECK}")
 set(env_first "--unset=IGPCOMMON_HASH_SEED")
-if(DEFINED SEED)
+if(NOT OUT)
+    set(OUT "${NAME}.out")
+endif()
+if(NOT EXPECT_RC)
+    set(EXPECT_RC 0)
+endif()
+if(NOT SEED STREQUAL "")
     set(env_first "IGPCOMMON_HASH_SEED=${SEED}")
 endif()
 set(env_second "IGPCOMMON_HASH_SEED=0x9e3779b9")
-set(lines_mode "")
-if(JSON STREQUAL "lines")
-    set(lines_mode "--lines")
-endif()
 
 function(compare actual expected what)
     if(run STREQUAL "first" AND DEFINED ENV{IGP_LSDB_BLESS})
@@ -42,17 +46,17 @@ foreach(run first second)
     if(NOT rc STREQUAL "${EXPECT_RC}")
         string(APPEND failed "${what} exit status ${rc}, expected ${EXPECT_RC}\n${err}\n")
     endif()
-    if(DEFINED SCHEMA_CHECK)
+    if(JSON)
         execute_process(
-            COMMAND "${SCHEMA_CHECK}" ${lines_mode} "${SCHEMA}" "${actual}.out"
+            COMMAND ${SCHEMA_CHECK} --${JSON} "${SCHEMA}" "${actual}.out"
             OUTPUT_VARIABLE check_out ERROR_VARIABLE check_err RESULT_VARIABLE check_rc)
         if(NOT check_rc EQUAL 0)
             string(APPEND failed "${what} the output does not validate against ${SCHEMA}:\n${check_out}${check_err}\n")
         endif()
     endif()
-    compare("${actual}.out" "${EXPECT_STDOUT}" "${what} standard output")
-    if(DEFINED EXPECT_STDERR)
-        compare("${actual}.err" "${EXPECT_STDERR}" "${what} standard error")
+    compare("${actual}.out" "${EXPECTED}/${OUT}" "${what} standard output")
+    if(ERR)
+        compare("${actual}.err" "${EXPECTED}/${ERR}" "${what} standard error")
     elseif(NOT ANY_STDERR AND NOT err STREQUAL "")
         string(APPEND failed "${what} unexpected standard error:\n${err}\n")
     endif()

@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# Live capture, for real: two network namespaces joined by a veth pair, the lab capture replayed onto
-# one end with tcpreplay, igp-lsdb -i on the other. What it prints after the interrupt must equal
-# what it prints for the capture file: the change lines (events --follow) and the database (dump).
+# Live capture, for real: a network namespace of its own (unshare) holding a veth pair, the lab
+# capture replayed onto one end with tcpreplay, igp-lsdb -i on the other. What it prints after the
+# interrupt must equal what it prints for the capture file: the change lines (events --follow) and
+# the database (dump).
 #   live-test.sh TOOL SCRATCH_DIR        (from the repository root; exit 77: skipped)
-# As root it makes the two namespaces with ip netns; otherwise it tries one user + network
-# namespace of its own (unshare -rn) with both ends of the pair in it.
 set -euo pipefail
 tool=$(realpath "$1")
 scratch=$2
@@ -15,43 +14,28 @@ skip() { echo "SKIPPED: $*"; exit 77; }
 command -v ip >/dev/null || skip "ip (Debian iproute2) is not installed"
 command -v tcpreplay >/dev/null || skip "tcpreplay (Debian tcpreplay) is not installed"
 
-if [[ ${IGP_LSDB_LIVE_INSIDE:-} == "" && $EUID -ne 0 ]]; then
-    unshare -rn true 2>"$scratch/unshare.err" ||
-        skip "this machine allows no network namespace: not root, and unshare -rn failed: $(cat "$scratch/unshare.err")"
-    IGP_LSDB_LIVE_INSIDE=1 exec unshare -rn "$0" "$@"
+if [[ ${IGP_LSDB_LIVE_INSIDE:-} == "" ]]; then
+    flags=-rn  # a user namespace too, unless root
+    ((EUID != 0)) || flags=-n
+    unshare $flags true 2>"$scratch/unshare.err" ||
+        skip "this machine allows no network namespace: unshare $flags failed: $(cat "$scratch/unshare.err")"
+    IGP_LSDB_LIVE_INSIDE=1 exec unshare $flags "$0" "$@"
 fi
 
 pids=()
-cleanup() {
-    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-    [[ -n ${a:-} ]] && ip netns del "$a" 2>/dev/null
-    [[ -n ${b:-} ]] && ip netns del "$b" 2>/dev/null
-    true
-}
-trap cleanup EXIT
-
-in_a=() in_b=()
-if [[ ${IGP_LSDB_LIVE_INSIDE:-} == "" ]]; then
-    a=igplsdb-a-$$ b=igplsdb-b-$$
-    ip netns add "$a" 2>"$scratch/netns.err" ||
-        skip "this machine allows no network namespace: ip netns add failed: $(cat "$scratch/netns.err")"
-    ip netns add "$b"
-    in_a=(ip netns exec "$a") in_b=(ip netns exec "$b")
-    ip link add va netns "$a" type veth peer name vb netns "$b"
-else
-    ip link add va type veth peer name vb
-fi
-"${in_a[@]}" ip link set va up
-"${in_b[@]}" ip link set vb up
+trap 'for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done' EXIT
+ip link add va type veth peer name vb
+ip link set va up
+ip link set vb up
 # IPv6 would send router solicitations and the like: the filter drops them, but quiet is simpler.
-"${in_b[@]}" sysctl -qw net.ipv6.conf.vb.disable_ipv6=1 2>/dev/null || true
+sysctl -qw net.ipv6.conf.vb.disable_ipv6=1 2>/dev/null || true
 
 "$tool" events "$lab" >"$scratch/events.expected"
 "$tool" dump "$lab" >"$scratch/dump.expected"
 
-"${in_b[@]}" "$tool" events -i vb --follow >"$scratch/events.out" 2>"$scratch/events.err" &
+"$tool" events -i vb --follow >"$scratch/events.out" 2>"$scratch/events.err" &
 pids+=($!)
-"${in_b[@]}" "$tool" dump -i vb >"$scratch/dump.out" 2>"$scratch/dump.err" &
+"$tool" dump -i vb >"$scratch/dump.out" 2>"$scratch/dump.err" &
 pids+=($!)
 for _ in $(seq 100); do
     grep -q "listening on vb" "$scratch/events.err" && grep -q "listening on vb" "$scratch/dump.err" && break
@@ -61,7 +45,7 @@ for run in events dump; do
     grep -q "listening on vb" "$scratch/$run.err" || { cat "$scratch/$run.err"; echo "$run -i did not start"; exit 1; }
 done
 
-"${in_a[@]}" tcpreplay -q -i va --mbps=10 "$lab" >"$scratch/tcpreplay.out" 2>&1 || { cat "$scratch/tcpreplay.out"; exit 1; }
+tcpreplay -q -i va --mbps=10 "$lab" >"$scratch/tcpreplay.out" 2>&1 || { cat "$scratch/tcpreplay.out"; exit 1; }
 
 # --follow writes each change as it is merged: wait for the last one, then interrupt both.
 want=$(wc -l <"$scratch/events.expected")

@@ -3,23 +3,7 @@
 
     python3 tools/igp-lsdb/tests/make-test-captures.py
 
-From the lab capture's 133 LSP frames, the LSP bytes unchanged unless said:
-  data/frr-initial-lsps.pcap        as captured (the built-in capture)
-  frr-lsps-sll.pcap, -sll2.pcap     as Linux cooked frames (SLL, linktype 113; SLL2, linktype 276)
-  frr-lsps-vlan.pcapng              pcapng; level 1 under one 802.1Q tag, level 2 under 802.1ad + 802.1Q
-  frr-early.pcap                    those among the first EARLY_FRAMES frames: the lab not yet converged
-  frr-purges.pcap                   then purges of r4's level-1 LSP and of r6's level-2 fragment 2
-  frr-delay.pcap                    the last LSP with the 1500 us link delay, again with 2000 us, anomalous
-  hostile-hostname.pcap             r1's level-2 host name replaced by HOSTILE_NAME (forged node line,
-                                    controls, valid and invalid UTF-8 of every kind)
-  frr-csnp-gaps.pcap                LSPs and CSNPs; the level-2 LSP 0000.0000.0006.00-02 left out though
-                                    listed; the last level-2 CSNP again a second later, covering LSP IDs
-                                    up to 0000.0000.0003.ff-ff in two TLVs, without 0000.0000.0001.02-00
-Others:
-  sr-te-fapm.pcap                   crafted-sr-te.pcap, fragment 2 again with the flex-algo 128 prefix
-                                    metric of 192.0.2.1/32 at 600, not 500
-  odd-hostnames.pcap                frames 1-4 of crafted-mt.pcap, craft-e's host name ODD_NAME (a
-                                    forged node line naming craft-e as a neighbor, controls, bad UTF-8)
+data/README.md says what each capture holds.
 """
 import os
 import struct
