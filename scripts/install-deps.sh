@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(cmake ninja-build g++ clang pkg-config
           libgtest-dev libgmock-dev libbenchmark-dev libabsl-dev
           libcli11-dev libpcap-dev nlohmann-json3-dev
-          libclang-rt-14-dev clang-format clang-tidy valgrind ccache python3 groff-base
+          libclang-rt-14-dev clang-format clang-tidy valgrind ccache python3 python3-jsonschema groff-base
           zlib1g-dev iproute2 tcpreplay)
 missing=()
 for p in "${packages[@]}"; do
