@@ -174,6 +174,7 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
          29},
         {"S bit without length", one(135, Enc().u32(1).u8(0x40 | 8).raw({10})), Reason::truncatedEntry, 135,
          29},
+        {"v6 S bit without length", one(236, Enc().u32(1).u8(0x20).u8(0)), Reason::truncatedEntry, 236, 29},
         {"prefix SID V without L",
          one(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(7).tlv(3, Enc{0x08, 0}.u24(5))), Reason::badSidLength,
          135, 36},

@@ -83,6 +83,7 @@ TEST(Frame, EveryWrappingYieldsThePduOrItsReason) {
         {"SLL tagged 802.3", sll, cat({sllHeader(0x8100), Enc().u16(10).bytes(), dot3(2)}), Status::isis},
         {"SLL IPv4", sll, cat({sllHeader(0x0800), Bytes(20, 0)}), Status::notIsis},
         {"SLL short header", sll, Bytes(15, 0), Status::truncated},
+        {"SLL header alone", sll, sllHeader(0x0800), Status::notIsis},
         {"SLL2 802.2", sll2, cat({sll2Header(0x0004), llcPdu()}), Status::isis},
         {"SLL2 tagged 802.3", sll2, cat({sll2Header(0x88a8), Enc().u16(7).bytes(), tag(0x8100, 5), dot3(0)}),
          Status::isis},
