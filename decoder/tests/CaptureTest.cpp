@@ -94,92 +94,24 @@ TEST(DecoderCapture, EveryCapturedLspMatchesTshark) {
 // names craft-c.05, whose only link here is numbered: its SRLG goes onto that
 // link, and onto no other neighbor.
 TEST(DecoderCapture, CraftedLspsHoldWhatTheIndependentDecodesShow) {
-    const std::string toCraftB =
-        std::string("nbr 1921.6800.1002.00 mt0 adjSid=12/12/7,240/24002/0,48/24001/0 adminGroup=5 ") +
-        "extAdminGroup=0:5,1:0,2:2147483648 igpMetric=10 l4=10.10.12.1 l6=2001:db8:12::1 "
-        "maxLinkBw=1.25e+09 " +
-        "maxReserveLinkBw=1e+09 r4=10.10.12.2 r6=2001:db8:12::2 teDefMetric=1000 " +
-        "unreservedBw=0:1e+09,1:9e+08,2:8e+08,3:7e+08,4:6e+08,5:5e+08,6:4e+08,7:3e+08";
-    const std::string toCraftC =
-        std::string("nbr 1921.6800.1003.05 mt0 adminGroup=2 igpMetric=20 l4=10.10.100.1 ") +
-        "lanAdjSid=112/24012/10/1921.6800.1004,12/77/0/1921.6800.1004,176/24011/0/1921.6800.1004," +
-        "48/24010/0/1921.6800.1003 srlgValues=400";
-    const struct {
-        const char* file;
-        unsigned frame;
-        Lines lines;
-    } cases[] = {
-        {"crafted-sr-te.pcap",
-         1,
-         {"area 39.752f.0100.0014.0000.9000.0001", "area 49.0010", "area 49.0011",
-          "fad 128 m1 c0 p200 ex=[1] any=[6, 1] all=[8] srlg=[100, 200]",
-          "fad 129 m2 c0 p100 ex=[] any=[] all=[] srlg=[]",
-          "fad 130 m0 c0 p0 ex=[] any=[] all=[0, 2147483648] srlg=[]", "flags ol=0 att=0", "host craft-a",
-          "msd 1:10", "msd 2:8", "srgb I1 V1 16000/8000 100000/1000", "srlb 15000/1000 40000/500",
-          "te-id 192.0.2.1", "te-id6 2001:db8:ffff::1"}},
-        {"crafted-sr-te.pcap",
-         2,
-         {"flags ol=0 att=0", "nbr 1921.6800.1002.00 mt0 igpMetric=10 linkDelay=1/1500/0", toCraftB, toCraftC,
-          "nbr 1921.6800.1004.00 mt0 igpMetric=16777214", "srlg 10.10.12.1 100,200,300",
-          "srlg 2001:db8:100::1 600", "srlg 2001:db8:12::1 100,500"}},
-        {"crafted-sr-te.pcap",
-         3,
-         {"flags ol=0 att=0", "pfx 10.0.0.0/8 mt0 m100 down", "pfx 192.0.2.1/32 mt0 m0 sid=1/0x40 fa128=500",
-          "pfx 192.0.2.101/32 mt0 unreachable bind=-/r10/f2/psid=101/0x00",
-          "pfx 192.0.2.200/32 mt0 unreachable bind=M/r1/f2/label=90000",
-          "pfx 198.51.100.0/24 mt0 m20 sid=16999/0x2c", "pfx 2001:db8:a::/48 mt0 m30",
-          "pfx 2001:db8:b::/127 mt0 m5 down",
-          "pfx 2001:db8:cc::/64 mt2 unreachable bind=FA/r4/f2/psid=500/0x00",
-          "pfx 2001:db8:ffff::1/128 mt0 m0 sid=2001/0x40",
-          "pfx 2001:db8:ffff::100/128 mt0 unreachable bind=FS/r1/f2/psid=300/0x40",
-          "pfx 203.0.113.128/25 mt0 m7 sid=4095/0x30"}},
-        {"crafted-mt.pcap",
-         1,
-         {"area 49.0010",
-          "flags ol=0 att=1",
-          "host craft-b",
-          "mt 0",
-          "mt 2",
-          "mt 3",
-          "mt 4",
-          "nbr 1921.6800.1002.03 mt0 igpMetric=10",
-          "nbr 1921.6800.1002.03 mt2 igpMetric=10",
-          "nbr 1921.6800.1005.00 mt0 adjSid=48/15001/0 igpMetric=10",
-          "nbr 1921.6800.1005.00 mt2 adjSid=176/15002/0 igpMetric=15 l6=2001:db8:25::2",
-          "nbr 1921.6800.1005.00 mt4 igpMetric=40",
-          "pfx 10.10.25.0/24 mt0 m10",
-          "pfx 10.30.0.0/16 mt3 m10 sid=30/0x00",
-          "pfx 172.20.0.0/16 mt0 m20",
-          "pfx 172.21.0.0/16 mt0 m63 down",
-          "pfx 192.0.2.2/32 mt0 m0 sid=2/0x40",
-          "pfx 2001:db8:25::/64 mt2 m15",
-          "pfx 2001:db8:e0::/44 mt2 m100 down",
-          "pfx 2001:db8:ffff::2/128 mt0 m0 sid=1002/0x40",
-          "pfx 2001:db8:ffff::2/128 mt2 m0 sid=2002/0x50",
-          "pfx ff3e::/16 mt4 m10",
-          "srgb I1 V0 16000/4000"}},
-        {"crafted-mt.pcap",
-         2,
-         {"area 49.0010", "flags ol=0 att=0", "host craft-b", "mt 0", "mt 2",
-          "nbr 1921.6800.1001.00 mt0 igpMetric=10 l4=10.10.12.2 r4=10.10.12.1",
-          "nbr 1921.6800.1001.00 mt2 igpMetric=10 l6=2001:db8:12::2 r6=2001:db8:12::1",
-          "pfx 192.0.2.2/32 mt0 m0 sid=2/0x40", "pfx 2001:db8:ffff::2/128 mt2 m0 sid=1002/0x40"}},
-        {"crafted-mt.pcap",
-         3,
-         {"flags ol=0 att=0", "nbr 1921.6800.1002.00 mt0 igpMetric=0",
-          "nbr 1921.6800.1005.00 mt0 igpMetric=0", "nbr 1921.6800.1006.00 mt0 igpMetric=0"}},
-        {"crafted-mt.pcap",
-         4,
-         {"area 49.0010", "flags ol=1 att=0", "host craft-e", "nbr 1921.6800.1002.03 mt0 igpMetric=10",
-          "pfx 192.0.2.5/32 mt0 m0"}},
-        {"crafted-mt.pcap", 5, {"flags ol=0 att=0"}},
-        {"crafted-mt.pcap", 6, {"flags ol=0 att=0"}},
-        {"crafted-mt.pcap", 7, {"flags ol=0 att=0"}},
-    };
-    for (const auto& c : cases) {
-        const auto r = decodeLsp(readPdus(c.file).at(c.frame - 1));  // every frame of these is an LSP
+    // data/crafted.lines.txt: "# FILE FRAME", then the lines the model gives for that LSP.
+    std::istringstream in(readText(dataPath("crafted.lines.txt")));
+    std::vector<std::pair<std::string, Lines>> cases;
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with("# ")) {
+            cases.emplace_back(line.substr(2), Lines{});
+        } else if (!line.empty()) {
+            ASSERT_FALSE(cases.empty()) << "a line before the first \"# FILE FRAME\"";
+            cases.back().second.insert(line);
+        }
+    }
+    ASSERT_EQ(cases.size(), 10u);
+    for (const auto& [where, lines] : cases) {
+        const auto space = where.find(' ');
+        const unsigned frame = static_cast<unsigned>(std::stoul(where.substr(space + 1)));
+        const auto r = decodeLsp(readPdus(where.substr(0, space)).at(frame - 1));  // every frame is an LSP
         ASSERT_TRUE(r.ok()) << r.error().message();
-        expectSameLines(c.lines, linesOf(*r.lsp().content), cat(c.file, " frame ", c.frame));
+        expectSameLines(lines, linesOf(*r.lsp().content), where);
     }
 }
 

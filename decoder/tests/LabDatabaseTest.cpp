@@ -59,17 +59,16 @@ Listing readListing(const std::string& file) {
                                                                  {"TE Router ID", "te-id "},
                                                                  {"IPv6 TE Router ID", "te-id6 "},
                                                                  {"Node Maximum SID Depth", "msd 1:"}};
-    // FRR's names of a link's attributes and addresses, and the model's.
-    static const std::map<std::string, std::string> linkItems = {
-        {"Local Interface IP Address(es)", "l4="},
-        {"Remote Interface IP Address(es)", "r4="},
-        {"Local Interface IPv6 Address(es)", "l6="},
-        {"Remote Interface IPv6 Address(es)", "r6="},
-        {"Maximum Bandwidth", "maxLinkBw="},
-        {"Maximum Reservable Bandwidth", "maxReserveLinkBw="},
-        {"Traffic Engineering Metric", "teDefMetric="},
-        {"Normal Average Link Delay", "linkDelay=1/"},
-        {"Anomalous Average Link Delay", "linkDelay=1/"}};
+    // FRR's names of a link's attributes and addresses, and the model's (a tab between).
+    static const std::map<std::string, std::string> linkItems = [] {
+        std::map<std::string, std::string> names;
+        std::istringstream in(readText(dataPath("frr-link-names.tsv")));
+        for (std::string line; std::getline(in, line);) {
+            const auto tab = line.find('\t');
+            names.emplace(line.substr(0, tab), line.substr(tab + 1));
+        }
+        return names;
+    }();
 
     Listing out;
     Lines* node = nullptr;
