@@ -79,7 +79,7 @@ void foldSrlg(const IC::IsisLspParsedContent& parsed, const Lumo::IpGenAddr& add
 
 // The fragments that carry `key`, none when it is new to the table.
 template <class Map, class Key>
-std::bitset<256>& carry(Map& map, const Key& key) {
+auto& carry(Map& map, const Key& key) {
     return map.findOrInsert(key, [&] { return typename Map::member_type{key, {}}; }).first->from;
 }
 
@@ -90,15 +90,6 @@ template <class Map>
 void reserveEmpty(Map& map, std::size_t n) {
     if (map.size() == 0 && n != 0) {
         map.reserve(static_cast<std::uint32_t>(n));
-    }
-}
-
-template <class Fn>
-void forEachIn(const std::bitset<256>& s, Fn&& fn) {
-    for (unsigned f = 0; f < 256; ++f) {
-        if (s.test(f)) {
-            fn(static_cast<std::uint8_t>(f));
-        }
     }
 }
 
@@ -151,7 +142,62 @@ Poldo::Ptr<IC::IsisLspParsedContent> decodeHeld(const IC::IgpNodeId& id,
 
 }  // namespace
 
-LspKeeper::LspKeeper(IC::IgpLevel level) : level_(level), db_(IC::igpLspDatabaseFactory(level)) {}
+LspKeeper::LspKeeper(IC::IgpLevel level)
+    : level_(level),
+      db_(IC::igpLspDatabaseFactory(level)),
+      pool_(std::make_unique<std::pmr::unsynchronized_pool_resource>()),
+      nodes_(pool_.get()) {}
+
+// Inline numbers ascending; past seven, the heap set, and back inline once
+// seven or fewer are left, so that the word alone says none() and isOnly().
+void LspKeeper::FragmentSet::set(std::uint8_t f, bool on) {
+    if (onHeap()) {
+        Bits& b = *bits();
+        b.set(f, on);
+        if (on || b.count() > inlineMax) {
+            return;
+        }
+        const Bits left = b;
+        release();
+        for (unsigned i = 0; i < 256; ++i) {
+            if (left.test(i)) {
+                set(static_cast<std::uint8_t>(i));
+            }
+        }
+        return;
+    }
+    std::array<std::uint8_t, inlineMax + 1> n{};
+    unsigned c = count();
+    for (unsigned i = 0; i < c; ++i) {
+        n[i] = static_cast<std::uint8_t>(w_ >> (8 * (i + 1)));
+    }
+    const auto at = std::lower_bound(n.begin(), n.begin() + c, f);
+    const bool has = at != n.begin() + c && *at == f;
+    if (has == on) {
+        return;
+    }
+    if (on) {
+        std::copy_backward(at, n.begin() + c, n.begin() + c + 1);
+        *at = f;
+        ++c;
+    } else {
+        std::copy(at + 1, n.begin() + c, at);
+        --c;
+    }
+    if (c > inlineMax) {
+        auto b = std::make_unique<Bits>();
+        for (unsigned i = 0; i < c; ++i) {
+            b->set(n[i]);
+        }
+        w_ = held(b.release());
+        return;
+    }
+    std::uintptr_t w = c == 0 ? 0 : inlineTag | (std::uintptr_t{c} << 1);
+    for (unsigned i = 0; i < c; ++i) {
+        w |= std::uintptr_t{n[i]} << (8 * (i + 1));
+    }
+    w_ = w;
+}
 
 std::size_t LspKeeper::fragmentCount(const IC::IgpNodeId& id) const noexcept {
     const auto it = nodes_.find(id);
@@ -209,7 +255,8 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
             return Outcome::ignored;
         }
     }
-    return take(h, lsp.octets, content, false);
+    return take(h, content ? std::vector<std::uint8_t>(lsp.octets) : std::vector<std::uint8_t>{}, content,
+                false);
 }
 
 LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
@@ -234,14 +281,14 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
             }
         }
     }
-    const DecodeResult r = decodeLsp(pdu);
+    DecodeResult r = decodeLsp(pdu);
     if (!r) {
         if (error != nullptr) {
             *error = r.error();
         }
         return Outcome::rejected;
     }
-    const DecodedLsp& lsp = r.lsp();
+    DecodedLsp& lsp = r.lsp();
     if (lsp.header.level != static_cast<unsigned>(level_)) {
         ++ignored_;
         return Outcome::ignored;
@@ -249,13 +296,13 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
     if (!newer(lsp.header)) {
         return Outcome::ignored;
     }
-    return take(lsp.header, lsp.octets, lsp.header.isPurge() ? nullptr : lsp.content, true);
+    return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true);
 }
 
-LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::span<const std::uint8_t> octets,
+LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu) {
     const IC::IgpNodeId id = h.nodeId();
-    NodeState& node = nodes_[id];
+    NodeState& node = nodes_.try_emplace(id, pool_.get()).first->second;
     Fragment& f = node.fragments[h.fragment];
     // The old copy tells which keys it carried; a node left with one
     // fragment is merged whole and needs no such account.
@@ -266,7 +313,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::span<const std::uint
     f.header = h;
     f.fromPdu = fromPdu;
     if (content) {
-        f.octets.assign(octets.begin(), octets.end());
+        f.octets = std::move(octets);
         f.nodeWide = carriesNodeWide(*content->node());
         f.srlg = !content->parsedSrLg().empty();
         node.held += f.held ? 0 : 1;
@@ -381,12 +428,10 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
         return *content;
     };
-    FragmentSet onlyThis;
-    onlyThis.set(number);
     const auto scratch = IC::isisLspParsedContentFactory();
 
     // Links.
-    using NeighborAt = std::map<IC::NeighborKey, FragmentSet>::iterator;
+    using NeighborAt = decltype(node.neighbors)::iterator;
     std::vector<NeighborAt> links;
     if (before) {
         for (const auto& n : before->neighbor()) {
@@ -401,9 +446,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         for (const auto& n : after->neighbor()) {
             const auto [it, added] = node.neighbors.try_emplace(n->key());
             if (added) {
-                for (const auto& a : foldAddresses(it->first)) {
-                    node.linksByAddr.emplace(a, &it->first);
-                }
+                fileLink(node, it->first);
             }
             it->second.set(number);
             if (!before || !before->neighbor(n->key())) {
@@ -412,11 +455,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
     }
     const auto uniteLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
-        if (from == onlyThis) {
+        if (from.isOnly(number)) {
             return;  // `after` has it as it is
         }
         Poldo::Ptr<IC::Neighbor> u;
-        forEachIn(from, [&](std::uint8_t f) {
+        from.forEach([&](std::uint8_t f) {
             const auto n = contentOf(f, detail::linksPart).neighbor(k);
             if (!u) {
                 u = scratch->neighborIs(k);
@@ -430,7 +473,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     for (const NeighborAt it : links) {
         if (it->second.none()) {
             for (const auto& a : foldAddresses(it->first)) {
-                node.linksByAddr.erase(LinkAt(a, &it->first));
+                if (!a.isNone()) {
+                    node.linksByAddr.erase(LinkAt(a, &it->first));
+                }
             }
             d.goneNeighbors.push_back(it->first);
             node.neighbors.erase(it);
@@ -472,13 +517,13 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         for (const auto& n : delta.neighbor()) {
             for (const auto& a : foldAddresses(n->key())) {
                 const auto* from = node.srlgs.find(a);
-                if (from == nullptr || from->from == onlyThis ||
+                if (from == nullptr || from->from.isOnly(number) ||
                     std::find(filed.begin(), filed.end(), a) != filed.end()) {
                     continue;
                 }
                 filed.push_back(a);
                 const auto record = delta.parsedSrLgIs(a);
-                forEachIn(from->from, [&](std::uint8_t f) {
+                from->from.forEach([&](std::uint8_t f) {
                     if (f == number) {
                         return;  // already in `record`
                     }
@@ -514,17 +559,17 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     }
     for (const IC::PrefixKey* key : prefixes) {
         const auto* c = node.prefixes.find(*key);
-        const FragmentSet from = c->from;
+        const FragmentSet& from = c->from;
         if (from.none()) {
             d.gonePrefixes.push_back(*key);
             node.prefixes.erase(*key);
             continue;
         }
-        if (from == onlyThis) {
+        if (from.isOnly(number)) {
             continue;
         }
         Poldo::Ptr<IC::Prefix> u;
-        forEachIn(from, [&](std::uint8_t f) {
+        from.forEach([&](std::uint8_t f) {
             const auto p = contentOf(f).prefix(*key);
             if (!u) {
                 u = scratch->prefixIs(*key);
@@ -562,6 +607,16 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     return d;
 }
 
+// SRLG records are filed under an address of either family, never the empty
+// one: a link is filed under the addresses it has.
+void LspKeeper::fileLink(NodeState& node, const IC::NeighborKey& key) {
+    for (const auto& a : foldAddresses(key)) {
+        if (!a.isNone()) {
+            node.linksByAddr.emplace(a, &key);
+        }
+    }
+}
+
 // A parsed content's collections hold members; an entry's give (key, member).
 template <class Keys>
 void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
@@ -575,9 +630,7 @@ void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
         }
         const auto [it, added] = node.neighbors.try_emplace(*key);
         if (added) {
-            for (const auto& a : foldAddresses(it->first)) {
-                node.linksByAddr.emplace(a, &it->first);
-            }
+            fileLink(node, it->first);
         }
         it->second.set(number);
     }

@@ -95,6 +95,7 @@ public:
     explicit operator bool() const noexcept { return ok(); }
     /// Only when ok().
     const DecodedLsp& lsp() const { return std::get<DecodedLsp>(v_); }
+    DecodedLsp& lsp() { return std::get<DecodedLsp>(v_); }
     /// Only when !ok().
     const DecodeError& error() const { return std::get<DecodeError>(v_); }
 

@@ -18,6 +18,8 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
+#include <memory_resource>
 #include <optional>
 #include <set>
 #include <span>
@@ -40,6 +42,12 @@ public:
     };
 
     explicit LspKeeper(Routing::IgpCommon::IgpLevel level);
+    LspKeeper(LspKeeper&&) noexcept = default;
+    // The index's containers draw on the keeper's own pool: assigning one
+    // keeper over another would free the old index into a pool already gone.
+    LspKeeper& operator=(LspKeeper&&) = delete;
+    LspKeeper(const LspKeeper&) = delete;
+    LspKeeper& operator=(const LspKeeper&) = delete;
 
     /// Takes the octets of an LSP that decodeLsp() produced; one without
     /// octets or content is ignored.
@@ -85,7 +93,75 @@ public:
     }
 
 private:
-    using FragmentSet = std::bitset<256>;
+    // The fragments that carry one key. Most keys are carried by one
+    // fragment or a few: up to seven numbers sit, ascending, in the word
+    // itself (its low bit set, the count in the next three); a key of more
+    // fragments has a 256-bit set on the heap. The word is 0 when empty.
+    class FragmentSet {
+    public:
+        FragmentSet() noexcept = default;
+        explicit FragmentSet(std::uint8_t only) noexcept { set(only); }
+        FragmentSet(const FragmentSet& o) : w_(o.onHeap() ? held(new Bits(*o.bits())) : o.w_) {}
+        FragmentSet(FragmentSet&& o) noexcept : w_(o.w_) { o.w_ = 0; }
+        FragmentSet& operator=(const FragmentSet& o) {
+            if (this != &o) {
+                FragmentSet copy(o);
+                *this = std::move(copy);
+            }
+            return *this;
+        }
+        FragmentSet& operator=(FragmentSet&& o) noexcept {
+            if (this != &o) {
+                release();
+                w_ = o.w_;
+                o.w_ = 0;
+            }
+            return *this;
+        }
+        ~FragmentSet() { release(); }
+
+        bool none() const noexcept { return w_ == 0; }
+        /// Whether fragment `f` alone carries the key.
+        bool isOnly(std::uint8_t f) const noexcept {
+            return w_ == (inlineTag | (1u << 1) | (std::uintptr_t{f} << 8));
+        }
+        void set(std::uint8_t f, bool on = true);
+        void reset(std::uint8_t f) { set(f, false); }
+        /// Calls fn(number) for each fragment, lowest first.
+        template <class Fn>
+        void forEach(Fn&& fn) const {
+            if (onHeap()) {
+                const Bits& b = *bits();
+                for (unsigned f = 0; f < 256; ++f) {
+                    if (b.test(f)) {
+                        fn(static_cast<std::uint8_t>(f));
+                    }
+                }
+                return;
+            }
+            const unsigned n = count();
+            for (unsigned i = 0; i < n; ++i) {
+                fn(static_cast<std::uint8_t>(w_ >> (8 * (i + 1))));
+            }
+        }
+
+    private:
+        using Bits = std::bitset<256>;
+        static constexpr std::uintptr_t inlineTag = 1;
+        static constexpr unsigned inlineMax = 7;
+        static_assert(sizeof(std::uintptr_t) == 8, "seven numbers and a count in one word");
+        static std::uintptr_t held(Bits* b) noexcept { return reinterpret_cast<std::uintptr_t>(b); }
+        bool onHeap() const noexcept { return w_ != 0 && (w_ & inlineTag) == 0; }
+        Bits* bits() const noexcept { return reinterpret_cast<Bits*>(w_); }
+        unsigned count() const noexcept { return w_ == 0 ? 0 : static_cast<unsigned>((w_ >> 1) & 7); }
+        void release() noexcept {
+            if (onHeap()) {
+                delete bits();
+            }
+            w_ = 0;
+        }
+        std::uintptr_t w_ = 0;
+    };
 
     struct Fragment {
         LspHeader header;
@@ -131,15 +207,20 @@ private:
     // A node's fragments and, for each key of its entry, the fragments that
     // carry it. linksByAddr pairs the address an SRLG record is filed under
     // with the links that record folds onto (keys owned by `neighbors`).
+    //
+    // The node-based containers draw on the keeper's pool: a link costs no
+    // heap block of its own.
     struct NodeState {
-        std::map<std::uint8_t, Fragment> fragments;
+        explicit NodeState(std::pmr::memory_resource* pool)
+            : fragments(pool), neighbors(pool), linksByAddr(pool) {}
+        std::pmr::map<std::uint8_t, Fragment> fragments;
         std::size_t held = 0;
         // A node of one fragment needs no index: that fragment is the union.
         bool indexed = false;
-        std::map<Routing::IgpCommon::NeighborKey, FragmentSet> neighbors;
+        std::pmr::map<Routing::IgpCommon::NeighborKey, FragmentSet> neighbors;
         PrefixesCarried prefixes;
         SrlgsCarried srlgs;
-        std::set<LinkAt, LinkAtOrder> linksByAddr;
+        std::pmr::set<LinkAt, LinkAtOrder> linksByAddr;
     };
 
     // What merging one fragment changed in the union of its node.
@@ -155,7 +236,7 @@ private:
     };
 
     bool newer(const LspHeader& h);
-    Outcome take(const LspHeader& h, std::span<const std::uint8_t> octets,
+    Outcome take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& content, bool fromPdu);
     Delta update(const Routing::IgpCommon::IgpNodeId& id, NodeState& node, std::uint8_t number,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& before,
@@ -163,12 +244,15 @@ private:
     void merge(const Routing::IgpCommon::IgpNodeId& id, const Delta& delta);
     static void index(NodeState& node, std::uint8_t number,
                       const Routing::IgpCommon::IsisLspParsedContent& c);
+    static void fileLink(NodeState& node, const Routing::IgpCommon::NeighborKey& key);
     template <class Keys>
     static void indexKeys(NodeState& node, std::uint8_t number, const Keys& c);
 
     Routing::IgpCommon::IgpLevel level_;
     Poldo::Ptr<Routing::IgpCommon::IgpLspDatabase> db_;
-    std::map<Routing::IgpCommon::IgpNodeId, NodeState> nodes_;
+    // Before the containers that draw on it, so that it outlives them.
+    std::unique_ptr<std::pmr::unsynchronized_pool_resource> pool_;
+    std::pmr::map<Routing::IgpCommon::IgpNodeId, NodeState> nodes_;
     std::size_t held_ = 0;
     std::size_t ignored_ = 0;
     std::size_t refreshed_ = 0;
