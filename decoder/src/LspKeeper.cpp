@@ -428,11 +428,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
         return *content;
     };
-    const auto scratch = IC::isisLspParsedContentFactory();
 
     // Links.
     using NeighborAt = decltype(node.neighbors)::iterator;
     std::vector<NeighborAt> links;
+    links.reserve((before ? before->neighbor().size() : 0) + (after ? after->neighbor().size() : 0));
     if (before) {
         for (const auto& n : before->neighbor()) {
             const auto it = node.neighbors.find(n->key());
@@ -458,17 +458,30 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         if (from.isOnly(number)) {
             return;  // `after` has it as it is
         }
+        // The new copy's own link (`after` is the delta) takes the others
+        // in place when it comes first; else their union is built apart and
+        // copied over it. A link the new copy lacks is built in the delta.
+        const Poldo::Ptr<IC::Neighbor> mine = after ? after->neighbor(k) : nullptr;
+        const bool inPlace = mine && from.first() == number;
         Poldo::Ptr<IC::Neighbor> u;
         from.forEach([&](std::uint8_t f) {
+            if (inPlace) {
+                if (f != number) {
+                    uniteNeighbor(*mine, *contentOf(f, detail::linksPart).neighbor(k));
+                }
+                return;
+            }
             const auto n = contentOf(f, detail::linksPart).neighbor(k);
             if (!u) {
-                u = scratch->neighborIs(k);
+                u = mine ? IC::neighborFactory(k) : delta.neighborIs(k);
                 u->updateAttr(n);
             } else {
                 uniteNeighbor(*u, *n);
             }
         });
-        delta.neighborIs(k)->updateAttr(u);
+        if (mine && !inPlace) {
+            mine->updateAttr(u);
+        }
     };
     for (const NeighborAt it : links) {
         if (it->second.none()) {
@@ -486,6 +499,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
 
     // SRLG records, and the links they fold onto.
     std::vector<Lumo::IpGenAddr> srlgAddrs;
+    srlgAddrs.reserve((before ? before->parsedSrLg().size() : 0) + (after ? after->parsedSrLg().size() : 0));
     const auto touchSrlg = [&](const IC::IsisLspParsedContent& c, bool set) {
         for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
             carry(node.srlgs, (*it)->localAddr()).set(number, set);
@@ -540,6 +554,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     // Prefixes.
     // The keys, not the members: an insertion moves the table's members.
     std::vector<const IC::PrefixKey*> prefixes;
+    prefixes.reserve((before ? before->prefix().size() : 0) + (after ? after->prefix().size() : 0));
     if (before) {
         for (const auto& p : before->prefix()) {
             if (const auto* c = node.prefixes.find(p->prefixKey())) {
@@ -568,17 +583,28 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         if (from.isOnly(number)) {
             continue;
         }
+        // As for links above.
+        const Poldo::Ptr<IC::Prefix> mine = after ? after->prefix(*key) : nullptr;
+        const bool inPlace = mine && from.first() == number;
         Poldo::Ptr<IC::Prefix> u;
         from.forEach([&](std::uint8_t f) {
+            if (inPlace) {
+                if (f != number) {
+                    unitePrefix(*mine, *contentOf(f).prefix(*key));
+                }
+                return;
+            }
             const auto p = contentOf(f).prefix(*key);
             if (!u) {
-                u = scratch->prefixIs(*key);
+                u = mine ? IC::prefixFactory(*key) : delta.prefixIs(*key);
                 u->updateAttr(p);
             } else {
                 unitePrefix(*u, *p);
             }
         });
-        delta.prefixIs(*key)->updateAttr(u);
+        if (mine && !inPlace) {
+            mine->updateAttr(u);
+        }
     }
 
     // Node attributes.

@@ -127,6 +127,18 @@ private:
         }
         void set(std::uint8_t f, bool on = true);
         void reset(std::uint8_t f) { set(f, false); }
+        /// The lowest fragment; only when not none().
+        std::uint8_t first() const noexcept {
+            if (onHeap()) {
+                const Bits& b = *bits();
+                unsigned f = 0;
+                while (!b.test(f)) {
+                    ++f;
+                }
+                return static_cast<std::uint8_t>(f);
+            }
+            return static_cast<std::uint8_t>(w_ >> 8);
+        }
         /// Calls fn(number) for each fragment, lowest first.
         template <class Fn>
         void forEach(Fn&& fn) const {
