@@ -141,7 +141,12 @@ void LspDecoder::wideNeighbors(Item& it, IC::IgpMultiTopologyId mt) {
         const std::size_t blockAt = v.pos();
         const std::uint8_t subLen = v.u8();
         Cursor subs = v.sub(subLen, Reason::subTlvOverrun, blockAt, "sub-TLV block runs past the TLV end");
-        LinkAttrs& a = link_;
+        // One entry's sub-TLVs at a time, in vectors that the thread keeps
+        // from one decode to the next: an entry with adjacency SIDs then
+        // allocates nothing once an earlier one has. A sub-TLV block of at
+        // most 255 octets bounds their room.
+        static thread_local LinkAttrs scratch;
+        LinkAttrs& a = scratch;
         a.reset();
         while (!subs.empty()) {
             Item s = nextItem(subs, Reason::subTlvOverrun);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
+#include <memory_resource>
 #include <type_traits>
 
 #include "LspDecoder.h"
@@ -371,7 +373,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         return d;
     }
     // The other fragments decoded in this update, each once.
-    std::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded;
+    // This update's own bookkeeping, on the stack unless a large fragment
+    // outgrows it; all of it goes when the update returns.
+    std::array<std::byte, 2048> arena;
+    std::pmr::monotonic_buffer_resource scratch(arena.data(), arena.size());
+    std::pmr::map<std::uint8_t, Poldo::Ptr<IC::IsisLspParsedContent>> decoded(&scratch);
     if (!node.indexed) {
         // A second fragment: index what was held so far, one fragment, which
         // the entry holds as it is: its keys are the entry's, and only its
@@ -407,7 +413,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     // Another fragment's content, decoded no further than the parts asked
     // for: an SRLG record that folds onto another fragment's link needs that
     // fragment's links, not its prefixes.
-    std::map<std::uint8_t, std::pair<unsigned, Poldo::Ptr<IC::IsisLspParsedContent>>> partial;
+    std::pmr::map<std::uint8_t, std::pair<unsigned, Poldo::Ptr<IC::IsisLspParsedContent>>> partial(&scratch);
     const auto contentOf = [&](std::uint8_t f,
                                unsigned parts = detail::allParts) -> const IC::IsisLspParsedContent& {
         if (f == number) {
@@ -431,7 +437,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
 
     // Links.
     using NeighborAt = decltype(node.neighbors)::iterator;
-    std::vector<NeighborAt> links;
+    std::pmr::vector<NeighborAt> links(&scratch);
     links.reserve((before ? before->neighbor().size() : 0) + (after ? after->neighbor().size() : 0));
     if (before) {
         for (const auto& n : before->neighbor()) {
@@ -498,7 +504,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     }
 
     // SRLG records, and the links they fold onto.
-    std::vector<Lumo::IpGenAddr> srlgAddrs;
+    std::pmr::vector<Lumo::IpGenAddr> srlgAddrs(&scratch);
     srlgAddrs.reserve((before ? before->parsedSrLg().size() : 0) + (after ? after->parsedSrLg().size() : 0));
     const auto touchSrlg = [&](const IC::IsisLspParsedContent& c, bool set) {
         for (auto it = c.parsedSrLg().begin(); it != c.parsedSrLg().end(); ++it) {
@@ -510,6 +516,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         touchSrlg(*before, false);
     }
     if (after) {
+        reserveEmpty(node.srlgs, after->parsedSrLg().size());
         touchSrlg(*after, true);
     }
     for (const auto& a : srlgAddrs) {
@@ -527,7 +534,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     }
     // Each link to merge needs the union of the records it folds.
     if (!node.srlgs.empty()) {
-        std::vector<Lumo::IpGenAddr> filed;
+        std::pmr::vector<Lumo::IpGenAddr> filed(&scratch);
         for (const auto& n : delta.neighbor()) {
             for (const auto& a : foldAddresses(n->key())) {
                 const auto* from = node.srlgs.find(a);
@@ -553,7 +560,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
 
     // Prefixes.
     // The keys, not the members: an insertion moves the table's members.
-    std::vector<const IC::PrefixKey*> prefixes;
+    std::pmr::vector<const IC::PrefixKey*> prefixes(&scratch);
     prefixes.reserve((before ? before->prefix().size() : 0) + (after ? after->prefix().size() : 0));
     if (before) {
         for (const auto& p : before->prefix()) {
