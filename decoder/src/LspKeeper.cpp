@@ -464,10 +464,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         if (from.isOnly(number)) {
             return;  // `after` has it as it is
         }
-        // The new copy's own link (`after` is the delta) takes the others
+        // `number` carries the key exactly when `after` does. The new
+        // copy's own link (`after` is the delta) takes the others
         // in place when it comes first; else their union is built apart and
         // copied over it. A link the new copy lacks is built in the delta.
-        const Poldo::Ptr<IC::Neighbor> mine = after ? after->neighbor(k) : nullptr;
+        const Poldo::Ptr<IC::Neighbor> mine = from.has(number) ? after->neighbor(k) : nullptr;
         const bool inPlace = mine && from.first() == number;
         Poldo::Ptr<IC::Neighbor> u;
         from.forEach([&](std::uint8_t f) {
@@ -591,7 +592,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             continue;
         }
         // As for links above.
-        const Poldo::Ptr<IC::Prefix> mine = after ? after->prefix(*key) : nullptr;
+        const Poldo::Ptr<IC::Prefix> mine = from.has(number) ? after->prefix(*key) : nullptr;
         const bool inPlace = mine && from.first() == number;
         Poldo::Ptr<IC::Prefix> u;
         from.forEach([&](std::uint8_t f) {

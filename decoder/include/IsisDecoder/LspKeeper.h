@@ -127,6 +127,18 @@ private:
         }
         void set(std::uint8_t f, bool on = true);
         void reset(std::uint8_t f) { set(f, false); }
+        bool has(std::uint8_t f) const noexcept {
+            if (onHeap()) {
+                return bits()->test(f);
+            }
+            const unsigned n = count();
+            for (unsigned i = 0; i < n; ++i) {
+                if (static_cast<std::uint8_t>(w_ >> (8 * (i + 1))) == f) {
+                    return true;
+                }
+            }
+            return false;
+        }
         /// The lowest fragment; only when not none().
         std::uint8_t first() const noexcept {
             if (onHeap()) {
