@@ -1,14 +1,11 @@
-// What the fuzz targets share: a failed check prints what broke and traps, so that libFuzzer keeps
-// the input as a crash; the allocation trackers' census shows what an operation left alive; the
-// PDU-record input of the decoder and render targets; entries of two databases compared through
-// the attribute descriptions.
+// What the fuzz targets share: checks that trap (libFuzzer keeps the input as a crash), the census
+// of live objects, the PDU-record input, entries of two databases compared through the descriptions.
 #pragma once
 
 #include <concepts>
 #include <cstdint>
 #include <cstdio>
 #include <span>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -97,12 +94,6 @@ void forEachPdu(std::span<const std::uint8_t> input, F&& f) {
     }
 }
 
-inline std::string formatted(const Routing::IgpCommon::Node& n) {
-    std::ostringstream os;
-    n.formatContent(os);
-    return os.str();
-}
-
 /// The members of one keyed collection of two entries, each equal by its descriptions.
 template <class Coll, class Find>
 bool sameMembers(const Coll& a, const Coll& b, Find&& find, std::string& why) {
@@ -124,8 +115,8 @@ bool sameMembers(const Coll& a, const Coll& b, Find&& find, std::string& why) {
     return true;
 }
 
-/// Two entries (or absences) of different databases hold equal nodes (as printed), neighbors and
-/// prefixes; `why` names the first difference.
+/// Two entries (or absences) of different databases hold equal nodes, neighbors and prefixes; `why`
+/// names the first difference.
 inline bool sameEntry(const Routing::IgpCommon::IgpLsp* a, const Routing::IgpCommon::IgpLsp* b,
                       std::string& why) {
     if (a == nullptr || b == nullptr) {
@@ -133,7 +124,7 @@ inline bool sameEntry(const Routing::IgpCommon::IgpLsp* a, const Routing::IgpCom
         return a == b;
     }
     if ((a->node() == nullptr) != (b->node() == nullptr) ||
-        (a->node() && formatted(*a->node()) != formatted(*b->node()))) {
+        (a->node() && !Kest::sameAttrs(*a->node(), *b->node()))) {
         why = "node";
         return false;
     }

@@ -34,9 +34,7 @@ inline IgpNodeId nodeIdOf(std::uint8_t sysLast, std::uint8_t pseudonode) {
     return IgpNodeId::fromBytes(b.data());
 }
 inline Ip6Addr v6(std::uint8_t first, std::uint8_t last) {
-    std::array<std::uint8_t, 16> b{};
-    b[0] = first;
-    b[15] = last;
+    const std::array<std::uint8_t, 16> b{first, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, last};
     return Ip6Addr::fromBytes(b.data());
 }
 inline const std::array<std::uint8_t, 7> allOnes{0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
@@ -52,14 +50,11 @@ using L = std::numeric_limits<float>;
 inline const std::array<float, 9> floats{
     0.0f, -0.0f, 1e9f, L::infinity(), -L::infinity(), L::quiet_NaN(), L::max(), L::denorm_min(), -1.0f};
 // The default prefix, zero-length ones, host bits set (10.0.0.1/8 is another key than 10.0.0.0/8).
-inline const std::array<P, 8> prefixes{P(),
-                                       P(IpAddr(0), 0),
-                                       P(IpAddr(0x0a000000u), 8),
-                                       P(IpAddr(0x0a000001u), 32),
-                                       P(IpAddr(0x0a000001u), 8),
-                                       P(Ip6Addr(), 0),
-                                       P(v6(0x20, 0), 32),
+// clang-format off
+inline const std::array<P, 8> prefixes{P(), P(IpAddr(0), 0), P(IpAddr(0x0a000000u), 8), P(IpAddr(0x0a000001u), 32),
+                                       P(IpAddr(0x0a000001u), 8), P(Ip6Addr(), 0), P(v6(0x20, 0), 32),
                                        P(v6(0xff, 0xff), 128)};
+// clang-format on
 // SRLG records: the empty address (neighbors without local addresses) and local addresses keys draw.
 inline const std::array<Lumo::IpGenAddr, 6> srlgAddrs{Lumo::IpGenAddr(),       Lumo::IpGenAddr(v4[0]),
                                                       Lumo::IpGenAddr(v4[1]),  Lumo::IpGenAddr(v4[3]),
@@ -131,22 +126,25 @@ struct Draw {
         }
         return m;
     }
-    std::map<AdminGroupIndex, std::uint32_t> operator()(Of<std::map<AdminGroupIndex, std::uint32_t>>) const {
-        std::map<AdminGroupIndex, std::uint32_t> m;
-        for (unsigned e = upTo(3); e > 0; --e) {
-            m[AdminGroupIndex(in.template ConsumeIntegralInRange<std::uint8_t>(0, 63))] =
-                any<std::uint32_t>();
+    /// Up to `most` members, each key drawn before its value.
+    template <class K, class V>
+    std::map<K, V> mapOf(unsigned most, auto&& key, auto&& value) const {
+        std::map<K, V> m;
+        for (unsigned n = upTo(most); n > 0; --n) {
+            const K k = key();
+            m[k] = value(k);
         }
         return m;
     }
+    std::map<AdminGroupIndex, std::uint32_t> operator()(Of<std::map<AdminGroupIndex, std::uint32_t>>) const {
+        return mapOf<AdminGroupIndex, std::uint32_t>(
+            3, [&] { return AdminGroupIndex(in.template ConsumeIntegralInRange<std::uint8_t>(0, 63)); },
+            [&](auto) { return any<std::uint32_t>(); });
+    }
     template <class T>
     std::map<T, T> operator()(Of<std::map<T, T>>) const {  // a set: each member maps to itself
-        std::map<T, T> m;
-        for (unsigned s = upTo(2); s > 0; --s) {
-            const T v = member(Of<T>());
-            m[v] = v;
-        }
-        return m;
+        return mapOf<T, T>(
+            2, [&] { return member(Of<T>()); }, [](const T& k) { return k; });
     }
     std::uint32_t member(Of<std::uint32_t>) const { return any<std::uint32_t>(); }
     AdjacencySid member(Of<AdjacencySid>) const {
@@ -170,11 +168,9 @@ struct Draw {
                          in.template ConsumeIntegralInRange<std::uint8_t>(0, 129), in.ConsumeBool());
     }
     FlexMap operator()(Of<FlexMap>) const {
-        FlexMap m;
-        for (unsigned n = upTo(3); n > 0; --n) {
-            m[in.template ConsumeIntegralInRange<std::uint8_t>(127, 130)] = any<std::uint32_t>();
-        }
-        return m;
+        return mapOf<std::uint8_t, std::uint32_t>(
+            3, [&] { return in.template ConsumeIntegralInRange<std::uint8_t>(127, 130); },
+            [&](auto) { return any<std::uint32_t>(); });
     }
     Poldo::Ptr<SidLabelBinding> operator()(Of<Poldo::Ptr<SidLabelBinding>>) const {
         if (!in.ConsumeBool()) {
