@@ -19,11 +19,7 @@ AttrState<Prefix> published(const Prefix& p) {
 template <class E>
 std::string differs(const char* what, const AttrState<E>& a, const AttrState<E>& b) {
     return sameState(a, b) ? std::string()
-                           : std::string(what)
-                                 .append(": ")
-                                 .append(stateText<E>(a))
-                                 .append(" vs ")
-                                 .append(stateText<E>(b));
+                           : std::string(what) + ": " + stateText<E>(a) + " vs " + stateText<E>(b);
 }
 
 template <class Coll>
@@ -191,21 +187,10 @@ void Mirror::onChange(const Poldo::Notification& n) {
                 copy = std::get<Binding>(mirrored->second).get();
             }
         }
-        using A = SidLabelBinding::Attr;
         if (copy == nullptr) {
             ++fromDetached_;
-        } else if (n.attr() == A::flags) {
-            copy->flagsIs(binding->flags());
-        } else if (n.attr() == A::range) {
-            copy->rangeIs(binding->range());
-        } else if (n.attr() == A::baseLabelSid) {
-            copy->baseLabelSidIs(binding->baseLabelSid());
-        } else if (n.attr() == A::basePrefixSid) {
-            copy->basePrefixSidIs(binding->basePrefixSid());
-        } else if (n.attr() == A::lspFragmentId) {
-            copy->lspFragmentIdIs(binding->lspFragmentId());
         } else {
-            ++unexpected_;
+            copy->updateAttr(Poldo::Ptr<const SidLabelBinding>(binding));  // each change publishes itself
         }
     } else {
         ++unexpected_;
