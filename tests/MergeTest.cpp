@@ -27,12 +27,10 @@ using testsupport::pfxKey;
 using testsupport::v4;
 using testsupport::v6;
 
-// The sample LSP's keys.
 const NeighborKey kV4 = nbrKey(2, {"10.0.0.1"}, {"10.0.0.2"});
 const NeighborKey kV6 = nbrKey(3, {"fe80::1"}, {"fe80::2"}, 2);
 const NeighborKey kUnnumbered(nodeId(4, 1), IgpMultiTopologyId(0));
 const PrefixKey pReach = pfxKey("10.1.0.0/16");
-const LanAdjacencySid kLanSid(0x30, 24010, 0, Routing::Isis::SystemId({1, 2, 3, 4, 5, 6}));
 const PrefixKey pReach6 = pfxKey("2001::/32", 2);
 const PrefixKey pUnreach = pfxKey("10.2.0.0/24");
 
@@ -45,7 +43,7 @@ Poldo::Ptr<IsisLspParsedContent> sampleLsp(bool withBindings) {
     a->srlgValuesDelAll();                       // the fold brings them
     auto b = parsed->neighborIs(kV6);
     b->igpMetricIs(30);
-    b->lanAdjSidIs(kLanSid);
+    b->lanAdjSidIs(LanAdjacencySid(0x30, 24010, 0, Routing::Isis::SystemId({1, 2, 3, 4, 5, 6})));
     parsed->neighborIs(kUnnumbered)->igpMetricIs(40);
     parsed->parsedSrLgIs(IpGenAddr(v4("10.0.0.1")))->srlgValueIs(100);
     parsed->parsedSrLgIs(IpGenAddr(v6("fe80::1")))->srlgValueIs(200);
@@ -243,11 +241,7 @@ TEST(IgpLspDatabaseMerge, ANewEntryAdoptsTheParsedObjectsAKnownOneMergesInPlaceN
 // ---- the SRLG fold --------------------------------------------------------------------------
 
 std::set<std::uint32_t> srlgsOf(const Neighbor& n) {
-    std::set<std::uint32_t> s;
-    for (auto it = n.srlgValues().begin(); it != n.srlgValues().end(); ++it) {
-        s.insert(*it);
-    }
-    return s;
+    return {n.srlgValues().begin(), n.srlgValues().end()};
 }
 
 // Each family's first local address (in iteration order) names its record, both families unite; a

@@ -81,12 +81,10 @@ std::string mergeFault(IgpLsp& entry, const Poldo::Ptr<IsisLspParsedContent>& pa
             entry.prefix(), parsed->prefix().size(), prefixesBefore,
             [&](const PrefixKey& k) { return parsed->prefix(k); },
             [&](const Prefix& mine, const Prefix& theirs, bool held) {
-                FlexMap flex = flexOf(theirs);
-                if (held && theirs.hasValidReachability()) {
+                const bool reachable = theirs.hasValidReachability();
+                FlexMap flex = held && !reachable ? FlexMap() : flexOf(theirs);
+                if (held && reachable) {
                     flex.merge(flexBefore.at(mine.prefixKey()));  // keeps the ones `theirs` has
-                }
-                if (held && !theirs.hasValidReachability()) {
-                    flex.clear();
                 }
                 if (flexOf(mine) != flex) {
                     return std::string("per-algorithm metrics of ")

@@ -80,17 +80,6 @@ struct Draw {
     T any() const {
         return in.template ConsumeIntegral<T>();
     }
-    template <class Make, class Add>
-    auto maybeCollection(unsigned most, Make&& make, Add&& add) const {
-        decltype(make()) c;
-        if (in.ConsumeBool()) {
-            c = make();
-            for (unsigned n = upTo(most); n > 0; --n) {
-                add(*c);
-            }
-        }
-        return c;
-    }
 
     NeighborKey neighborKey() const {
         NeighborKey k(pick(pools::neighborIds), IgpMultiTopologyId(pick(pools::mt)));
@@ -184,53 +173,10 @@ struct Draw {
         b->lspFragmentIdIs(any<std::uint8_t>());
         return b;
     }
-    Poldo::Ptr<SrCapabilities> operator()(Of<Poldo::Ptr<SrCapabilities>>) const {
-        if (!in.ConsumeBool()) {
-            return nullptr;
-        }
-        auto caps = srCapabilitiesFactory();
-        caps->srCapFlagIs(SrCapabilityFlags(any<std::uint8_t>() & 3));
-        // The dump refuses more than the eight ranges a capability can hold, so no producer sets more.
-        const auto ranges = in.template ConsumeIntegralInRange<std::uint8_t>(0, 8);
-        for (std::uint8_t i = 0; i < ranges; ++i) {
-            caps->sidLabelRangeIs(
-                SrSidRangeIndex(i),
-                SrSidRange(any<std::uint32_t>(), Lumo::MplsLabel(upTo(Lumo::MplsLabel::luWithdraw))));
-        }
-        caps->numRangesIs(ranges);
-        return caps;
-    }
-    Poldo::Ptr<IsisAreaIdCol> operator()(Of<Poldo::Ptr<IsisAreaIdCol>>) const {
-        static const std::array<std::uint8_t, 13> area{0x49, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
-        return maybeCollection(3, isisAreaIdColFactory, [&](IsisAreaIdCol& c) {
-            const std::size_t length = std::array<std::size_t, 4>{0, 1, 3, 13}[upTo(3)];
-            c.areaIdIs(
-                length ? Routing::Isis::AreaId::fromBytes(area.data(), length) : Routing::Isis::AreaId(),
-                in.ConsumeBool());
-        });
-    }
-    Poldo::Ptr<IgpMsdCol> operator()(Of<Poldo::Ptr<IgpMsdCol>>) const {
-        return maybeCollection(3, igpMsdColFactory, [&](IgpMsdCol& c) {
-            c.msdIs(upTo(4), IgpMsd(any<std::uint8_t>(), any<std::uint8_t>()));
-        });
-    }
-    Poldo::Ptr<IgpFlexAlgoDefinitionCol> operator()(Of<Poldo::Ptr<IgpFlexAlgoDefinitionCol>>) const {
-        return maybeCollection(2, igpFlexAlgoDefinitionColFactory, [&](IgpFlexAlgoDefinitionCol& c) {
-            IgpFlexAlgoDefinition d;
-            d.flexAlgoIs(in.template ConsumeIntegralInRange<std::uint8_t>(128, 130));
-            d.metricTypeIs(any<std::uint8_t>());
-            d.priorityIs(any<std::uint8_t>());
-            for (unsigned w = upTo(2); w > 0; --w) {
-                d.excludeAny()->valuePush(any<std::uint32_t>());
-                d.excludeSrlg()->valueIs(any<std::uint32_t>());
-            }
-            c.fadIs(d.flexAlgo(), d);
-        });
-    }
-    Poldo::Ptr<IgpMultiTopologyIdCol> operator()(Of<Poldo::Ptr<IgpMultiTopologyIdCol>>) const {
-        return maybeCollection(2, igpMultiTopologyIdColFactory, [&](IgpMultiTopologyIdCol& c) {
-            c.mtIdValueIs(IgpMultiTopologyId(pick(pools::mt)));
-        });
+    /// The node's collections have their own tests: merges meet them absent only.
+    template <class C>
+    Poldo::Ptr<C> operator()(Of<Poldo::Ptr<C>>) const {
+        return nullptr;
     }
 };
 
