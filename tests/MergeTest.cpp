@@ -96,10 +96,9 @@ private:
         [this](const Poldo::Notification& n) { attrs.push_back(n.attr()); }};
 };
 
-// An observer that removes members while the merge walks the parsed content must not make an
-// update land on a member of another key or on a slot that moved: the removed members come back as
-// the parsed ones.
-TEST(IgpLspMerge, MembersAnObserverRemovesMidMergeComeBackAsTheParsedOnes) {
+// An observer that removes members while the merge walks the parsed content must not make an update
+// land on a member of another key or on a slot that moved: they come back as the parsed ones.
+TEST(IgpLspMerge, ObserversChangingTheEntryMidMergeMisplaceNoUpdateAndKeepNoForeignMember) {
     bool fired = false;
     Poldo::Ptr<IgpLsp> entry = igpLspFactory(nodeId(1));
     Poldo::FunctionObserver removeOthers([&](const Poldo::Notification& n) {
@@ -143,9 +142,20 @@ TEST(IgpLspMerge, MembersAnObserverRemovesMidMergeComeBackAsTheParsedOnes) {
     for (auto it = entry->prefix().begin(); it != entry->prefix().end(); ++it) {
         EXPECT_EQ(Kest::firstDifference(*it->value, *lsps[1]->prefix(it->key)), "") << it->key;
     }
+
+    // One that adds a member while the last one merges: the parsed content lacks it, so it goes.
+    const NeighborKey extra = nbrKey(99);
+    Poldo::FunctionObserver addExtra(
+        [&](const Poldo::Notification&) { entry->neighborIs(extra, neighborFactory(extra)); });
+    Poldo::Ptr<Neighbor> last;
     for (auto it = lsps[0]->neighbor().begin(); it != lsps[0]->neighbor().end(); ++it) {
         (*it)->publisher().observerDel(removeOthers);
+        last = entry->neighbor((*it)->key());
     }
+    last->publisher().observerIs(addExtra);
+    merge(*entry, lsps[0]);
+    last->publisher().observerDel(addExtra);
+    EXPECT_EQ(entry->neighbor(extra), nullptr);
 }
 
 // Equal content again costs nothing, but for the binding of each prefix that carries one: the merge
