@@ -1,6 +1,5 @@
-// Every text reader against arbitrary text: the first byte picks the type, the rest is the text.
-// A reader returns a value or throws the parse or range exception; what reads prints to a text that
-// reads back; a failed read leaves no object alive (README.md).
+// Every text reader against arbitrary text: the first byte picks the type, the rest is the text
+// (README.md lists the checks).
 #include <cstddef>
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,5 @@
-// IgpLsp::updateNeighbors and updatePrefixes where random merges cannot reach (the merge model checks
-// those): observers that change the entry mid-merge, exactly what is published and allocated, the
-// database's merge of one LSP, and the SRLG fold.
+// Merges where the random ones (the merge model) cannot reach: observers changing the entry mid-merge,
+// exactly what is published and allocated, the database's merge of one LSP, and the SRLG fold.
 #include <gtest/gtest.h>
 
 #include <array>

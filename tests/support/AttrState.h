@@ -1,7 +1,5 @@
-// An entity's described attributes in comparable form: one element per description, a scalar as
-// its value, members as an ordered map from key to value (a set's members map to themselves). The
-// mirror rebuilds one from notifications, the fuzzers and property tests compare them; nothing
-// here names an attribute, so a new one is covered once it is described.
+// An entity's described attributes in comparable form: a scalar as its value, members as an ordered
+// map (a set's members map to themselves). Nothing names an attribute: a described one is covered.
 #pragma once
 
 #include <algorithm>

@@ -1,6 +1,5 @@
-// The merge model shared by the merge property test and the merge fuzzer: parsed contents drawn
-// from any source of numbers with FuzzedDataProvider's interface (the fuzzer's input, or a seeded
-// generator), what a merge must leave in its entry, and a mirror that rebuilds an entry from change
+// The merge model of the property test and the fuzzer: parsed contents drawn from a source with
+// FuzzedDataProvider's interface, what a merge must leave, and a mirror that rebuilds an entry from
 // notifications alone (whatever it lacks after a merge was changed without being published).
 #pragma once
 
@@ -22,8 +21,6 @@ namespace IgpTest {
 
 using namespace Routing::IgpCommon;
 using FlexMap = std::map<std::uint8_t, std::uint32_t>;
-
-// ---- drawing parsed contents ------------------------------------------------------------------
 
 namespace pools {
 using Lumo::Ip6Addr;
@@ -214,16 +211,12 @@ Poldo::Ptr<IsisLspParsedContent> drawLsp(const IgpNodeId& id, In& in) {
     return parsed;
 }
 
-// ---- what a merge must leave ------------------------------------------------------------------
-
 /// Merges `parsed` into `entry` as an agent does (members, then the node when both have one), and
 /// says what the result breaks, or nothing: the entry holds exactly the parsed keys, each member
 /// under its own key and the object held before under that key or else the parsed one, equal to the
 /// parsed one; a reachable prefix merged into a held one keeps the per-algorithm metrics the new
 /// one lacks, an unreachable one has none, an adopted one has its own.
 std::string mergeFault(IgpLsp& entry, const Poldo::Ptr<IsisLspParsedContent>& parsed);
-
-// ---- the mirror: rebuilds the entry from notifications alone ------------------------------------
 
 /// Registers with the entry, its node and every neighbor, prefix and binding it learns of, and keeps
 /// a pointer to each so that all of them outlive it.
