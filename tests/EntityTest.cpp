@@ -74,9 +74,10 @@ TEST(NeighborDelAll, OnceObservedPublishesEveryMemberEvenAfterTheObserverLeft) {
     n->lanAdjSidDelAll();
     EXPECT_TRUE(n->extAdminGroup().empty() && n->srlgValues().empty() && n->adjSid().empty() &&
                 n->lanAdjSid().empty());
-    EXPECT_THAT(rec.attrs(), ElementsAre(NA::extAdminGroup, NA::extAdminGroup, NA::extAdminGroup, NA::srlgValues,
-                                         NA::srlgValues, NA::srlgValues, NA::adjSid, NA::adjSid, NA::adjSid,
-                                         NA::lanAdjSid, NA::lanAdjSid, NA::lanAdjSid));
+    EXPECT_THAT(rec.attrs(),
+                ElementsAre(NA::extAdminGroup, NA::extAdminGroup, NA::extAdminGroup, NA::srlgValues,
+                            NA::srlgValues, NA::srlgValues, NA::adjSid, NA::adjSid, NA::adjSid, NA::lanAdjSid,
+                            NA::lanAdjSid, NA::lanAdjSid));
 }
 
 TEST(NeighborUpdateAttr, ScalarsThenEachCollectionsAdditionsBeforeItsRemovalsAndANoOpAllocatesNothing) {
@@ -253,18 +254,20 @@ TEST(PrefixAttributes, ComparisonUnionOfAnUnreachableFragmentAndDumpLines) {
     EXPECT_EQ(reach->prefixSid(), PrefixSid(0x40, 9, 0, true));
     EXPECT_EQ(reach->sidLabelBinding(), bound->sidLabelBinding());
 
-    EXPECT_EQ(formatted(*bound) + formatted(*prefixFactory(testsupport::pfxKey("10.0.0.0/8", 2))),
-              "          prefix=10.0.0.0/8, sidLabelBinding={flags=-, range=4, lspFragmentId=3, PrefixSID={100, "
-              "flags=0x40, algo=0}}\n"
-              "          prefix=10.0.0.0/8, mtId=2\n");
+    EXPECT_EQ(
+        formatted(*bound) + formatted(*prefixFactory(testsupport::pfxKey("10.0.0.0/8", 2))),
+        "          prefix=10.0.0.0/8, sidLabelBinding={flags=-, range=4, lspFragmentId=3, PrefixSID={100, "
+        "flags=0x40, algo=0}}\n"
+        "          prefix=10.0.0.0/8, mtId=2\n");
     auto r = reachable({});
     r->prefixSidIs(PrefixSid(0x40, 1, 0, false));
     for (unsigned algo = 0; algo < 256; ++algo) {  // the eight-bit counter wraps: a separator is left
         r->prefixMetric()->metricIs(static_cast<std::uint8_t>(algo), algo + 1);
     }
     const std::string text = formatted(*r);
-    const std::string head = std::string("          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ (") +
-                             '\0' + ", 1), (\x01, 2), ";
+    const std::string head =
+        std::string("          prefix=10.0.0.0/8, flags=<>, metric=10, prefixMetrics=[ (") + '\0' +
+        ", 1), (\x01, 2), ";
     EXPECT_EQ(text.substr(0, head.size()), head);
     EXPECT_TRUE(text.ends_with(", (\xff, 256), ]\n"));
 }
