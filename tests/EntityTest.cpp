@@ -1,13 +1,19 @@
-// Neighbor, Prefix and Node beyond their described attributes: the merges' order, what they keep,
-// share and refuse, bulk deletions, and the dump lines.
+// Neighbor, Prefix and Node. Every described attribute is checked over the description, so that a
+// new one is covered once described: its setter publishes exactly once, an equal write publishes
+// nothing, its value shows in the dump, and fragments unite by its rule. The rest is what the
+// description cannot say: the merges' order, what they keep, share and refuse, bulk deletions, and
+// the dump lines.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <concepts>
 #include <cstdint>
 #include <limits>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -25,6 +31,263 @@ using ::testing::ElementsAre;
 using testsupport::formatted;
 using testsupport::messageOf;
 using testsupport::nbrKey;
+
+template <class E>
+struct Sample;
+template <>
+struct Sample<Neighbor> {
+    static Poldo::Ptr<Neighbor> full() { return testsupport::fullNeighbor(); }
+    /// Carries nothing: the igpMetric unites by the least, so it starts at the most.
+    static Poldo::Ptr<Neighbor> bare() {
+        auto n = neighborFactory(testsupport::nbrKey(1));
+        n->igpMetricIs(std::numeric_limits<std::uint32_t>::max());
+        return n;
+    }
+};
+template <>
+struct Sample<Prefix> {
+    static Poldo::Ptr<Prefix> full() { return testsupport::fullPrefix(); }
+    static Poldo::Ptr<Prefix> bare() { return prefixFactory(testsupport::pfxKey("10.0.0.0/8")); }
+};
+
+/// One of two node collections that differ in content.
+template <class C>
+Poldo::Ptr<C> variant(std::uint8_t k) {
+    if constexpr (std::is_same_v<C, IsisAreaIdCol>) {
+        auto c = isisAreaIdColFactory();
+        c->areaIdIs(testsupport::parse<Routing::Isis::AreaId>(k == 1 ? "49.0001" : "49.0002"), false);
+        return c;
+    } else if constexpr (std::is_same_v<C, SrCapabilities>) {
+        auto c = srCapabilitiesFactory();
+        c->sidLabelRangeIs(SrSidRangeIndex(0), SrSidRange(100u * k, Lumo::MplsLabel(16000)));
+        c->numRangesIs(1);
+        return c;
+    } else if constexpr (std::is_same_v<C, IgpMsdCol>) {
+        auto c = igpMsdColFactory();
+        c->msdIs(k, IgpMsd(1, 8));
+        return c;
+    } else if constexpr (std::is_same_v<C, IgpFlexAlgoDefinitionCol>) {
+        auto c = igpFlexAlgoDefinitionColFactory();
+        IgpFlexAlgoDefinition d;
+        d.flexAlgoIs(static_cast<std::uint8_t>(127 + k));
+        c->fadIs(d.flexAlgo(), d);
+        return c;
+    } else {
+        auto c = igpMultiTopologyIdColFactory();
+        c->mtIdValueIs(IgpMultiTopologyId(k));
+        return c;
+    }
+}
+template <>
+struct Sample<Node> {
+    /// Flags clear: the first fragment alone decides them, so a bare union keeps its own.
+    static Poldo::Ptr<Node> full() {
+        auto n = bare();
+        n->hostNameIs("r1");
+        n->ipv4RouterIdIs(testsupport::v4("1.1.1.1"));
+        n->ipv6RouterIdIs(testsupport::v6("2001:db8::1"));
+        n->isisAreaIdColIs(variant<IsisAreaIdCol>(1));
+        n->srCapabilitiesIs(variant<SrCapabilities>(1));
+        n->srlbIs(variant<SrCapabilities>(1));
+        n->msdColIs(variant<IgpMsdCol>(1));
+        n->fadColIs(variant<IgpFlexAlgoDefinitionCol>(1));
+        n->mtIdColIs(variant<IgpMultiTopologyIdCol>(1));
+        return n;
+    }
+    static Poldo::Ptr<Node> bare() { return nodeFactory(testsupport::nodeId(1)); }
+};
+
+// Another value of each type an attribute holds (an attribute of a new type does not compile here
+// until it has one), and a member key the full samples lack (for an array, an index holding the
+// default).
+struct Other {
+    static std::uint32_t another(std::uint32_t v) { return v + 1; }
+    static float another(float v) { return v * 2.0f + 1.0f; }
+    static bool another(bool v) { return !v; }
+    template <class F>
+    requires requires { F::validMask; }
+    static F another(F v) { return F(static_cast<unsigned char>(v.value() ^ 1u)); }
+    static LinkDelay another(LinkDelay v) { return LinkDelay(v.delay() + 1, !v.anomalous()); }
+    static std::string another(const std::string& v) { return v + "x"; }
+    static Lumo::IpAddr another(Lumo::IpAddr v) { return Lumo::IpAddr(v.value() + 1); }
+    static Lumo::Ip6Addr another(Lumo::Ip6Addr v) {
+        return testsupport::v6(v == testsupport::v6("::1") ? "::2" : "::1");
+    }
+    template <class C>
+    static Poldo::Ptr<C> another(const Poldo::Ptr<C>& v) {
+        return v && kestSameContent(*v, *variant<C>(1)) ? variant<C>(2) : variant<C>(1);
+    }
+    static PrefixSid another(PrefixSid v) { return PrefixSid(v.flags(), v.value() + 1, v.algorithm(), true); }
+    static Poldo::Ptr<SidLabelBinding> another(const Poldo::Ptr<SidLabelBinding>& v) {
+        return testsupport::binding(static_cast<std::uint16_t>((v ? v->range() : 0) + 1));
+    }
+    static BwIndex newKey(BwIndex) { return BwIndex(7); }
+    static AdminGroupIndex newKey(AdminGroupIndex) { return AdminGroupIndex(63); }
+    static std::uint32_t newKey(std::uint32_t) { return 8; }
+    static std::uint8_t newKey(std::uint8_t) { return 200; }
+    static AdjacencySid newKey(AdjacencySid) { return AdjacencySid(0x30, 16009, 0); }
+    static LanAdjacencySid newKey(LanAdjacencySid) {
+        return LanAdjacencySid(0x30, 16009, 0, Routing::Isis::SystemId({0, 0, 0, 0, 0, 9}));
+    }
+};
+
+/// Changes `d`'s attribute of `e` once: a scalar to another value, a new member into a collection.
+template <class D, class E>
+void changeOne(const D& d, E& e) {
+    if constexpr (Kest::ScalarDesc<D>) {
+        d.set(e, Other::another(d.get(e)));
+    } else {
+        using K = Kest::MemberKey<D>;
+        using V = Kest::MemberValue<D>;
+        if constexpr (std::is_same_v<K, V>) {
+            Kest::putMember(d, e, Other::newKey(K()), Other::newKey(K()));
+        } else {
+            Kest::putMember(d, e, Other::newKey(K()), Other::another(V()));
+        }
+    }
+}
+
+/// Calls `f(d)` for every description with a setter.
+template <class E, class F>
+void forEachWritable(F&& f) {
+    Kest::forEachAttr<E>([&](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        if constexpr (Kest::MembersDesc<D>) {
+            f(d);
+        } else if constexpr (Kest::ScalarDesc<D>) {
+            if constexpr (!D::isKey) {
+                f(d);
+            }
+        }
+    });
+}
+
+template <class E>
+class DescribedAttributes : public ::testing::Test {};
+using Described = ::testing::Types<Neighbor, Prefix, Node>;
+TYPED_TEST_SUITE(DescribedAttributes, Described);
+
+TYPED_TEST(DescribedAttributes, EverySetterPublishesOnceWithItsIdentifierAndOldValueAndAnEqualWriteNothing) {
+    using E = TypeParam;
+    forEachWritable<E>([](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        SCOPED_TRACE(d.name);
+        auto e = Sample<E>::full();
+        IgpTest::RecordingObserver<> rec(e->publisher());
+        if constexpr (Kest::ScalarDesc<D>) {
+            using V = typename D::Value;
+            rec.onRecord([](const Poldo::Notification& n, IgpTest::Record& r) {
+                if (const V* v = n.oldValue<V>()) {
+                    r.oldValue = *v;
+                }
+            });
+            const V old = d.get(*e);
+            d.set(*e, old);
+            EXPECT_TRUE(rec.empty());
+            changeOne(d, *e);
+            ASSERT_EQ(rec.size(), 1u);
+            EXPECT_FALSE(rec[0].hasKey);
+            ASSERT_NE(rec[0].template oldAs<V>(), nullptr);
+            EXPECT_TRUE(Kest::sameValue(*rec[0].template oldAs<V>(), old));
+            EXPECT_TRUE(Kest::sameValue(d.get(*e), Other::another(old)));
+        } else {
+            using K = Kest::MemberKey<D>;
+            rec.onRecord([](const Poldo::Notification& n, IgpTest::Record& r) {
+                if (const K* k = n.key<K>()) {
+                    r.key = *k;
+                }
+            });
+            const auto before = Kest::findMember(d, *e, Other::newKey(K()));
+            changeOne(d, *e);
+            changeOne(d, *e);
+            EXPECT_TRUE(Kest::findMember(d, *e, Other::newKey(K())).has_value());
+            if constexpr (!std::is_same_v<decltype(d.holder), std::nullptr_t>) {
+                EXPECT_TRUE(rec.empty()) << "a collection behind a pointer publishes on its own object";
+                return;
+            }
+            ASSERT_EQ(rec.size(), 1u);
+            ASSERT_NE(rec[0].template keyAs<K>(), nullptr);
+            EXPECT_EQ(*rec[0].template keyAs<K>(), Other::newKey(K()));
+            EXPECT_EQ(rec[0].hasOldValue, before.has_value());  // an array's slot always holds one
+        }
+        EXPECT_EQ(rec[0].attr, d.id);
+        EXPECT_EQ(rec[0].attrName, d.name);
+    });
+}
+
+TYPED_TEST(DescribedAttributes, EveryAttributeShowsInTheDump) {
+    using E = TypeParam;
+    forEachWritable<E>([](const auto& d) {
+        SCOPED_TRACE(d.name);
+        auto e = Sample<E>::full();
+        const std::string before = testsupport::formatted(*e);
+        changeOne(d, *e);
+        EXPECT_NE(testsupport::formatted(*e), before);
+    });
+}
+
+/// What a scalar of `first` should hold once united with `later`.
+template <class D, class E>
+typename D::Value unitedScalar(const D& d, const E& first, const E& later) {
+    using V = typename D::Value;
+    if constexpr (std::totally_ordered<V>) {
+        if (d.unite == Kest::Unite::least) {
+            return std::min(d.get(first), d.get(later));
+        }
+    }
+    if constexpr (requires { V::validMask; }) {
+        if (d.unite == Kest::Unite::flagsOfAll) {
+            return V(static_cast<unsigned char>(d.get(first).value() | d.get(later).value()));
+        }
+    }
+    return d.get(first);
+}
+
+TYPED_TEST(DescribedAttributes, FragmentsUniteByEachAttributesRule) {
+    using E = TypeParam;
+    // `into` carries everything; `from` differs in every attribute.
+    const auto into = Sample<E>::full();
+    const auto from = Sample<E>::full();
+    forEachWritable<E>([&](const auto& d) { changeOne(d, *from); });
+    const auto before = Sample<E>::full();
+    Kest::uniteAttrs(*into, *from);
+    forEachWritable<E>([&](const auto& d) {
+        using D = std::remove_cvref_t<decltype(d)>;
+        SCOPED_TRACE(d.name);
+        if constexpr (Kest::ScalarDesc<D>) {
+            // A rule of its own gathers from every fragment: `from`'s other member joins.
+            EXPECT_TRUE(d.unite == Kest::Unite::ownRule
+                            ? !Kest::sameValue(d.get(*into), d.get(*before))
+                            : Kest::sameValue(d.get(*into), unitedScalar(d, *before, *from)));
+        } else {
+            const auto k = Other::newKey(Kest::MemberKey<D>());
+            if (d.unite == Kest::Unite::membersOfAll) {
+                EXPECT_TRUE(Kest::findMember(d, *into, k).has_value());
+            } else {
+                EXPECT_EQ(Kest::findMember(d, *into, k), Kest::findMember(d, *before, k));
+            }
+        }
+    });
+    // A fragment that carries nothing takes each attribute from the first that does.
+    const auto bare = Sample<E>::bare();
+    Kest::uniteAttrs(*bare, *before);
+    EXPECT_EQ(Kest::firstDifference(*bare, *before), "");
+}
+
+// A neighbor's merge is attribute by attribute: one difference, one notification.
+TEST(NeighborUpdateAttr, FromANeighborDifferingInOneAttributePublishesExactlyThatChange) {
+    forEachWritable<Neighbor>([](const auto& d) {
+        SCOPED_TRACE(d.name);
+        auto mine = Sample<Neighbor>::full();
+        auto other = Sample<Neighbor>::full();
+        changeOne(d, *other);
+        IgpTest::RecordingObserver<> rec(mine->publisher());
+        mine->updateAttr(other);
+        ASSERT_EQ(rec.size(), 1u);
+        EXPECT_EQ(rec[0].attr, d.id);
+        EXPECT_EQ(Kest::firstDifference(*mine, *other), "");
+    });
+}
 
 Routing::Isis::SystemId sysId(std::uint8_t last) {
     return Routing::Isis::SystemId({0, 0, 0, 0, 0, last});
@@ -274,22 +537,13 @@ TEST(PrefixAttributes, ComparisonUnionOfAnUnreachableFragmentAndDumpLines) {
 
 // ---- Node ------------------------------------------------------------------------------------
 
-using AreaPtr = Poldo::Ptr<IsisAreaIdCol>;
-using CapsPtr = Poldo::Ptr<SrCapabilities>;
 using MsdPtr = Poldo::Ptr<IgpMsdCol>;
-using FadPtr = Poldo::Ptr<IgpFlexAlgoDefinitionCol>;
-using MtPtr = Poldo::Ptr<IgpMultiTopologyIdCol>;
-using Rec = IgpTest::RecordingObserver<NodeFlags, Poldo::String, AreaPtr, Lumo::IpAddr, Lumo::Ip6Addr,
-                                       CapsPtr, MsdPtr, FadPtr, MtPtr>;
+using Rec = IgpTest::RecordingObserver<MsdPtr>;
 using A = Node::Attr;
 
-AreaPtr areas(const char* text) {
-    auto c = isisAreaIdColFactory();
-    c->areaIdIs(testsupport::parse<Routing::Isis::AreaId>(text), false);
-    return c;
-}
 /// An SR block with the given flags and (range, first label) entries, its count set to match.
-CapsPtr block(unsigned flags, std::initializer_list<std::pair<std::uint32_t, std::uint32_t>> ranges) {
+Poldo::Ptr<SrCapabilities> block(unsigned flags,
+                                 std::initializer_list<std::pair<std::uint32_t, std::uint32_t>> ranges) {
     auto c = srCapabilitiesFactory();
     c->srCapFlagIs(SrCapabilityFlags(static_cast<unsigned char>(flags)));
     std::uint8_t i = 0;
@@ -300,7 +554,7 @@ CapsPtr block(unsigned flags, std::initializer_list<std::pair<std::uint32_t, std
     return c;
 }
 /// Nine ranges declared, the eight the array holds all set.
-CapsPtr nineRanges() {
+Poldo::Ptr<SrCapabilities> nineRanges() {
     auto c = block(1, {});
     for (std::uint8_t i = 0; i < 8; ++i) {
         c->sidLabelRangeIs(SrSidRangeIndex(i), SrSidRange(100, Lumo::MplsLabel(16000u + 100u * i)));
@@ -308,41 +562,12 @@ CapsPtr nineRanges() {
     c->numRangesIs(9);
     return c;
 }
-FadPtr fads(std::initializer_list<std::uint8_t> algos) {
-    auto c = igpFlexAlgoDefinitionColFactory();
-    for (std::uint8_t a : algos) {
-        IgpFlexAlgoDefinition d;
-        d.flexAlgoIs(a);
-        d.excludeAnyIs(testsupport::eag({1, 2}));
-        c->fadIs(a, d);
-    }
-    return c;
-}
-MtPtr mtIds(std::initializer_list<std::uint16_t> ids) {
-    auto c = igpMultiTopologyIdColFactory();
-    for (std::uint16_t id : ids) {
-        c->mtIdValueIs(IgpMultiTopologyId(id));
-    }
-    return c;
-}
 Poldo::Ptr<Node> bareNode() {
-    return nodeFactory(testsupport::nodeId(1));
+    return Sample<Node>::bare();
 }
-/// A node with every attribute set; each call builds new collection objects.
 Poldo::Ptr<Node> fullNode() {
-    auto n = bareNode();
+    auto n = Sample<Node>::full();
     n->flagsIs(NodeFlags(3));
-    n->hostNameIs("r1");
-    n->isisAreaIdColIs(areas("49.0001"));
-    n->ipv4RouterIdIs(testsupport::v4("1.1.1.1"));
-    n->ipv6RouterIdIs(testsupport::v6("2001:db8::1"));
-    n->srCapabilitiesIs(block(3, {{8000, 16000}}));
-    n->srlbIs(block(0, {{1000, 15000}}));
-    auto msd = igpMsdColFactory();
-    msd->msdIs(2, IgpMsd(1, 8));
-    n->msdColIs(msd);
-    n->fadColIs(fads({129, 128}));
-    n->mtIdColIs(mtIds({2, 0}));
     return n;
 }
 const char kRangeIndexError[] =
@@ -363,8 +588,8 @@ TEST(NodeUpdate, EqualContentIsKeptOthersReplacedInTheMergeOrderAndNineRangesRef
 
     auto mine = fullNode();
     auto other = fullNode();
-    other->isisAreaIdColIs(areas("49.0002"));
-    other->srlbIs(block(0, {{1000, 15001}}));
+    other->isisAreaIdColIs(variant<IsisAreaIdCol>(2));
+    other->srlbIs(variant<SrCapabilities>(2));
     other->msdColIs(nullptr);  // taken as null
     mine->fadColIs(nullptr);   // takes the argument's object itself
     auto held = bareNode();
@@ -399,34 +624,6 @@ TEST(NodeUpdate, EqualContentIsKeptOthersReplacedInTheMergeOrderAndNineRangesRef
         ((*b).*set)(nineRanges());
         EXPECT_EQ(messageOf<Kest::RangeException>([&] { a->updateNodeAttrs(b.get()); }), kRangeIndexError);
     }
-}
-
-TEST(NodeDescription, FragmentsUniteFirstCarriersAndGatherAreasTopologiesAndDefinitions) {
-    auto first = bareNode();
-    first->hostNameIs("r1");
-    first->isisAreaIdColIs(areas("49.0002"));
-    first->mtIdColIs(mtIds({}));  // an empty list still makes the union's
-    first->srlbIs(block(0, {{1000, 15000}}));
-    first->fadColIs(fads({128}));
-    IgpFlexAlgoDefinition def = first->fadCol()->fad(128);
-    def.priorityIs(10);
-    first->fadCol()->fadIs(128, def);
-    const std::string firstText = formatted(*first);
-    auto second = fullNode();
-    second->hostNameIs("r2");
-    second->srlbIs(block(0, {{1, 2}}));
-    second->mtIdColIs(nullptr);
-    auto u = bareNode();
-    Kest::uniteAttrs(*u, *first);
-    Kest::uniteAttrs(*u, *second);
-    // The second's values but the flags; the first's host name, SRLB, definition and topologies.
-    auto want = fullNode();
-    want->flagsIs(NodeFlags());
-    want->isisAreaIdCol()->areaIdIs(testsupport::parse<Routing::Isis::AreaId>("49.0002"), false);
-    want->fadCol()->fadIs(128, def);
-    want->mtIdColIs(mtIds({}));
-    EXPECT_EQ(Kest::firstDifference(*u, *want), "");
-    EXPECT_EQ(formatted(*first), firstText);  // the union's lists are its own
 }
 
 // The SR section needs the capabilities; a block of nine ranges throws once its ranges are written.
