@@ -23,8 +23,11 @@ namespace {
 
 using namespace Routing::IgpCommon;  // NOLINT(google-build-using-namespace)
 
-IgpNodeId nodeId(std::uint8_t a, std::uint8_t b, std::uint8_t c) {
-    const std::array<std::uint8_t, 7> bytes{0x19, 0x21, 0x68, a, b, c, 0};
+IgpNodeId nodeId(std::uint32_t i) {
+    std::array<std::uint8_t, 7> bytes{0x19, 0x21, 0x68};
+    for (unsigned b = 0; b < 3; ++b) {
+        bytes[3 + b] = static_cast<std::uint8_t>(i >> (16 - 8 * b));
+    }
     return IgpNodeId::fromBytes(bytes.data());
 }
 
@@ -52,11 +55,12 @@ std::string inFreshProcess(const char* seed, Body body) {
 std::uint32_t seed() {
     return Kest::HashHelper::hashSeed32();
 }
-/// Twelve entries with their nodes, inserted in the order of `ids`, dumped.
-std::string dumpOf(std::vector<std::uint8_t> ids) {
+/// Twelve entries with their nodes, inserted in ascending or descending order, dumped.
+template <bool ascending>
+std::string dump() {
     auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    for (const std::uint8_t n : ids) {
-        auto entry = igpLspFactory(nodeId(0, 0x10, n));
+    for (std::uint32_t i = 1; i <= 12; ++i) {
+        auto entry = igpLspFactory(nodeId(ascending ? 0x1000u + i : 0x100du - i));
         entry->nodeIs(nodeFactory(entry->nodeId()));
         db->lspIs(entry);
     }
@@ -64,20 +68,15 @@ std::string dumpOf(std::vector<std::uint8_t> ids) {
     db->dumpState(ctx, 0);
     return ctx->text();
 }
-std::string ascending() {
-    return dumpOf({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
-}
 
 // Every child replays the test up to its own call, so all of them run before anything is asserted.
 TEST(HashSeedProcessDeathTest, RandomUnlessTheVariableFixesItAndAMalformedOneStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const std::string seeds[] = {inFreshProcess(nullptr, seed), inFreshProcess(nullptr, seed),
                                  inFreshProcess("", seed), inFreshProcess("", seed)};
-    const std::string one = inFreshProcess("12345", ascending);
-    const std::string two = inFreshProcess("12345", [] {
-        return dumpOf({12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1});
-    });
-    const std::string other = inFreshProcess("54321", ascending);
+    const std::string one = inFreshProcess("12345", dump<true>);
+    const std::string two = inFreshProcess("12345", dump<false>);
+    const std::string other = inFreshProcess("54321", dump<true>);
     ::setenv("IGPCOMMON_HASH_SEED", "4294967296", 1);
     EXPECT_DEATH(std::_Exit(0), "IGPCOMMON_HASH_SEED='4294967296' is not a hash seed");
     ::unsetenv("IGPCOMMON_HASH_SEED");
@@ -100,35 +99,27 @@ TEST(HashSeed, ParsesWholeDecimalOrHexNumbersOfThirtyTwoBitsOnly) {
     }
 }
 
-// Node ids found to share one home bucket, or one full hash, under seed A spread under seed B.
+// Node ids found to share one home slot of a 1024-slot table, or one full hash, under one seed
+// spread under another.
 TEST(HashSeed, NodeIdsCraftedToCollideUnderOneSeedDoNotCollideUnderAnother) {
-    constexpr std::uint32_t lspSalt = 0xA3BE44FEu;  // the database's entry collection
-    const std::uint32_t seedA = 0x1234abcdu ^ lspSalt;
-    const std::uint32_t seedB = 0x1234abceu ^ lspSalt;
-    const auto bucket = [](std::uint32_t hash) { return hash >> 22; };  // home slot in a 1024-slot table
-    std::vector<IgpNodeId> sameBucket;
+    const std::uint32_t seedA = 0x1234abcdu ^ 0xA3BE44FEu;  // the database's entry collection salt
+    const std::uint32_t seedB = seedA ^ 3u;
+    std::vector<IgpNodeId> sameSlot, sameHash;
     std::unordered_map<std::uint32_t, IgpNodeId> byHash;
-    std::vector<IgpNodeId> sameHash;
-    for (std::uint32_t i = 0; i < 255u * 255u * 255u && (sameBucket.size() < 64 || sameHash.empty()); ++i) {
-        const IgpNodeId id =
-            nodeId(static_cast<std::uint8_t>(1 + i % 255), static_cast<std::uint8_t>(1 + i / 255 % 255),
-                   static_cast<std::uint8_t>(1 + i / (255 * 255)));
-        const std::uint32_t h = id.hash(seedA);
-        if (sameBucket.size() < 64 &&
-            (sameBucket.empty() || bucket(h) == bucket(sameBucket[0].hash(seedA)))) {
-            sameBucket.push_back(id);
+    for (std::uint32_t i = 0; sameSlot.size() < 64 || sameHash.empty(); ++i) {
+        const std::uint32_t h = nodeId(i).hash(seedA);
+        if (sameSlot.size() < 64 && (sameSlot.empty() || h >> 22 == sameSlot[0].hash(seedA) >> 22)) {
+            sameSlot.push_back(nodeId(i));
         }
-        if (const auto [it, inserted] = byHash.emplace(h, id); !inserted && sameHash.empty()) {
-            sameHash = {it->second, id};
+        if (const auto [it, inserted] = byHash.emplace(h, nodeId(i)); !inserted && sameHash.empty()) {
+            sameHash = {it->second, nodeId(i)};
         }
     }
-    ASSERT_EQ(sameBucket.size(), 64u);
-    ASSERT_EQ(sameHash.size(), 2u);
-    std::set<std::uint32_t> bucketsUnderB;
-    for (const IgpNodeId& id : sameBucket) {
-        bucketsUnderB.insert(bucket(id.hash(seedB)));
+    std::set<std::uint32_t> slotsUnderB;
+    for (const IgpNodeId& id : sameSlot) {
+        slotsUnderB.insert(id.hash(seedB) >> 22);
     }
-    EXPECT_GE(bucketsUnderB.size(), 56u);  // 64 ids over 1024 buckets at random fill about 62
+    EXPECT_GE(slotsUnderB.size(), 56u);  // 64 ids over 1024 slots at random fill about 62
     EXPECT_NE(sameHash[0].hash(seedB), sameHash[1].hash(seedB));
 }
 
