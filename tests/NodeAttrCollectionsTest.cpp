@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "IgpCommon/ParsedContent.h"
 #include "IgpCommon/SidLabelBinding.h"
 #include "IgpCommon/SrCapabilities.h"
 #include "tests/support/Builders.h"
@@ -179,37 +178,6 @@ TEST(SrCapabilities, PublishOnlyRealChangesAndCompareTheRangesBelowTheCount) {
     b->srCapFlagIs(SrCapabilityFlags());
     b->numRangesIs(9);
     EXPECT_FALSE(a->compare(b.get()));
-}
-
-TEST(SidLabelBindingUpdate, PublishesExactlyTheAttributesThatDifferInAttributeOrder) {
-    auto mine = testsupport::binding(4);
-    auto theirs = testsupport::binding(4);
-    IgpTest::RecordingObserver<std::uint16_t, LabelSid, std::uint8_t> rec(mine->publisher());
-    mine->updateAttr(theirs);
-    EXPECT_TRUE(rec.empty());
-    theirs->flagsIs(SidLabelBinding::SidLabelBindingFlags(0x10));
-    theirs->rangeIs(9);
-    theirs->baseLabelSidIs(LabelSid(0x80, 20000, false));  // an invalid SID differs from the default
-    theirs->basePrefixSidIs(PrefixSid(0x40, 10, 0, true));
-    theirs->lspFragmentIdIs(0);
-    mine->updateAttr(theirs);
-    using Attr = SidLabelBinding::Attr;
-    EXPECT_THAT(rec.attrs(), ElementsAre(Attr::flags, Attr::range, Attr::baseLabelSid, Attr::basePrefixSid,
-                                         Attr::lspFragmentId));
-    EXPECT_EQ(mine->toStrep(), theirs->toStrep());
-}
-
-TEST(IsisLspParsedContent, AnEqualKeyFindsTheMemberAndDeletionsHandItBack) {
-    auto parsed = isisLspParsedContentFactory();
-    auto first = parsed->neighborIs(testsupport::nbrKey(2, {"10.0.0.1"}));
-    EXPECT_EQ(parsed->neighborIs(testsupport::nbrKey(2, {"10.0.0.1"})), first);
-    EXPECT_NE(parsed->neighborIs(testsupport::nbrKey(2, {"10.0.0.2"})), first);
-    auto none = parsed->parsedSrLgIs(Lumo::IpGenAddr());
-    EXPECT_NE(parsed->parsedSrLgIs(Lumo::IpGenAddr(Lumo::IpAddr(0))), none);
-    EXPECT_EQ(parsed->neighborDel(testsupport::nbrKey(3, {"10.0.0.1"})), nullptr);
-    EXPECT_EQ(parsed->neighborDel(testsupport::nbrKey(2, {"10.0.0.1"})), first);
-    EXPECT_EQ(parsed->parsedSrLgDel(Lumo::IpGenAddr()), none);
-    EXPECT_EQ(parsed->neighbor().size() + parsed->parsedSrLg().size(), 2u);
 }
 
 TEST(AttributeEntityLifetime, CreatorsHandOutTheOnlyReferenceAndADefinitionOwnsItsConstraints) {
