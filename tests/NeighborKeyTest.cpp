@@ -107,17 +107,13 @@ const struct {
 // grow a set past its inline slot and are deleted again.
 NeighborKey rebuilt(const NeighborKey& k) {
     NeighborKey r(nodeId(9), IgpMultiTopologyId(7));
-    for (int set = 0; set < 4; ++set) {
-        for (unsigned d = 0; d < 12; ++d) {
-            put(r, set, 1000 + d);
+    for (const bool del : {false, true}) {
+        for (int set = 0; set < 4; ++set) {
+            for (unsigned d = 0; d < 12; ++d) {
+                put(r, set, 1000 + d, del);
+            }
         }
-    }
-    r.copyFrom(k);
-    r.copyFrom(k);
-    for (int set = 0; set < 4; ++set) {
-        for (unsigned d = 0; d < 12; ++d) {
-            put(r, set, 1000 + d, true);
-        }
+        r.copyFrom(k);
     }
     return r;
 }
