@@ -35,8 +35,6 @@ Kest::HashState h(std::uint32_t seed) {
     return Kest::HashState(seed);
 }
 
-// ---- identifiers and enumerations ------------------------------------------------------------
-
 TEST(Identifiers, TopologyLevelAndProtocolTextsAndTheirErrors) {
     EXPECT_THROW(parse<IgpMultiTopologyId>("65536"), Kest::RangeException);
     EXPECT_EQ(parse<IgpLevel>(Kest::strep(igpLevelIsisLevel1)), igpLevelIsisLevel1);
@@ -53,8 +51,6 @@ TEST(Identifiers, TopologyLevelAndProtocolTextsAndTheirErrors) {
         messageOf<Kest::ParseException>([&] { sequenceToValue(longer, &out); }),
         "expected an enumerator of Routing::IgpCommon::IgpProto at offset 0 (before \"igpProtoIsisX\")");
 }
-
-// ---- IgpNodeId -------------------------------------------------------------------------------
 
 TEST(IgpNodeIdTest, TextNumericFormBytesAndHash) {
     IgpNodeId id = idOf({0xab, 0xcd, 0xef, 0xff, 0x0a, 0x0b, 0x00});
@@ -76,8 +72,6 @@ TEST(IgpNodeIdTest, TextNumericFormBytesAndHash) {
         EXPECT_NE(a.hash(seed), idOf({1, 2, 0, 0, 0, 0, 0}).hash(seed));
     }
 }
-
-// ---- PrefixKey -------------------------------------------------------------------------------
 
 TEST(PrefixKey, HashOrderAndText) {
     for (const char* p : {"10.0.0.0/8", "2001:db8::/32"}) {
@@ -110,8 +104,6 @@ TEST(PrefixKey, HashOrderAndText) {
               }).substr(0, 16),
               "attribute 'mtId'");
 }
-
-// ---- SIDs ------------------------------------------------------------------------------------
 
 // RFC 8667 2.1, 2.2: the V and L flags together mean a 3-octet label, otherwise a 4-octet index.
 TEST(Sids, ValueLengthOrderHashAndText) {
@@ -149,8 +141,6 @@ TEST(Sids, ValueLengthOrderHashAndText) {
               }),
               "attribute 'flags': number 256 does not fit in 8 bits");
 }
-
-// ---- flag sets -------------------------------------------------------------------------------
 
 template <class T>
 class FlagSet : public ::testing::Test {};
