@@ -52,9 +52,6 @@ std::string inFreshProcess(const char* seed, Body body) {
     return text;
 }
 
-std::uint32_t seed() {
-    return Kest::HashHelper::hashSeed32();
-}
 /// Twelve entries with their nodes, inserted in ascending or descending order, dumped.
 template <bool ascending>
 std::string dump() {
@@ -72,7 +69,8 @@ std::string dump() {
 // Every child replays the test up to its own call, so all of them run before anything is asserted.
 TEST(HashSeedProcessDeathTest, RandomUnlessTheVariableFixesItAndAMalformedOneStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::string seeds[] = {inFreshProcess(nullptr, seed), inFreshProcess("", seed)};
+    const std::string seeds[] = {inFreshProcess(nullptr, Kest::HashHelper::hashSeed32),
+                                 inFreshProcess("", Kest::HashHelper::hashSeed32)};
     const std::string one = inFreshProcess("12345", dump<true>);
     const std::string two = inFreshProcess("12345", dump<false>);
     const std::string other = inFreshProcess("54321", dump<true>);

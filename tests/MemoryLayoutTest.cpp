@@ -37,10 +37,6 @@ TEST(MemoryLayout, MergingIntoAFreshEntrySizesEachTableOnceAndCopiesNoKey) {
         NeighborKey k(testsupport::nodeId(i), IgpMultiTopologyId(0));
         k.localIpv4AddrIs(Lumo::IpAddr(0x0a000000u + 4u * i + 1));
         k.remoteIpv4AddrIs(Lumo::IpAddr(0x0a000000u + 4u * i + 2));
-        std::array<std::uint8_t, 16> a{0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, i, 1};
-        k.localIpv6AddrIs(Lumo::Ip6Addr::fromBytes(a.data()));
-        a[15] = 2;
-        k.remoteIpv6AddrIs(Lumo::Ip6Addr::fromBytes(a.data()));
         const auto n = parsed->neighborIs(k);
         n->adjSidIs(AdjacencySid(0x30, 16000u + i, 0));
         n->adjSidIs(AdjacencySid(0x20, 17000u + i, 0));
