@@ -55,13 +55,12 @@ TEST(ArrayTest, DefaultElementsCountAsAbsentEqualityComparesEverySlotAndTextIsDe
     Kest::Array<std::uint8_t, IgpNodeIdIndex, 7> a;
     Kest::Array<std::uint8_t, IgpNodeIdIndex, 7> b;
     a.set(IgpNodeIdIndex(6), 9);
-    EXPECT_TRUE(a.present(IgpNodeIdIndex(6)));
-    EXPECT_NE(a, b);
+    EXPECT_TRUE(a.present(IgpNodeIdIndex(6)) && a != b);
     b.set(IgpNodeIdIndex(6), 9);
     EXPECT_EQ(a, b);
     a.set(IgpNodeIdIndex(6), 0);
-    EXPECT_FALSE(a.present(IgpNodeIdIndex(6)));
     a.set(IgpNodeIdIndex(0), 255);
+    EXPECT_FALSE(a.present(IgpNodeIdIndex(6)));
     std::ostringstream os;
     os << std::hex << a;
     EXPECT_EQ(os.str(), "[255, 0, 0, 0, 0, 0, 0]");
@@ -77,24 +76,16 @@ TEST(DynArrayTest, GrowsByIndexPlusFourFirstThenByDoublingOrToTheIndexAndCopiesA
         d.at(index) = std::to_string(index);
         EXPECT_EQ(d.capacity(), capacity) << "after writing index " << index;
     }
-    for (const auto& [index, capacity] : steps) {
-        EXPECT_EQ(d.get(index), std::to_string(index));
-    }
-    EXPECT_EQ(d.get(3), "");
-    Kest::DynArray<std::string> copy = d;
-    copy.at(2) = "changed";
-    copy.at(100) = "grown";
-    EXPECT_EQ(d.get(2), "2");
-    EXPECT_EQ(d.capacity(), 82u);
+    EXPECT_EQ(d.get(2) + d.get(3) + d.get(41), "241");
     Kest::DynArray<std::string> assigned;
     assigned.at(0) = "old";
-    assigned = copy;
-    EXPECT_EQ(assigned.get(100), "grown");
-    EXPECT_EQ(assigned.capacity(), copy.capacity());
-    Kest::DynArray<std::string> moved = std::move(assigned);
-    EXPECT_EQ(moved.get(2), "changed");
-    moved = Kest::DynArray<std::string>();
-    EXPECT_EQ(moved.capacity(), 0u);
+    assigned = d;
+    assigned.at(2) = "changed";
+    assigned.at(100) = "grown";
+    EXPECT_EQ(d.get(2), "2");
+    EXPECT_EQ(d.capacity(), 82u);
+    const Kest::DynArray<std::string> moved = std::move(assigned);
+    EXPECT_EQ(moved.get(2) + moved.get(100) + moved.get(0), "changedgrown");
 }
 
 // The limit used to be checked only when an index made the storage grow.

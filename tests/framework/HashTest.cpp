@@ -87,6 +87,8 @@ TEST(HashTest, CoreMatchesThePublishedVectorsAndAnIndependentOracleForAnyItemWid
     }
 }
 
+// Items hash as their little-endian bytes in a row; the generic mix takes an item's own width, and
+// the width is part of the input.
 TEST(HashTest, HashStateHashesTheConcatenatedLittleEndianBytesOfItsItems) {
     std::mt19937_64 rng(7u);
     for (int trial = 0; trial < 200; ++trial) {
@@ -106,26 +108,21 @@ TEST(HashTest, HashStateHashesTheConcatenatedLittleEndianBytesOfItsItems) {
         }
         ASSERT_EQ(items.result(), bytes.result()) << "trial " << trial;
     }
-}
-
-TEST(HashTest, TheGenericMixUsesTheItemsOwnWidthAndEverySeedBitCounts) {
     enum class Small : std::uint16_t { a = 0x1234 };
     enum Wide : std::int64_t { wide = -2 };
-    EXPECT_EQ(Kest::HashState(1).mix(true).result(), Kest::HashState(1).mix8(1).result());
-    EXPECT_EQ(Kest::HashState(1).mix(std::int16_t{-1}).result(), Kest::HashState(1).mix16(0xffff).result());
-    EXPECT_EQ(Kest::HashState(1).mix(Small::a).result(), Kest::HashState(1).mix16(0x1234).result());
-    EXPECT_EQ(Kest::HashState(1).mix(wide).result(), Kest::HashState(1).mix64(~std::uint64_t{1}).result());
-    EXPECT_EQ(Kest::HashState(1).mix(std::uint32_t{9}).result(), Kest::HashHelper::hash(std::uint32_t{9}, 1));
-    // The width is part of the input: the same number as different items hashes differently.
-    EXPECT_NE(Kest::HashState(1).mix8(1).result(), Kest::HashState(1).mix16(1).result());
-    EXPECT_NE(Kest::HashState(1).mix8(0).result(), Kest::HashState(1).result());
-
-    std::set<std::uint32_t> results;
+    const auto h = [] { return Kest::HashState(1); };
+    EXPECT_EQ(h().mix(true).result(), h().mix8(1).result());
+    EXPECT_EQ(h().mix(std::int16_t{-1}).result(), h().mix16(0xffff).result());
+    EXPECT_EQ(h().mix(Small::a).result(), h().mix16(0x1234).result());
+    EXPECT_EQ(h().mix(wide).result(), h().mix64(~std::uint64_t{1}).result());
+    EXPECT_EQ(h().mix(std::uint32_t{9}).result(), Kest::HashHelper::hash(std::uint32_t{9}, 1));
+    EXPECT_NE(h().mix8(1).result(), h().mix16(1).result());
+    EXPECT_NE(h().mix8(0).result(), h().result());
+    std::set<std::uint32_t> results{Kest::HashState(0).mix32(0xabcdef01u).result()};
     for (std::uint32_t bit = 0; bit < 32; ++bit) {
         results.insert(Kest::HashState(1u << bit).mix32(0xabcdef01u).result());
     }
-    results.insert(Kest::HashState(0).mix32(0xabcdef01u).result());
-    EXPECT_EQ(results.size(), 33u);
+    EXPECT_EQ(results.size(), 33u) << "every seed bit counts";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <sstream>
 #include <string>
@@ -13,7 +14,6 @@
 
 namespace {
 
-using Lumo::Family;
 using Lumo::Ip6Addr;
 using Lumo::IpAddr;
 using Lumo::IpGenAddr;
@@ -22,15 +22,39 @@ using Lumo::MplsLabel;
 using testsupport::messageOf;
 using testsupport::parse;
 
-/// Every text in `bad` raises a parse error when read as a T.
+/// Every '|'-separated text in `bad` raises a parse error when read as a T; every one in `tooBig` a
+/// range error whose message holds `type`.
 template <class T>
-void expectParseErrors(std::initializer_list<const char*> bad) {
-    for (const char* text : bad) {
-        EXPECT_THROW(parse<T>(text), Kest::ParseException) << '"' << text << '"';
+void expectErrors(std::string_view bad, std::string_view tooBig, const char* type = "") {
+    for (std::size_t i = 0, j = 0; i <= bad.size(); i = j + 1) {
+        j = std::min(bad.find('|', i), bad.size());
+        EXPECT_THROW(parse<T>(std::string(bad.substr(i, j - i))), Kest::ParseException)
+            << bad.substr(i, j - i);
+    }
+    for (std::size_t i = 0, j = 0; i <= tooBig.size(); i = j + 1) {
+        j = std::min(tooBig.find('|', i), tooBig.size());
+        const std::string text(tooBig.substr(i, j - i));
+        EXPECT_NE(messageOf<Kest::RangeException>([&] { parse<T>(text); }).find(type), std::string::npos)
+            << text;
     }
 }
 
-// ---- IpAddr -------------------------------------------------------------------
+/// Each value sorts strictly before the next and hashes differently.
+template <class T>
+void expectAscending(const std::vector<T>& sorted) {
+    for (std::size_t i = 0; i + 1 < sorted.size(); ++i) {
+        EXPECT_LT(sorted[i], sorted[i + 1]) << i;
+        EXPECT_NE(sorted[i].hash(5), sorted[i + 1].hash(5)) << i;
+    }
+}
+
+/// The rest of `text` once a T has been read from its start.
+template <class T>
+std::string_view restAfter(std::string_view text) {
+    Kest::CharRange r(text);
+    (void)T(r);
+    return r.rest();
+}
 
 TEST(LumoIpAddr, TextReaderOrderAndHash) {
     const std::uint8_t wire[4] = {192, 168, 255, 254};
@@ -39,59 +63,37 @@ TEST(LumoIpAddr, TextReaderOrderAndHash) {
     for (const char* text : {"0.0.0.0", "255.255.255.255", "1.22.233.4", "192.168.255.254"}) {
         EXPECT_EQ(Kest::strep(parse<IpAddr>(text)), text);
     }
-    Kest::CharRange r(std::string_view("10.1.2.3/24"));
-    EXPECT_EQ(IpAddr(r), IpAddr(0x0a010203));
-    EXPECT_EQ(r.rest(), "/24");  // a prefix reader goes on from here
-    EXPECT_LT(parse<IpAddr>("9.255.255.255"), parse<IpAddr>("10.0.0.0"));  // numeric, not textual
-    EXPECT_NE(messageOf<Kest::RangeException>([] { parse<IpAddr>("256.0.0.1"); }).find("Lumo::IpAddr"),
-              std::string::npos);
-    EXPECT_THROW(parse<IpAddr>("1.2.3.99999999999999999999999"), Kest::RangeException);
-    expectParseErrors<IpAddr>({"", "10.0.0", "10..0.1", "a.b.c.d", "10.0.0.1 ", " 10.0.0.1", "10.0.0.1.5",
-                               "01.2.3.4", "10,0,0,1", "-1.0.0.0"});
-    // The unseeded hash is a bijection that spreads consecutive addresses over a 256-slot table.
-    std::set<std::uint32_t> seen;
-    std::set<std::uint32_t> lowBytes;
-    for (std::uint32_t v = 0x0a000000; v < 0x0a001000; ++v) {
-        seen.insert(IpAddr(v).hash());
-        lowBytes.insert(IpAddr(v).hash() & 0xff);
-    }
-    EXPECT_EQ(seen.size(), 4096u);
-    EXPECT_GT(lowBytes.size(), 240u);
+    EXPECT_EQ(restAfter<IpAddr>("10.1.2.3/24"), "/24");  // a prefix reader goes on from here
+    expectAscending<IpAddr>({parse<IpAddr>("9.255.255.255"), parse<IpAddr>("10.0.0.0")});  // not textual
+    expectErrors<IpAddr>("|10.0.0|10..0.1|a.b.c.d|10.0.0.1 | 10.0.0.1|10.0.0.1.5|01.2.3.4|10,0,0,1|-1.0.0.0",
+                         "256.0.0.1|1.2.3.99999999999999999999999", "Lumo::IpAddr");
     EXPECT_EQ(IpAddr(1).hash(), 0x514e28b7u);  // the published murmur3 fmix32 of 1
     EXPECT_EQ(Kest::HashHelper::hash(IpAddr(7), 11), Kest::HashState(11).mix32(7).result());
 }
 
-// ---- Ip6Addr ------------------------------------------------------------------
-
-// Canonical texts with other ways to write the same address (RFC 5952
-// sections 4 and 5, RFC 4291 section 2.2).
+// Canonical texts with other ways to write the same address (RFC 5952 sections 4 and 5, RFC 4291
+// section 2.2).
 const std::vector<std::pair<std::string, std::vector<std::string>>> ip6Table = {
     {"2001:db8::1",
-     {"2001:0db8:0000:0000:0000:0000:0000:0001", "2001:db8:0:0:0:0:0:1", "2001:db8::0:1", "2001:db8:0::1",
-      "2001:0db8::0001", "2001:DB8::1", "2001:db8:0:0::1"}},
-    {"2001:db8::2:1", {"2001:db8:0:0:0:0:2:1"}},
-    {"2001:db8:0:1:1:1:1:1", {"2001:db8:0:1:1:1:1:1", "2001:0db8:0000:0001:0001:0001:0001:0001"}},
-    {"2001:db8::1:0:0:1", {"2001:db8:0:0:1:0:0:1", "2001:0db8:0000:0000:0001:0000:0000:0001"}},
-    {"2001:0:0:1::1", {"2001:0:0:1:0:0:0:1"}},
-    {"2001:db8::aaaa:0:0:1", {"2001:db8:0:0:aaaa:0:0:1"}},
+     {"2001:0db8:0000:0000:0000:0000:0000:0001", "2001:db8::0:1", "2001:db8:0::1", "2001:DB8::1",
+      "2001:db8:0:0::1"}},
+    {"2001:db8:0:1:1:1:1:1", {"2001:0db8:0000:0001:0001:0001:0001:0001"}},
+    {"2001:db8::1:0:0:1", {"2001:db8:0:0:1:0:0:1"}},  // the first of two equal runs
+    {"2001:0:0:1::1", {"2001:0:0:1:0:0:0:1"}},        // the longer run
     {"2001:db8:aaaa:bbbb:cccc:dddd:eeee:aaaa", {"2001:DB8:AAAA:BBBB:CCCC:DDDD:EEEE:AAAA"}},
     {"::", {"0:0:0:0:0:0:0:0", "::0", "0::"}},
     {"::1", {"0:0:0:0:0:0:0:1", "0::1"}},
     {"1::", {"1:0:0:0:0:0:0:0"}},
     {"0:1::", {"0:1:0:0:0:0:0:0"}},
-    {"1:0:0:2::3", {"1:0:0:2:0:0:0:3"}},
     {"1::2:0:3", {"1:0:0:0:0:2:0:3"}},
     // A single zero group stays as "0", even where a reader accepts "::" for it.
     {"1:2:3:4:5:6:7:0", {"1:2:3:4:5:6:7::"}},
     {"0:2:3:4:5:6:7:8", {"::2:3:4:5:6:7:8"}},
     {"1:2:3:4:5:6:0:8", {"1:2:3:4:5:6::8"}},
     {"1:2:3:4:5:6::", {"1:2:3:4:5:6:0:0"}},
-    {"fe80::1", {"FE80::0:0:1", "fe80:0000:0000:0000:0000:0000:0000:0001"}},
-    {"ff02::1:ff00:1", {"ff02:0:0:0:0:1:ff00:1"}},
     {"::ffff:192.0.2.1", {"::ffff:c000:201", "0:0:0:0:0:FFFF:192.0.2.1", "::FFFF:C000:0201"}},
     {"::ffff:0.0.0.0", {"::ffff:0:0"}},
     {"::c000:201", {"::192.0.2.1"}},
-    {"64:ff9b::c000:221", {"64:ff9b::192.0.2.33"}},
     {"::ffff:0:c000:201", {"::ffff:0:192.0.2.1"}},
     {"1:2:3:4:5:6:102:304", {"1:2:3:4:5:6:1.2.3.4"}},
 };
@@ -108,42 +110,19 @@ TEST(LumoIp6Addr, CanonicalTextTable) {
 
 TEST(LumoIp6Addr, BytesOrderReaderStopsErrorsAndHash) {
     const Ip6Addr a = parse<Ip6Addr>("2001:db8::ff00:42:8329");
-    const std::array<std::uint8_t, 16> want = {0x20, 0x01, 0x0d, 0xb8, 0,    0,    0,    0,
-                                               0,    0,    0xff, 0x00, 0x00, 0x42, 0x83, 0x29};
+    const std::array<std::uint8_t, 16> want = {0x20, 0x01, 0x0d, 0xb8, 0, 0,    0,    0,
+                                               0,    0,    0xff, 0,    0, 0x42, 0x83, 0x29};
     EXPECT_EQ(a.bytes(), want);
     EXPECT_EQ(Ip6Addr::fromBytes(want.data()), a);
-    EXPECT_LT(parse<Ip6Addr>("7fff::"), parse<Ip6Addr>("8000::"));  // unsigned bytes
-    const std::pair<const char*, const char*> stops[] = {
-        {"2001:db8::/32", "/32"}, {"::/0", "/0"}, {"::ffff:1.2.3.4/96", "/96"}, {"1:2:3:4:5:6:7:8 x", " x"}};
-    for (const auto& [text, rest] : stops) {
-        Kest::CharRange r{std::string_view(text)};
-        (void)Ip6Addr(r);
-        EXPECT_EQ(r.rest(), rest) << text;
+    expectAscending<Ip6Addr>({parse<Ip6Addr>("7fff::"), parse<Ip6Addr>("8000::")});  // unsigned bytes
+    for (const char* text : {"2001:db8::/32", "::/32", "::ffff:1.2.3.4/32", "1:2:3:4:5:6:7:8/32"}) {
+        EXPECT_EQ(restAfter<Ip6Addr>(text), "/32") << text;
     }
-    EXPECT_NE(
-        messageOf<Kest::RangeException>([] { parse<Ip6Addr>("2001:db8::12345"); }).find("Lumo::Ip6Addr"),
-        std::string::npos);
-    EXPECT_THROW(parse<Ip6Addr>("::ffff:1.2.3.256"), Kest::RangeException);
-    expectParseErrors<Ip6Addr>({"",
-                                ":",
-                                ":::",
-                                "1::2::3",
-                                "::1::",
-                                "1:2:3:4:5:6:7:8:9",
-                                "1:2:3:4:5:6:7",
-                                "1:2:3:4:5:6:7:8::",
-                                "::1:2:3:4:5:6:7:8",
-                                ":1::",
-                                "1:",
-                                "1::2:",
-                                "g::1",
-                                "2001:db8:: 1",
-                                "::ffff:1.2.3",
-                                "::ffff:1.2.3.4.5",
-                                "1:2:3:4:5:6:7:1.2.3.4",
-                                "::1.2.3.4:5",
-                                "::ab.1.2.3",
-                                "[::1]"});
+    expectErrors<Ip6Addr>(
+        "|:|:::|1::2::3|::1::|1:2:3:4:5:6:7:8:9|1:2:3:4:5:6:7|1:2:3:4:5:6:7:8::|::1:2:3:4:5:6:7:8|:1::|1:|"
+        "1::2:|g::1|2001:db8:: "
+        "1|::ffff:1.2.3|::ffff:1.2.3.4.5|1:2:3:4:5:6:7:1.2.3.4|::1.2.3.4:5|::ab.1.2.3|[::1]",
+        "2001:db8::12345|::ffff:1.2.3.256", "Lumo::Ip");
     // Every bit of every byte reaches the hash.
     std::set<std::uint32_t> seen{a.hash()};
     for (std::size_t i = 0; i < 128; ++i) {
@@ -157,8 +136,6 @@ TEST(LumoIp6Addr, BytesOrderReaderStopsErrorsAndHash) {
     EXPECT_NE(a.hash(1), a.hash(2));
 }
 
-// ---- IpGenAddr ----------------------------------------------------------------
-
 TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
     for (const char* text : {"none", "10.0.0.1", "0.0.0.0", "::", "2001:db8::1", "::ffff:10.0.0.1"}) {
         EXPECT_EQ(Kest::strep(parse<IpGenAddr>(text)), text);
@@ -166,8 +143,7 @@ TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
     EXPECT_TRUE(parse<IpGenAddr>("::ffff:10.0.0.1").isIpv6());  // a ':' anywhere makes it IPv6
     EXPECT_TRUE(parse<IpGenAddr>("0.0.0.0").isIpv4());
     EXPECT_TRUE(parse<IpGenAddr>("2001:db8::1").ipv4().isZero());
-    EXPECT_THROW(parse<IpGenAddr>("300.0.0.1"), Kest::RangeException);
-    expectParseErrors<IpGenAddr>({"", "None", "nonex", "10.0.0", "1::2::3"});
+    expectErrors<IpGenAddr>("|None|nonex|10.0.0|1::2::3", "300.0.0.1");
     // The look-ahead for a ':' stays inside the range: the text after it is not this reader's.
     const std::string_view withTail = "10.0.0.1:179";
     Kest::CharRange head(withTail.data(), withTail.data() + 8);
@@ -175,84 +151,57 @@ TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
     // Family first: none < IPv4 < IPv6; 0.0.0.0 is an address, not the absence of one.
     const std::vector<IpGenAddr> sorted = {IpGenAddr(), IpGenAddr(IpAddr()), IpGenAddr(IpAddr(0xffffffff)),
                                            IpGenAddr(Ip6Addr()), IpGenAddr(parse<Ip6Addr>("::1"))};
-    for (std::size_t i = 0; i + 1 < sorted.size(); ++i) {
-        EXPECT_LT(sorted[i], sorted[i + 1]) << i;
-        EXPECT_NE(sorted[i].hash(5), sorted[i + 1].hash(5)) << i;
-    }
+    expectAscending(sorted);
     EXPECT_NE(sorted[1].hash(5), sorted[3].hash(5)) << "the zero address of each family";
     EXPECT_EQ(sorted[4].hash(), parse<Ip6Addr>("::1").hash());
 }
 
-// ---- IpGenPrefix --------------------------------------------------------------
-
-TEST(LumoIpGenPrefix, TextRoundTripLengthLimitsAndErrors) {
+TEST(LumoIpGenPrefix, TextLengthLimitsErrorsOrderAndMasking) {
     for (const char* text : {"none", "10.0.0.0/8", "0.0.0.0/0", "10.1.2.3/32", "2001:db8::/32", "::/0",
                              "::ffff:10.0.0.0/104", "fe80::1/128"}) {
         EXPECT_EQ(Kest::strep(parse<IpGenPrefix>(text)), text);
     }
-    EXPECT_EQ(parse<IpGenPrefix>("2001:db8::/32").family(), 2);
-    EXPECT_EQ(parse<IpGenPrefix>("10.0.0.0/8").family(), 1);
+    EXPECT_EQ(parse<IpGenPrefix>("2001:db8::/32").family() * 10 + parse<IpGenPrefix>("10.0.0.0/8").family(),
+              21);
     EXPECT_EQ(IpGenPrefix().family(), 0);
     EXPECT_NO_THROW(IpGenPrefix(Ip6Addr(), 128));
     EXPECT_EQ(messageOf<Kest::RangeException>([] { IpGenPrefix(IpAddr(), 33); }),
               "Lumo::IpGenPrefix::length 33 > 32 not allowed for an IPv4 prefix");
     EXPECT_EQ(messageOf<Kest::RangeException>([] { IpGenPrefix(Ip6Addr(), 129); }),
               "Lumo::IpGenPrefix::length 129 > 128 not allowed for an IPv6 prefix");
-    for (const char* tooLong : {"10.0.0.0/33", "::/129", "::/99999999999999999999999"}) {
-        EXPECT_THROW(parse<IpGenPrefix>(tooLong), Kest::RangeException) << tooLong;
-    }
-    expectParseErrors<IpGenPrefix>({"", "10.0.0.0", "10.0.0.0/", "10.0.0.0/ 8", "/8", "none/0",
-                                    "10.0.0.0/8/8", "10.0.0.0/-1", "2001:db8::/x"});
-}
-
-TEST(LumoIpGenPrefix, HostBitsAreKeptUntilMasked) {
-    const IpGenPrefix host = parse<IpGenPrefix>("10.1.2.3/8");
-    EXPECT_EQ(host.ipv4Addr(), IpAddr(0x0a010203));
-    EXPECT_NE(host, parse<IpGenPrefix>("10.0.0.0/8"));
-    const std::pair<const char*, const char*> cases[] = {
+    expectErrors<IpGenPrefix>(
+        "|10.0.0.0|10.0.0.0/|10.0.0.0/ 8|/8|none/0|10.0.0.0/8/8|10.0.0.0/-1|2001:db8::/x",
+        "10.0.0.0/33|::/129|::/99999999999999999999999");
+    expectAscending<IpGenPrefix>({IpGenPrefix(), parse<IpGenPrefix>("10.0.0.0/8"),
+                                  parse<IpGenPrefix>("10.0.0.0/16"),
+                                  parse<IpGenPrefix>("10.0.0.1/8"),  // the address decides before the length
+                                  parse<IpGenPrefix>("192.168.0.0/16"), parse<IpGenPrefix>("::/0"),
+                                  parse<IpGenPrefix>("2001:db8::/32")});
+    // Host bits are kept, and count in equality, until masked.
+    EXPECT_NE(parse<IpGenPrefix>("10.1.2.3/8"), parse<IpGenPrefix>("10.0.0.0/8"));
+    const std::pair<const char*, const char*> masked[] = {
         {"10.1.2.3/8", "10.0.0.0/8"},
         {"10.1.2.3/0", "0.0.0.0/0"},
         {"10.1.2.3/32", "10.1.2.3/32"},
         {"10.1.255.3/20", "10.1.240.0/20"},
         {"2001:db8:abcd:1234::1/36", "2001:db8:a000::/36"},
-        {"2001:db8:abcd:1234::1/64", "2001:db8:abcd:1234::/64"},
         {"ffff::ffff/0", "::/0"},
         {"ffff::ffff/128", "ffff::ffff/128"},
         {"fe80::1/127", "fe80::/127"},
+        {"none", "none"},
     };
-    for (const auto& [in, out] : cases) {
+    for (const auto& [in, out] : masked) {
         EXPECT_EQ(Kest::strep(parse<IpGenPrefix>(in).masked()), out) << in;
     }
-    EXPECT_EQ(IpGenPrefix().masked(), IpGenPrefix());
 }
-
-TEST(LumoIpGenPrefix, OrderFamilyAddressThenLength) {
-    const std::vector<IpGenPrefix> sorted = {
-        IpGenPrefix(),
-        parse<IpGenPrefix>("10.0.0.0/8"),
-        parse<IpGenPrefix>("10.0.0.0/16"),
-        parse<IpGenPrefix>("10.0.0.1/8"),  // the address decides before the length
-        parse<IpGenPrefix>("192.168.0.0/16"),
-        parse<IpGenPrefix>("::/0"),
-        parse<IpGenPrefix>("2001:db8::/32"),
-    };
-    for (std::size_t i = 0; i + 1 < sorted.size(); ++i) {
-        EXPECT_LT(sorted[i], sorted[i + 1]) << sorted[i] << " vs " << sorted[i + 1];
-        EXPECT_NE(sorted[i].hash(3), sorted[i + 1].hash(3));
-    }
-}
-
-// ---- MplsLabel ----------------------------------------------------------------
 
 TEST(LumoMplsLabel, RangeTextAndPrettyStrings) {
     const std::string message =
         "Lumo::MplsLabel::value < Lumo::MplsLabel::min or > Lumo::MplsLabel::luWithdraw not allowed";
     EXPECT_EQ(MplsLabel(MplsLabel::luWithdraw).value(), 0x800000u);
     EXPECT_EQ(messageOf<Kest::RangeException>([] { MplsLabel(0x800001); }), message);
-    EXPECT_EQ(messageOf<Kest::RangeException>([] { parse<MplsLabel>("8388609"); }), message);
-    EXPECT_EQ(messageOf<Kest::RangeException>([] { parse<MplsLabel>("123456789012345678901234567890"); }),
-              message);
-    expectParseErrors<MplsLabel>({"", "-1", "0x10", " 3", "3 ", "three"});
+    expectErrors<MplsLabel>("|-1|0x10| 3|3 |three", "8388609|123456789012345678901234567890",
+                            message.c_str());
     std::string all;
     for (const std::uint32_t v : {0u, 1u, 2u, 3u, 4u, 7u, 13u, 14u, 15u, 16u, 1048575u, 8388608u}) {
         EXPECT_EQ(parse<MplsLabel>(MplsLabel(v).stringValue()), MplsLabel(v));
