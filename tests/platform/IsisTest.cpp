@@ -24,15 +24,15 @@ TEST(IsisSystemId, TextReaderOrderAndHash) {
     const std::uint8_t wire[6] = {0xab, 0xcd, 0xef, 0x01, 0x23, 0x45};
     EXPECT_EQ(Kest::strep(SystemId::fromBytes(wire)), "abcd.ef01.2345");
     EXPECT_EQ(parse<SystemId>("AbCd.eF01.2345"), SystemId::fromBytes(wire));
-    EXPECT_EQ(SystemId::fromBytes(wire).byte(5), 0x45);
     Kest::CharRange r(std::string_view("0000.0000.0001.00-00"));
     EXPECT_EQ(SystemId(r).byte(5), 1);
-    EXPECT_EQ(r.rest(), ".00-00");  // an LSP ID reader goes on from here
-    EXPECT_NE(messageOf<Kest::RangeException>([] {
-                  parse<SystemId>("1921.6800.10011");
-              }).find("Routing::Isis::SystemId"),
-              std::string::npos);
-    EXPECT_THROW(parse<SystemId>("192168001001"), Kest::RangeException);  // dots left out: one long group
+    EXPECT_EQ(r.rest(), ".00-00");                                     // an LSP ID reader goes on from here
+    for (const char* tooLong : {"1921.6800.10011", "192168001001"}) {  // dots left out: one long group
+        EXPECT_NE(messageOf<Kest::RangeException>([&] {
+                      parse<SystemId>(tooLong);
+                  }).find("Routing::Isis::SystemId"),
+                  std::string::npos);
+    }
     for (const char* bad :
          {"", "192.6800.1001", "1921.680.1001", "1921.6800.100", "1921-6800-1001", "1921.6800",
           "g921.6800.1001", "1921.6800.1001.", " 1921.6800.1001", "1921..6800.1001"}) {
@@ -45,14 +45,13 @@ TEST(IsisSystemId, TextReaderOrderAndHash) {
 }
 
 TEST(IsisAreaId, ConventionalTextForEveryLengthLimitsAndOrder) {
-    const std::vector<std::pair<std::vector<std::uint8_t>, std::string>> table = {
+    const std::pair<std::vector<std::uint8_t>, std::string> table[] = {
         {{0x49}, "49"},
         {{0x49, 0x00}, "49.00"},
         {{0x49, 0x00, 0x01, 0x02}, "49.0001.02"},
         {{0x39, 0x08, 0x40, 0x00, 0x01}, "39.0840.0001"},
         {{0x47, 0x00, 0x05, 0x80, 0xff, 0xf8, 0x00, 0x00, 0x00, 0x01, 0x23, 0xab, 0xcd},
-         "47.0005.80ff.f800.0000.0123.abcd"},
-    };
+         "47.0005.80ff.f800.0000.0123.abcd"}};
     for (const auto& [bytes, text] : table) {
         const AreaId a = area(bytes);
         EXPECT_TRUE(std::equal(a.bytes().begin(), a.bytes().end(), bytes.begin(), bytes.end()));
@@ -65,15 +64,12 @@ TEST(IsisAreaId, ConventionalTextForEveryLengthLimitsAndOrder) {
     EXPECT_EQ(parse<AreaId>("none"), AreaId());
     EXPECT_LT(AreaId(), area({0x00}));
     EXPECT_NE(AreaId().hash(9), area({0x00}).hash(9));
-
     const std::uint8_t zeros[14] = {};
     EXPECT_THROW(AreaId::fromBytes(zeros, 0), Kest::RangeException);
     EXPECT_THROW(AreaId::fromBytes(zeros, 14), Kest::RangeException);
     EXPECT_EQ(AreaId::fromBytes(zeros, 13).length(), 13u);
-    EXPECT_NE(messageOf<Kest::RangeException>([] {
-                  parse<AreaId>("49.0001.0002.0003.0004.0005.0006.07");
-              }).find("Routing::Isis::AreaId"),
-              std::string::npos);
+    EXPECT_EQ(messageOf<Kest::RangeException>([] { parse<AreaId>("49.0001.0002.0003.0004.0005.0006.07"); }),
+              "Routing::Isis::AreaId of more than 13 bytes not allowed");
     for (const char* bad : {"", "4", "490", "4.0001", "49.", "49.0", "49.001", "49.00001", "49.01.0001",
                             "49.0001.", "49..0001", "49,0001", "x9.0001", " 49.0001", "49.0001 ", "None"}) {
         EXPECT_THROW(parse<AreaId>(bad), Kest::ParseException) << bad;
