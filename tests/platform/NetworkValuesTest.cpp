@@ -1,6 +1,5 @@
-// Network value types: addresses, prefixes and MPLS labels (text, readers' errors, order, hashes).
-#include "IgpCommon/platform/Lumo.h"
-
+// Network value types: addresses, prefixes, MPLS labels and IS-IS identifiers (text, readers'
+// errors, limits, order, hashes).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "IgpCommon/platform/Isis.h"
+#include "IgpCommon/platform/Lumo.h"
 #include "tests/support/TextHelpers.h"
 
 namespace {
@@ -19,6 +20,8 @@ using Lumo::IpAddr;
 using Lumo::IpGenAddr;
 using Lumo::IpGenPrefix;
 using Lumo::MplsLabel;
+using Routing::Isis::AreaId;
+using Routing::Isis::SystemId;
 using testsupport::messageOf;
 using testsupport::parse;
 
@@ -46,18 +49,19 @@ void expectErrors(std::string_view bad, std::string_view tooBig, const char* typ
     for (const std::string& text : split(bad)) {
         EXPECT_THROW(parse<T>(text), Kest::ParseException) << text;
     }
-    for (const std::string& text : split(tooBig)) {
+    for (const std::string& text : tooBig.empty() ? std::vector<std::string>() : split(tooBig)) {
         EXPECT_NE(messageOf<Kest::RangeException>([&] { parse<T>(text); }).find(type), std::string::npos)
             << text;
     }
 }
 
-/// Each value sorts strictly before the next and hashes differently.
+/// Each '|'-separated value sorts strictly before the next and hashes differently.
 template <class T>
-void expectAscending(const std::vector<T>& sorted) {
+void expectAscending(std::string_view list) {
+    const std::vector<std::string> sorted = split(list);
     for (std::size_t i = 0; i + 1 < sorted.size(); ++i) {
-        EXPECT_LT(sorted[i], sorted[i + 1]) << i;
-        EXPECT_NE(sorted[i].hash(5), sorted[i + 1].hash(5)) << i;
+        EXPECT_LT(parse<T>(sorted[i]), parse<T>(sorted[i + 1])) << sorted[i];
+        EXPECT_NE(parse<T>(sorted[i]).hash(5), parse<T>(sorted[i + 1]).hash(5)) << sorted[i];
     }
 }
 
@@ -75,7 +79,7 @@ TEST(LumoIpAddr, TextReaderOrderAndHash) {
     EXPECT_EQ(IpAddr(0x0a000001).bytes(), (std::array<std::uint8_t, 4>{10, 0, 0, 1}));
     expectRoundTrips<IpAddr>("0.0.0.0|255.255.255.255|1.22.233.4|192.168.255.254");
     EXPECT_EQ(restAfter<IpAddr>("10.1.2.3/24"), "/24");  // a prefix reader goes on from here
-    expectAscending<IpAddr>({parse<IpAddr>("9.255.255.255"), parse<IpAddr>("10.0.0.0")});  // not textual
+    expectAscending<IpAddr>("9.255.255.255|10.0.0.0");   // not textual
     expectErrors<IpAddr>("|10.0.0|10..0.1|a.b.c.d|10.0.0.1 | 10.0.0.1|10.0.0.1.5|01.2.3.4|10,0,0,1|-1.0.0.0",
                          "256.0.0.1|1.2.3.99999999999999999999999", "Lumo::IpAddr");
     EXPECT_EQ(IpAddr(1).hash(), 0x514e28b7u);  // the published murmur3 fmix32 of 1
@@ -116,7 +120,7 @@ TEST(LumoIp6Addr, BytesOrderReaderStopsErrorsAndHash) {
                                                0,    0,    0xff, 0,    0, 0x42, 0x83, 0x29};
     EXPECT_EQ(a.bytes(), want);
     EXPECT_EQ(Ip6Addr::fromBytes(want.data()), a);
-    expectAscending<Ip6Addr>({parse<Ip6Addr>("7fff::"), parse<Ip6Addr>("8000::")});  // unsigned bytes
+    expectAscending<Ip6Addr>("7fff::|8000::");  // unsigned bytes
     for (const char* text : {"2001:db8::/32", "::/32", "::ffff:1.2.3.4/32", "1:2:3:4:5:6:7:8/32"}) {
         EXPECT_EQ(restAfter<Ip6Addr>(text), "/32") << text;
     }
@@ -149,11 +153,9 @@ TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
     Kest::CharRange head(withTail.data(), withTail.data() + 8);
     EXPECT_EQ(IpGenAddr(head), IpGenAddr(IpAddr(0x0a000001)));
     // Family first: none < IPv4 < IPv6; 0.0.0.0 is an address, not the absence of one.
-    const std::vector<IpGenAddr> sorted = {IpGenAddr(), IpGenAddr(IpAddr()), IpGenAddr(IpAddr(0xffffffff)),
-                                           IpGenAddr(Ip6Addr()), IpGenAddr(parse<Ip6Addr>("::1"))};
-    expectAscending(sorted);
-    EXPECT_NE(sorted[1].hash(5), sorted[3].hash(5)) << "the zero address of each family";
-    EXPECT_EQ(sorted[4].hash(), parse<Ip6Addr>("::1").hash());
+    expectAscending<IpGenAddr>("none|0.0.0.0|255.255.255.255|::|::1");
+    EXPECT_NE(IpGenAddr(IpAddr()).hash(5), IpGenAddr(Ip6Addr()).hash(5)) << "the zero address of each family";
+    EXPECT_EQ(parse<IpGenAddr>("::1").hash(), parse<Ip6Addr>("::1").hash());
 }
 
 TEST(LumoIpGenPrefix, TextLengthLimitsErrorsOrderAndMasking) {
@@ -170,24 +172,17 @@ TEST(LumoIpGenPrefix, TextLengthLimitsErrorsOrderAndMasking) {
     expectErrors<IpGenPrefix>(
         "|10.0.0.0|10.0.0.0/|10.0.0.0/ 8|/8|none/0|10.0.0.0/8/8|10.0.0.0/-1|2001:db8::/x",
         "10.0.0.0/33|::/129|::/99999999999999999999999");
-    expectAscending<IpGenPrefix>({IpGenPrefix(), parse<IpGenPrefix>("10.0.0.0/8"),
-                                  parse<IpGenPrefix>("10.0.0.0/16"),
-                                  parse<IpGenPrefix>("10.0.0.1/8"),  // the address decides before the length
-                                  parse<IpGenPrefix>("192.168.0.0/16"), parse<IpGenPrefix>("::/0"),
-                                  parse<IpGenPrefix>("2001:db8::/32")});
+    // The address decides before the length.
+    expectAscending<IpGenPrefix>("none|10.0.0.0/8|10.0.0.0/16|10.0.0.1/8|192.168.0.0/16|::/0|2001:db8::/32");
     // Host bits are kept, and count in equality, until masked.
     EXPECT_NE(parse<IpGenPrefix>("10.1.2.3/8"), parse<IpGenPrefix>("10.0.0.0/8"));
-    const std::pair<const char*, const char*> masked[] = {{"10.1.2.3/8", "10.0.0.0/8"},
-                                                          {"10.1.2.3/0", "0.0.0.0/0"},
-                                                          {"10.1.2.3/32", "10.1.2.3/32"},
-                                                          {"10.1.255.3/20", "10.1.240.0/20"},
-                                                          {"2001:db8:abcd:1234::1/36", "2001:db8:a000::/36"},
-                                                          {"ffff::ffff/0", "::/0"},
-                                                          {"ffff::ffff/128", "ffff::ffff/128"},
-                                                          {"fe80::1/127", "fe80::/127"},
-                                                          {"none", "none"}};
-    for (const auto& [in, out] : masked) {
-        EXPECT_EQ(Kest::strep(parse<IpGenPrefix>(in).masked()), out) << in;
+    for (const std::string& row :
+         split("10.1.2.3/8>10.0.0.0/8|10.1.2.3/0>0.0.0.0/0|10.1.2.3/32>10.1.2.3/32|"
+               "10.1.255.3/20>10.1.240.0/20|2001:db8:abcd:1234::1/36>2001:db8:a000::/36|"
+               "ffff::ffff/0>::/0|ffff::ffff/128>ffff::ffff/128|fe80::1/127>fe80::/127|none>none")) {
+        const std::size_t arrow = row.find('>');
+        EXPECT_EQ(Kest::strep(parse<IpGenPrefix>(row.substr(0, arrow)).masked()), row.substr(arrow + 1))
+            << row;
     }
 }
 
@@ -211,6 +206,50 @@ TEST(LumoMplsLabel, RangeTextAndPrettyStrings) {
     os << std::hex << MplsLabel(16);
     EXPECT_EQ(os.str(), "16");  // the text form stays decimal in a stream left in hex
     EXPECT_NE(MplsLabel(16).hash(8), MplsLabel(17).hash(8));
+}
+
+TEST(IsisSystemId, TextReaderOrderAndHash) {
+    const std::uint8_t wire[6] = {0xab, 0xcd, 0xef, 0x01, 0x23, 0x45};
+    EXPECT_EQ(Kest::strep(SystemId::fromBytes(wire)), "abcd.ef01.2345");
+    EXPECT_EQ(parse<SystemId>("AbCd.eF01.2345"), SystemId::fromBytes(wire));
+    EXPECT_EQ(restAfter<SystemId>("0000.0000.0001.00-00"), ".00-00");  // an LSP ID reader goes on from here
+    expectErrors<SystemId>(
+        "|192.6800.1001|1921.680.1001|1921.6800.100|1921-6800-1001|1921.6800|g921.6800.1001|"
+        "1921.6800.1001.| 1921.6800.1001|1921..6800.1001",
+        "1921.6800.10011|192168001001", "Routing::Isis::SystemId");  // dots left out: one group
+    // The big-endian number over unsigned bytes; every byte reaches the hash.
+    expectAscending<SystemId>(
+        "0000.0000.00ff|0000.0000.0100|1921.6800.1001|1921.6800.1002|7fff.ffff.ffff|8000.0000.0000");
+}
+
+TEST(IsisAreaId, ConventionalTextForEveryLengthLimitsAndOrder) {
+    const std::pair<std::vector<std::uint8_t>, std::string> table[] = {
+        {{0x49}, "49"},
+        {{0x49, 0x00}, "49.00"},
+        {{0x49, 0x00, 0x01, 0x02}, "49.0001.02"},
+        {{0x39, 0x08, 0x40, 0x00, 0x01}, "39.0840.0001"},
+        {{0x47, 0x00, 0x05, 0x80, 0xff, 0xf8, 0x00, 0x00, 0x00, 0x01, 0x23, 0xab, 0xcd},
+         "47.0005.80ff.f800.0000.0123.abcd"}};
+    for (const auto& [bytes, text] : table) {
+        const AreaId a = AreaId::fromBytes(bytes.data(), bytes.size());
+        EXPECT_TRUE(std::equal(a.bytes().begin(), a.bytes().end(), bytes.begin(), bytes.end()));
+        EXPECT_EQ(Kest::strep(a), text);
+        EXPECT_EQ(parse<AreaId>(text), a) << text;
+    }
+    EXPECT_EQ(Kest::strep(parse<AreaId>("49.ABCD.Ef")), "49.abcd.ef");
+    EXPECT_EQ(Kest::strep(AreaId()), "none");
+    const std::uint8_t zeros[14] = {};
+    EXPECT_THROW(AreaId::fromBytes(zeros, 0), Kest::RangeException);
+    EXPECT_THROW(AreaId::fromBytes(zeros, 14), Kest::RangeException);
+    EXPECT_EQ(AreaId::fromBytes(zeros, 13).length(), 13u);
+    EXPECT_EQ(messageOf<Kest::RangeException>([] { parse<AreaId>("49.0001.0002.0003.0004.0005.0006.07"); }),
+              "Routing::Isis::AreaId of more than 13 bytes not allowed");
+    expectErrors<AreaId>(
+        "|4|490|4.0001|49.|49.0|49.001|49.00001|49.01.0001|49.0001.|49..0001|49,0001|x9.0001|"
+        " 49.0001|49.0001 |None",
+        "");
+    // By length, then unsigned bytes; the empty area (none) is not the one-byte area 00.
+    expectAscending<AreaId>("none|00|ff|00.00|49.7fff|49.8000|49.0001.00");
 }
 
 }  // namespace
