@@ -67,21 +67,20 @@ public:
     std::function<void()> once;
 };
 
-// Before its first observer a publisher builds no notification (typeData() is not called).
+// Before its first observer a publisher builds no notification (typeData() is not called). A key
+// or old value read as another type than published reads as null.
 TEST(PublisherTest, ANotificationCarriesEntityAttributeTypedKeyAndTypedOldValueOnceThereIsAnObserver) {
     Router r;
     std::vector<std::string> seen;
     Poldo::FunctionObserver obs([&](const Poldo::Notification& n) {
-        EXPECT_EQ(n.entity<Router>(), &r);
-        EXPECT_EQ(n.entity<NeighborKey>(), nullptr);
-        EXPECT_EQ(n.entityType().name, "Test::Router");
+        EXPECT_TRUE(n.entity<Router>() == &r && n.entity<NeighborKey>() == nullptr);
+        EXPECT_TRUE(n.key<std::uint32_t>() == nullptr && n.oldValue<std::int32_t>() == nullptr);
         const std::uint32_t* oldMetric = n.oldValue<std::uint32_t>();
         const std::string* oldName = n.oldValue<std::string>();
         const NeighborKey* key = n.key<NeighborKey>();
         EXPECT_EQ(n.hasKey(), key != nullptr);
-        EXPECT_EQ(n.key<std::uint32_t>(), nullptr) << "a key of another type reads as null";
-        EXPECT_EQ(n.oldValue<std::int32_t>(), nullptr) << "an old value of another type reads as null";
         EXPECT_EQ(n.hasOldValue(), oldMetric != nullptr || oldName != nullptr);
+        EXPECT_EQ(n.entityType().name, "Test::Router");
         std::string line = std::to_string(n.attr()).append(" ").append(n.attrName());
         line += key ? " key " + std::to_string(key->id) : "";
         line += n.keyIsEq(NeighborKey{42, 777}) ? " eq" : "";
@@ -95,7 +94,6 @@ TEST(PublisherTest, ANotificationCarriesEntityAttributeTypedKeyAndTypedOldValueO
     r.publisher().observerIs(obs);
     r.publisher().observerIs(obs);  // a second registration delivers once, one unregistration removes it
     r.metricIs(9);
-    EXPECT_EQ(Router::typeDataCalls, 1);
     const std::string oldName = "old neighbor";
     const NeighborKey k42{42, 1};
     const NeighborKey k43{43, 1};
