@@ -101,10 +101,9 @@ TEST(HashTest, HashStateHashesTheConcatenatedLittleEndianBytesOfItsItems) {
         ASSERT_EQ(items.result(), bytes.result()) << "trial " << trial;
     }
     enum class Small : std::uint16_t { a = 0x1234 };
-    enum Wide : std::int64_t { wide = -2 };
     const auto h = [] { return Kest::HashState(1); };
-    EXPECT_EQ(h().mix(true).mix(std::int16_t{-1}).mix(Small::a).mix(wide).result(),
-              h().mix8(1).mix16(0xffff).mix16(0x1234).mix64(~std::uint64_t{1}).result());
+    EXPECT_EQ(h().mix(true).mix(std::int16_t{-1}).mix(Small::a).result(),
+              h().mix8(1).mix16(0xffff).mix16(0x1234).result());
     EXPECT_EQ(h().mix(std::uint32_t{9}).result(), Kest::HashHelper::hash(std::uint32_t{9}, 1));
     EXPECT_NE(h().mix8(1).result(), h().mix16(1).result());
     EXPECT_NE(h().mix8(0).result(), h().result());

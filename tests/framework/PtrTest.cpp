@@ -68,7 +68,9 @@ TEST(PtrTest, EveryWayOfHandingOverKeepsTheCountAndTheLastUserDestroysOnce) {
     EXPECT_EQ(destroyed, 2) << "flags must not keep the object alive";
 }
 
-TEST(PtrTest, AtomicCountsSurviveConcurrentCopiesAndFlagChangesAndDestroyOnce) {
+// Flags share the count's word: changing them must not lose a concurrent count change. (Concurrent
+// last drops are left to the thread-sharing suite.)
+TEST(PtrTest, AtomicCountsSurviveConcurrentCopiesAndFlagChanges) {
     int destroyed = 0;
     Poldo::ThreadControl::multiThreadedIs(true);
     Ptr<Derived> shared = Poldo::makePtr<Derived>(&destroyed);
@@ -88,19 +90,8 @@ TEST(PtrTest, AtomicCountsSurviveConcurrentCopiesAndFlagChangesAndDestroyOnce) {
         w.join();
     }
     EXPECT_EQ(shared->useCount(), 1u);
-    // Threads dropping the last copies at once destroy the object exactly once.
-    for (int round = 0; round < 200; ++round) {
-        std::vector<Ptr<Derived>> copies(4, shared);
-        shared = round + 1 < 200 ? Poldo::makePtr<Derived>(&destroyed) : nullptr;
-        workers.clear();
-        for (Ptr<Derived>& c : copies) {
-            workers.emplace_back([mine = std::move(c)]() mutable { mine.reset(); });
-        }
-        for (std::thread& w : workers) {
-            w.join();
-        }
-        EXPECT_EQ(destroyed, round + 1);
-    }
+    shared.reset();
+    EXPECT_EQ(destroyed, 1);
     Poldo::ThreadControl::multiThreadedIs(false);
 }
 
