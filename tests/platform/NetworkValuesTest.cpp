@@ -74,9 +74,6 @@ std::string_view restAfter(std::string_view text) {
 }
 
 TEST(LumoIpAddr, TextReaderOrderAndHash) {
-    const std::uint8_t wire[4] = {192, 168, 255, 254};
-    EXPECT_EQ(IpAddr::fromBytes(wire).value(), 0xc0a8fffeu);
-    EXPECT_EQ(IpAddr(0x0a000001).bytes(), (std::array<std::uint8_t, 4>{10, 0, 0, 1}));
     expectRoundTrips<IpAddr>("0.0.0.0|255.255.255.255|1.22.233.4|192.168.255.254");
     EXPECT_EQ(restAfter<IpAddr>("10.1.2.3/24"), "/24");  // a prefix reader goes on from here
     expectAscending<IpAddr>("9.255.255.255|10.0.0.0");   // not textual
@@ -116,18 +113,14 @@ TEST(LumoIp6Addr, CanonicalTextTable) {
 
 TEST(LumoIp6Addr, BytesOrderReaderStopsErrorsAndHash) {
     const Ip6Addr a = parse<Ip6Addr>("2001:db8::ff00:42:8329");
-    const std::array<std::uint8_t, 16> want = {0x20, 0x01, 0x0d, 0xb8, 0, 0,    0,    0,
-                                               0,    0,    0xff, 0,    0, 0x42, 0x83, 0x29};
-    EXPECT_EQ(a.bytes(), want);
-    EXPECT_EQ(Ip6Addr::fromBytes(want.data()), a);
     expectAscending<Ip6Addr>("7fff::|8000::");  // unsigned bytes
     for (const char* text : {"2001:db8::/32", "::/32", "::ffff:1.2.3.4/32", "1:2:3:4:5:6:7:8/32"}) {
         EXPECT_EQ(restAfter<Ip6Addr>(text), "/32") << text;
     }
     expectErrors<Ip6Addr>(
         "|:|:::|1::2::3|::1::|1:2:3:4:5:6:7:8:9|1:2:3:4:5:6:7|1:2:3:4:5:6:7:8::|::1:2:3:4:5:6:7:8|:1::|1:|"
-        "1::2:|g::1|2001:db8:: "
-        "1|::ffff:1.2.3|::ffff:1.2.3.4.5|1:2:3:4:5:6:7:1.2.3.4|::1.2.3.4:5|::ab.1.2.3|[::1]",
+        "1::2:|g::1|2001:db8:: 1|::ffff:1.2.3|::ffff:1.2.3.4.5|1:2:3:4:5:6:7:1.2.3.4|::1.2.3.4:5|::ab.1.2.3|"
+        "[::1]",
         "2001:db8::12345|::ffff:1.2.3.256", "Lumo::Ip");
     // Every bit of every byte reaches the hash.
     std::set<std::uint32_t> seen{a.hash()};
@@ -161,9 +154,6 @@ TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
 TEST(LumoIpGenPrefix, TextLengthLimitsErrorsOrderAndMasking) {
     expectRoundTrips<IpGenPrefix>(
         "none|10.0.0.0/8|0.0.0.0/0|10.1.2.3/32|2001:db8::/32|::/0|::ffff:10.0.0.0/104");
-    EXPECT_EQ(parse<IpGenPrefix>("2001:db8::/32").family() * 10 + parse<IpGenPrefix>("10.0.0.0/8").family(),
-              21);
-    EXPECT_EQ(IpGenPrefix().family(), 0);
     EXPECT_NO_THROW(IpGenPrefix(Ip6Addr(), 128));
     EXPECT_EQ(messageOf<Kest::RangeException>([] { IpGenPrefix(IpAddr(), 33); }),
               "Lumo::IpGenPrefix::length 33 > 32 not allowed for an IPv4 prefix");
@@ -189,7 +179,6 @@ TEST(LumoIpGenPrefix, TextLengthLimitsErrorsOrderAndMasking) {
 TEST(LumoMplsLabel, RangeTextAndPrettyStrings) {
     const std::string message =
         "Lumo::MplsLabel::value < Lumo::MplsLabel::min or > Lumo::MplsLabel::luWithdraw not allowed";
-    EXPECT_EQ(MplsLabel(MplsLabel::luWithdraw).value(), 0x800000u);
     EXPECT_EQ(messageOf<Kest::RangeException>([] { MplsLabel(0x800001); }), message);
     expectErrors<MplsLabel>("|-1|0x10| 3|3 |three", "8388609|123456789012345678901234567890",
                             message.c_str());
