@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "IgpCommon/framework/TypeData.h"
@@ -23,8 +24,7 @@ struct NeighborKey {
 };
 
 /// An observed entity. typeData() counts its calls: a test sees whether a notification was built.
-class Router {
-public:
+struct Router {
     enum Attr : Kest::AttrId { metric = 130, neighbor = 131 };
     static inline int typeDataCalls = 0;
     static const Kest::TypeData& typeData() {
@@ -36,17 +36,12 @@ public:
         static constexpr Kest::TypeData t{"Test::Router", Kest::TypeKind::entity, attrs};
         return t;
     }
-    Poldo::Publisher& publisher() { return publisher_; }
     void metricIs(std::uint32_t m) {
-        const std::uint32_t old = metric_;
-        metric_ = m;
-        publisher_.publish(*this, metric, old);
+        const std::uint32_t old = std::exchange(value, m);
+        pub.publish(*this, metric, old);
     }
-    std::uint32_t metricValue() const { return metric_; }
-
-private:
-    Poldo::Publisher publisher_;
-    std::uint32_t metric_ = 0;
+    Poldo::Publisher pub;
+    std::uint32_t value = 0;
 };
 
 using Olds = std::vector<std::optional<std::uint32_t>>;
@@ -88,21 +83,21 @@ TEST(PublisherTest, ANotificationCarriesEntityAttributeTypedKeyAndTypedOldValueO
         seen.push_back(line + (oldName ? " " + *oldName : ""));
     });
     Router::typeDataCalls = 0;
-    r.publisher().observerDel(obs);  // unknown observer: ignored
+    r.pub.observerDel(obs);  // unknown observer: ignored
     r.metricIs(5);
-    EXPECT_TRUE(Router::typeDataCalls == 0 && r.publisher().initialState());
-    r.publisher().observerIs(obs);
-    r.publisher().observerIs(obs);  // a second registration delivers once, one unregistration removes it
+    EXPECT_TRUE(Router::typeDataCalls == 0 && r.pub.initialState());
+    r.pub.observerIs(obs);
+    r.pub.observerIs(obs);  // a second registration delivers once, one unregistration removes it
     r.metricIs(9);
     const std::string oldName = "old neighbor";
     const NeighborKey k42{42, 1};
     const NeighborKey k43{43, 1};
-    r.publisher().publish(r, Router::neighbor, &k42, static_cast<const std::string*>(nullptr));
-    r.publisher().publish(r, Router::neighbor, &k43, &oldName);
-    r.publisher().publish<Router, void, int>(r, 199, nullptr, nullptr);  // unknown: an empty name
-    r.publisher().observerDel(obs);
+    r.pub.publish(r, Router::neighbor, &k42, static_cast<const std::string*>(nullptr));
+    r.pub.publish(r, Router::neighbor, &k43, &oldName);
+    r.pub.publish<Router, void, int>(r, 199, nullptr, nullptr);  // unknown: an empty name
+    r.pub.observerDel(obs);
     r.metricIs(10);
-    EXPECT_FALSE(r.publisher().initialState());
+    EXPECT_FALSE(r.pub.initialState());
     EXPECT_EQ(seen, (std::vector<std::string>{"130 metric old 5", "131 neighbor key 42 eq",
                                               "131 neighbor key 43 old neighbor", "199 "}));
 }
@@ -136,7 +131,7 @@ TEST(PublisherTest, ObserversMayRegisterUnregisterAndChangeTheEntityFromInsideAC
         std::vector<std::unique_ptr<Recorder>> obs;
         for (int i = 0; i < 5; ++i) {
             obs.push_back(std::make_unique<Recorder>());
-            r.publisher().observerIs(*obs.back());
+            r.pub.observerIs(*obs.back());
         }
         for (const Act& act : s.acts) {
             const int actor = std::get<0>(act);
@@ -144,13 +139,13 @@ TEST(PublisherTest, ObserversMayRegisterUnregisterAndChangeTheEntityFromInsideAC
                 for (const auto& [by, op, arg] : s.acts) {
                     for (int i = 0; by == actor && op == 'l' && i < arg; ++i) {
                         obs.push_back(std::make_unique<Recorder>());
-                        r.publisher().observerIs(*obs.back());
+                        r.pub.observerIs(*obs.back());
                     }
                     auto& target = obs[static_cast<std::size_t>(op == 'l' ? 0 : arg)];
                     if (by == actor && (op == 'd' || op == 'k')) {
-                        r.publisher().observerDel(*target);
+                        r.pub.observerDel(*target);
                     } else if (by == actor && op == 'a') {
-                        r.publisher().observerIs(*target);
+                        r.pub.observerIs(*target);
                     } else if (by == actor && op == 'p') {
                         r.metricIs(100);
                     }
@@ -162,7 +157,7 @@ TEST(PublisherTest, ObserversMayRegisterUnregisterAndChangeTheEntityFromInsideAC
         }
         r.metricIs(1);
         r.metricIs(2);
-        EXPECT_EQ(r.publisher().observerCount(), s.observersAfter);
+        EXPECT_EQ(r.pub.observerCount(), s.observersAfter);
         for (std::size_t i = 0; i < obs.size(); ++i) {
             EXPECT_EQ(obs[i] ? obs[i]->heard : Olds{}, i < 5 ? s.heard[i] : Olds{1u}) << "observer " << i;
         }
