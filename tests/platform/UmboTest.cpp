@@ -25,13 +25,7 @@ TEST(UmboDumpContext, EveryKindCountsEveryByteAndPrintfTakesLongTextThroughTheHe
     EXPECT_EQ(toStream->text() + discard->text(), "") << "only a collecting context keeps a copy";
     EXPECT_EQ(collect->text(), "abcde\n");
 
-    // "%*c" always prints the character itself, so widths 0 and 1 look alike.
-    const Poldo::Ptr<DumpContext const> ctx = DumpContext::dumpContextIs();
-    for (int width = 0; width < 3; ++width) {
-        Umbo::_objDumpPrintf(ctx, "%*c%s|", width, ' ', "a");
-    }
-    Umbo::_objDumpPrintf(ctx, "%u:%04x:%-3d|%lld", 42u, 0xabu, 7, -9000000000LL);
-    EXPECT_EQ(ctx->text(), " a| a|  a|42:00ab:7  |-9000000000");
+    // The formatting is the C library's; the buffer around it is ours.
     for (std::size_t n : {1019u, 1020u, 70000u}) {  // around the 1024-byte stack buffer
         std::string text(n, 'x');
         for (std::size_t i = 0; i < n; i += 97) {
