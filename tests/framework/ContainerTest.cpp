@@ -157,7 +157,8 @@ struct Hashed : S {
     static bool before(Id a, Id b) {
         return std::pair(Map::hashOf(S::key(a)), a) < std::pair(Map::hashOf(S::key(b)), b);
     }
-    // The unchecked walk, a table reserved ahead, copies, and replacing a member in its place.
+    // The unchecked walk and a table reserved ahead. (sameMembers and replace are the neighbor keys'
+    // and the database's, and checked there.)
     static void extraChecks(Map& m, const Entries& walked) {
         for (auto [it, i] = std::pair(m.uncheckedBegin(), std::size_t{0}); it != m.uncheckedEnd();
              ++it, ++i) {
@@ -170,19 +171,6 @@ struct Hashed : S {
             ASSERT_EQ(S::entry(*m.findIter(S::key(id))).first, id);
         }
         EXPECT_EQ(walk<Hashed>(reserved), walked);
-        Map copy(m);
-        EXPECT_TRUE(Kest::sameMembers(copy, m));
-        if (walked.empty()) {
-            return;
-        }
-        copy.erase(S::key(walked.front().first));  // same size, one member changed
-        copy.insert(S::make(4000000, 0));
-        EXPECT_FALSE(Kest::sameMembers(copy, m));
-        const auto [id, p] = walked.back();
-        const std::uint32_t version = m.version();
-        EXPECT_EQ(S::entry(m.replace(m.findIter(S::key(id)), S::make(id, p + 1))), walked.back());
-        EXPECT_NE(m.version(), version);
-        EXPECT_EQ(S::entry(m.replace(m.findIter(S::key(id)), S::make(id, p))).second, stored(id, p + 1));
     }
 };
 struct PlainSet : Hashed<SetShape<Kest::HashSet<Id, 0x51a7u>>> {};

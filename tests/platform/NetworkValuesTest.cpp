@@ -137,9 +137,6 @@ TEST(LumoIp6Addr, BytesOrderReaderStopsErrorsAndHash) {
 
 TEST(LumoIpGenAddr, FamiliesTextAndOrder) {
     expectRoundTrips<IpGenAddr>("none|10.0.0.1|0.0.0.0|::|2001:db8::1|::ffff:10.0.0.1");
-    EXPECT_TRUE(parse<IpGenAddr>("::ffff:10.0.0.1").isIpv6());  // a ':' anywhere makes it IPv6
-    EXPECT_TRUE(parse<IpGenAddr>("0.0.0.0").isIpv4());
-    EXPECT_TRUE(parse<IpGenAddr>("2001:db8::1").ipv4().isZero());
     expectErrors<IpGenAddr>("|None|nonex|10.0.0|1::2::3", "300.0.0.1");
     // The look-ahead for a ':' stays inside the range: the text after it is not this reader's.
     const std::string_view withTail = "10.0.0.1:179";
