@@ -81,7 +81,7 @@ Listing readListing(const std::string& file) {
             }
         }
         if (!head.empty()) {
-            node->insert(joinSorted(head, parts));
+            node->insert(sortedJoin(parts, " ", head));
         }
         head.clear();
         parts.clear();

