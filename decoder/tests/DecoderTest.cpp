@@ -87,10 +87,9 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
     }
 }
 
-// Unnumbered links carry link identifiers (RFC 5307 1.1), which no key
-// holds: parallel ones to one neighbor are one link with the best metric, and
-// an unnumbered SRLG TLV belongs to that neighbor's unnumbered link alone,
-// not to every link without an address.
+// Unnumbered links (RFC 5307 1.1): no key holds their identifiers, so parallel
+// ones to one neighbor are one link with the best metric, and an unnumbered
+// SRLG TLV belongs to that neighbor's unnumbered link alone.
 TEST(DecoderContent, UnnumberedLinksParallelAndTheirSrlgs) {
     const Enc ids1 = Enc().tlv(4, Enc().u32(1).u32(11));
     const Enc ids2 = Enc().tlv(4, Enc().u32(2).u32(12));
@@ -117,7 +116,7 @@ TEST(DecoderContent, UnnumberedLinksParallelAndTheirSrlgs) {
 
 // ---- malformed LSPs ----
 
-// A valid LSP that `edit` breaks, its checksum refilled: one defect each.
+// A valid LSP that `edit` breaks, its checksum refilled.
 Bytes broken(const Enc& tlvs, void (*edit)(Bytes&)) {
     Bytes pdu = buildLsp(tlvs);
     edit(pdu);
@@ -206,25 +205,20 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
     }
 }
 
-// The checksum covers everything from the LSP ID on, not the lifetime; 0 is
-// the privilege of purges; filling it gives what the routers sent, over PDUs
-// of nearly every length modulo 8 (the sum takes eight octets at a time).
+// The checksum covers all from the LSP ID on; 0 is for purges alone; filling
+// it gives what the routers sent, over PDU lengths of most residues mod 8.
 TEST(DecoderChecksum, CoverageZeroForPurgesAndTheRoutersSums) {
-    const Bytes good = buildLsp(Enc().tlv(137, Enc{'r', '1'}).tlv(135, Enc().u32(1).u8(8).raw({10})));
+    Bytes good = buildLsp(Enc().tlv(137, Enc{'r', '1'}).tlv(135, Enc().u32(1).u8(8).raw({10})));
     for (std::size_t i = 10; i < good.size(); ++i) {
         Bytes bad = good;
         bad[i] ^= 0x5a;
         const auto r = decodeLsp(bad);
         EXPECT_TRUE(i < 12 ? r.ok() : !r.ok() && r.error().reason == Reason::badChecksum) << i;
     }
-    Bytes purge = buildLsp(LspFields{.lifetime = 0}, Enc());
-    Bytes live = buildLsp(Enc());
+    Bytes purge = buildLsp(LspFields{.lifetime = 0}, Enc()), live = buildLsp(Enc());
     purge[24] = purge[25] = live[24] = live[25] = 0;
-    EXPECT_TRUE(decodeLsp(purge).ok());
-    EXPECT_EQ(decodeLsp(live).error().reason, Reason::badChecksum);
-    Bytes padded = good;
-    padded.insert(padded.end(), {0, 0, 0, 0, 0});  // beyond the PDU length: ignored
-    EXPECT_TRUE(decodeLsp(padded).ok());
+    good.insert(good.end(), {0, 0, 0, 0, 0});  // beyond the PDU length: ignored
+    EXPECT_EQ(cat(decodeLsp(purge).ok(), decodeLsp(live).ok(), decodeLsp(good).ok()), "101");
 
     std::set<std::size_t> tails;
     for (const auto& f : readPdus("frr-initial.pcap")) {
@@ -239,10 +233,9 @@ TEST(DecoderChecksum, CoverageZeroForPurgesAndTheRoutersSums) {
     EXPECT_GE(tails.size(), 7u);
 }
 
+// Every prefix of a rich LSP, its PDU length and checksum refilled, decodes
+// or is rejected, and never reads past its copy (ASan).
 TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
-    // Under ASan a read past the copy below is caught; every prefix of a rich
-    // LSP, with the PDU length adjusted and the checksum refilled, either
-    // decodes or is rejected with a reason, never anything else.
     const Bytes full = buildLsp(
         Enc()
             .tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 1, 0, 1}).tlv(31, Enc{0x30, 0}.u24(16))))
@@ -251,8 +244,7 @@ TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
     std::size_t rejected = 0;
     for (std::size_t n = 27; n < full.size(); ++n) {
         Bytes cut(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(n));
-        cut[8] = static_cast<std::uint8_t>(n >> 8);
-        cut[9] = static_cast<std::uint8_t>(n);
+        cut[9] = static_cast<std::uint8_t>(n);  // n < 256
         fillLspChecksum(cut);
         rejected += decodeLsp(cut).ok() ? 0 : 1;
     }
