@@ -144,12 +144,8 @@ inline std::string sortedJoin(std::vector<std::string> parts, const char* sep, s
 
 template <class T>
 std::string valueText(const T& v) {
-    if constexpr (std::is_floating_point_v<T>) {
-        char b[32];
-        std::snprintf(b, sizeof b, "%g", static_cast<double>(v));
-        return b;
-    } else if constexpr (std::is_arithmetic_v<T>) {
-        return std::to_string(v);
+    if constexpr (std::is_arithmetic_v<T>) {
+        return cat(+v);  // floats as "%g", octets as numbers
     } else if constexpr (Kest::ValueForm<T>) {
         std::string s;
         std::apply([&](const auto&... a) { (s.append("/").append(valueText(a.get(v))), ...); },
@@ -170,10 +166,13 @@ inline std::string ranges(const IC::SrCapabilities& c) {
 }
 
 inline void addNodeLines(const IC::Node& n, Lines& out) {
-    out.insert(cat("flags ol=", n.flags().overloadBit(), " att=", n.flags().attachedBit()));
-    if (!n.hostName().empty()) {
-        out.insert("host " + n.hostName());
-    }
+    const auto put = [&](bool present, const std::string& line) {
+        present ? (void)out.insert(line) : void();
+    };
+    put(true, cat("flags ol=", n.flags().overloadBit(), " att=", n.flags().attachedBit()));
+    put(!n.hostName().empty(), "host " + n.hostName());
+    put(!n.ipv4RouterId().isZero(), cat("te-id ", n.ipv4RouterId()));
+    put(!n.ipv6RouterId().isZero(), cat("te-id6 ", n.ipv6RouterId()));
     if (const auto& areas = n.isisAreaIdCol()) {
         for (auto it = areas->areaId().begin(); it != areas->areaId().end(); ++it) {
             out.insert(cat("area ", it->first));
@@ -183,12 +182,6 @@ inline void addNodeLines(const IC::Node& n, Lines& out) {
         for (const auto& mt : mts->mtIdValue()) {
             out.insert(cat("mt ", mt.value()));
         }
-    }
-    if (!n.ipv4RouterId().isZero()) {
-        out.insert(cat("te-id ", n.ipv4RouterId()));
-    }
-    if (!n.ipv6RouterId().isZero()) {
-        out.insert(cat("te-id6 ", n.ipv6RouterId()));
     }
     if (const auto& c = n.srCapabilities()) {
         out.insert(cat("srgb I", c->srCapFlag().mplsIpv4(), " V", c->srCapFlag().mplsIpv6(), ranges(*c)));
