@@ -2,13 +2,9 @@
 // memory figures rest on.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -125,24 +121,6 @@ TEST(Generator, ChurnChangesWhatItCountsAndRestoringUndoesIt) {
     auto changed = t.lsps;
     changed[3].links[1].teMetric += 1;
     EXPECT_NE(firstDifference(*reference, *buildDb(changed)).find("teDefMetric"), std::string::npos);
-}
-
-TEST(Generator, ToolWritesTheEncodedTopologyAndRefusesBadArguments) {
-    const auto run = [](const std::string& args) {
-        const int status =
-            std::system((std::string(IGPLSDB_GEN_TOOL) + " " + args + " >/dev/null 2>&1").c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    };
-    const std::string path = ::testing::TempDir() + "igp-lsdb-gen-test.pcap";
-    ASSERT_EQ(run("--routers 20 --seed 9 --level 1 -o " + path), 0);
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_EQ(readPcap(in), encodeTopology(generate(20, 9), EncodeParams{.level = 1}));
-    std::remove(path.c_str());
-    EXPECT_EQ(run("--help"), 0);
-    for (const char* bad :
-         {"--level 3 -o /dev/null", "--routers", "--routers 12abc -o /dev/null", "--bogus 1"}) {
-        EXPECT_NE(run(bad), 0) << bad;
-    }
 }
 
 TEST(Encoder, RefusesWhatTheFormatCannotCarry) {
