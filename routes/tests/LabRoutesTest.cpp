@@ -39,18 +39,23 @@ std::string nextHopText(const std::string& printed, IR::Family family) {
                : routerName(std::stoul(printed.substr(printed.rfind(':') + 1), nullptr, 16) >> 8);
 }
 
-// One route of a listing.
-struct Row {
-    std::string metric;
-    std::vector<std::string> nextHops;  // by nextHopText
-    std::string sid;
-    std::string op;  // of the first line
-};
+// One route of a listing: metric, SID column, the first line's label
+// operation, then the next hops by nextHopText.
+using Row = std::vector<std::string>;
 
+// The routers of one `show isis topology` section: for each, the least
+// distance listed and the first hops of the lines at that distance. These
+// routers may list one router twice (once per kind of link that reaches it,
+// or once directly and once behind a LAN), hence the merge.
+using Reached = std::pair<std::uint64_t, std::set<std::string>>;
+
+// A routing table and the tree the same section order gives it: IPv4, then
+// IPv6, of each level.
 struct Table {
     unsigned level = 0;
     IR::Family family = IR::Family::ipv4;
     std::map<std::string, Row> rows;
+    std::map<std::string, Reached> tree;
 };
 
 std::vector<Table> readListing(const std::string& path) {
@@ -59,28 +64,52 @@ std::vector<Table> readListing(const std::string& path) {
     static const std::regex title(R"(IS-IS L(\d) (IPv4|IPv6) routing table:)");
     static const std::regex first(R"(^ (\S+) +(\d+) +(\S+) +(\S+) +(\S+) +(\S.*?) *$)");
     static const std::regex more(R"(^ {3,}(\S+) +(\S+) +(\S+) +(\S.*?) *$)");
+    static const std::regex router(R"(^(\S+) +(?:TE-)?IS +(\d+) +(\S+) +\S+ +\S+ *$)");
+    static const std::regex moreHops(R"(^ {20,}(\S+) +\S+ *\S* *$)");
     std::vector<Table> tables;
     Row* last = nullptr;
+    std::map<std::string, Reached>* tree = nullptr;
+    std::size_t trees = 0;
+    std::string lastRouter;  // the router whose line the next continuation belongs to
+    bool inTopology = false;
     std::smatch m;
     for (std::string line; std::getline(in, line);) {
-        if (line.rfind("=====", 0) == 0 && line.find("topology") != std::string::npos) {
-            break;
-        }
-        if (std::regex_search(line, m, title)) {
+        if (line.rfind("=====", 0) == 0) {
+            inTopology = line.find("show isis topology") != std::string::npos;
+        } else if (!inTopology && std::regex_search(line, m, title)) {
             tables.push_back({static_cast<unsigned>(std::stoul(m[1])),
                               m[2] == "IPv4" ? IR::Family::ipv4 : IR::Family::ipv6,
+                              {},
                               {}});
             last = nullptr;
-        } else if (!tables.empty() && std::regex_match(line, m, first) && m[1] != "Prefix") {
+        } else if (!inTopology && !tables.empty() && std::regex_match(line, m, first) && m[1] != "Prefix") {
             last = &tables.back().rows[m[1]];
-            *last = {m[2], {}, m[5], m[6]};
+            *last = {m[2], m[5], m[6]};
             if (m[4] != "-") {
-                last->nextHops.push_back(nextHopText(m[4], tables.back().family));
+                last->push_back(nextHopText(m[4], tables.back().family));
             }
-        } else if (last != nullptr && std::regex_match(line, m, more)) {
-            last->nextHops.push_back(nextHopText(m[2], tables.back().family));
+        } else if (!inTopology && last != nullptr && std::regex_match(line, m, more)) {
+            last->push_back(nextHopText(m[2], tables.back().family));
+        } else if (inTopology && line.rfind("IS-IS paths to", 0) == 0) {
+            tree = &tables.at(trees++).tree;
+            lastRouter.clear();
+        } else if (tree != nullptr && std::regex_match(line, m, router)) {
+            const std::uint64_t d = std::stoull(m[2]);
+            auto [it, fresh] = tree->try_emplace(m[1], Reached{d, {}});
+            if (fresh || d < it->second.first) {
+                it->second = {d, {}};
+            }
+            lastRouter = d == it->second.first ? std::string(m[1]) : std::string();
+            if (!lastRouter.empty()) {
+                it->second.second.insert(m[3]);
+            }
+        } else if (!lastRouter.empty() && tree != nullptr && std::regex_match(line, m, moreHops)) {
+            (*tree)[lastRouter].second.insert(m[1]);
+        } else if (!line.empty() && line[0] != ' ') {
+            lastRouter.clear();
         }
     }
+    EXPECT_EQ(trees, tables.size()) << path;
     return tables;
 }
 
@@ -131,45 +160,6 @@ std::string routeText(const IR::Route& r, IR::Family family) {
     return routeText(std::to_string(r.metric), hops, sid, op);
 }
 
-// The routers of one `show isis topology` section: for each, the least
-// distance listed and the first hops of the lines at that distance. These
-// routers may list one router twice (once per kind of link that reaches it,
-// or once directly and once behind a LAN), hence the merge.
-using Reached = std::pair<std::uint64_t, std::set<std::string>>;
-
-std::vector<std::map<std::string, Reached>> readTrees(const std::string& path) {
-    std::ifstream in(path);
-    static const std::regex router(R"(^(\S+) +(?:TE-)?IS +(\d+) +(\S+) +\S+ +\S+ *$)");
-    static const std::regex more(R"(^ {20,}(\S+) +\S+ *\S* *$)");
-    std::vector<std::map<std::string, Reached>> trees;
-    std::string last;  // the router whose line the next continuation belongs to
-    std::smatch m;
-    bool inTopology = false;
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind("=====", 0) == 0) {
-            inTopology = line.find("show isis topology") != std::string::npos;
-        } else if (inTopology && line.rfind("IS-IS paths to", 0) == 0) {
-            trees.emplace_back();
-            last.clear();
-        } else if (!trees.empty() && std::regex_match(line, m, router)) {
-            const std::uint64_t d = std::stoull(m[2]);
-            auto [it, fresh] = trees.back().try_emplace(m[1], Reached{d, {}});
-            if (fresh || d < it->second.first) {
-                it->second = {d, {}};
-            }
-            last = d == it->second.first ? std::string(m[1]) : std::string();
-            if (!last.empty()) {
-                it->second.second.insert(m[3]);
-            }
-        } else if (!last.empty() && !trees.empty() && std::regex_match(line, m, more)) {
-            trees.back()[last].second.insert(m[1]);
-        } else if (!line.empty() && line[0] != ' ') {
-            last.clear();
-        }
-    }
-    return trees;
-}
-
 TEST(LabRoutes, EveryRouterComputesTheTablesAndTreesItListed) {
     std::ifstream in(IGPROUTES_LAB_CAPTURE, std::ios::binary);
     const auto pdus = ID::readPcap(in);
@@ -187,20 +177,16 @@ TEST(LabRoutes, EveryRouterComputesTheTablesAndTreesItListed) {
         const std::string path =
             std::string(IGPROUTES_TESTDATA).append("/").append(router).append(".routes.txt");
         const auto tables = readListing(path);
-        const auto trees = readTrees(path);
         const std::uint8_t id[7] = {0, 0, 0, 0, 0, static_cast<std::uint8_t>(n), 0};
         const auto root = IC::IgpNodeId::fromBytes(id);
-        // One tree per routing table, in the same order: IPv4 then IPv6 of each level.
         ASSERT_FALSE(tables.empty()) << router;
-        ASSERT_EQ(trees.size(), tables.size()) << router;
-        for (std::size_t i = 0; i < trees.size(); ++i) {
-            const Table& t = tables[i];
+        for (const Table& t : tables) {
             SCOPED_TRACE(router + " L" + std::to_string(t.level) +
                          (t.family == IR::Family::ipv4 ? " IPv4" : " IPv6"));
             IR::RouteTable table(keepers.at(t.level)->database(), root, t.family, IR::Options{true});
             std::map<std::string, std::string> listed, ours;
             for (const auto& [prefix, row] : t.rows) {
-                listed[prefix] = routeText(row.metric, row.nextHops, row.sid, row.op);
+                listed[prefix] = routeText(row[0], {row.begin() + 3, row.end()}, row[1], row[2]);
             }
             for (const auto& [prefix, route] : table.routes()) {
                 ours[prefix.stringValue().c_str()] = routeText(route, t.family);
@@ -218,7 +204,7 @@ TEST(LabRoutes, EveryRouterComputesTheTablesAndTreesItListed) {
                     r.second.insert(routerName(h.byte(IC::IgpNodeIdIndex(5))));
                 }
             }
-            EXPECT_EQ(trees[i], reached);
+            EXPECT_EQ(t.tree, reached);
         }
     }
 }
