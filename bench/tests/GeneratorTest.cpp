@@ -72,19 +72,6 @@ TEST(Generator, TopologyHasTheAdvertisedShapeAndDependsOnTheSeedAlone) {
     const Topology t = generate(400, 5);
     using Counts = std::array<std::size_t, 3>;
     EXPECT_EQ((Counts{t.pseudonodes, t.lsps.size(), t.bindings}), (Counts{50, 450, 800}));
-    std::size_t neighbors = 0, prefixes = 0, mt2 = 0, lan = 0;
-    for (std::size_t i = 0; i < t.routers; ++i) {
-        neighbors += t.lsps[i].links.size();
-        prefixes += t.lsps[i].prefixEntries();
-        for (const LinkPlan& l : t.lsps[i].links) {
-            mt2 += l.mtId == 2;
-            lan += l.neighbor.isPnodeId();
-        }
-    }
-    EXPECT_TRUE(neighbors > 7 * 400u && neighbors < 9.5 * 400 && mt2 > 0 && lan > 0) << neighbors;
-    EXPECT_TRUE(prefixes > 18 * 400u && prefixes < 22 * 400u) << prefixes;
-    EXPECT_TRUE(std::all_of(t.lsps.begin() + t.routers, t.lsps.end(),
-                            [](const LspPlan& p) { return p.isPseudonode() && p.links.size() >= 3; }));
     const auto bytes = [](std::uint64_t seed) {
         std::ostringstream os;
         writePcap(os, encodeTopology(generate(30, seed)), 2);

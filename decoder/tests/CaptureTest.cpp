@@ -1,6 +1,6 @@
-// Decoding captured LSPs: the lab's FRR traffic, the crafted files and
-// lspgen's databases, checked against the independent decodes beside them
-// (frames.tsv from tshark, the crafted manifest).
+// Decoding captured LSPs: the lab's FRR traffic and the crafted files,
+// checked against the independent decodes beside them (frames.tsv from
+// tshark, the crafted manifest).
 
 #include <gtest/gtest.h>
 
@@ -144,48 +144,6 @@ TEST(DecoderCapture, EveryCraftedInvalidLspIsRejectedForTheManifestsDefect) {
         const auto r = decodeLsp(pdus.at(frame - 1));
         ASSERT_FALSE(r.ok()) << frame;
         EXPECT_EQ(r.error().reason, byDefect.at(defect)) << frame << ": " << r.error().message();
-    }
-}
-
-// lspgen's (BNG Blaster) two synthetic 1,000-node databases: one frame each
-// decodes to tshark's counts, and the keeper ends with the topology the
-// generator describes, each link seen from both ends.
-TEST(DecoderCapture, LspgenDatabasesDecodeWhole) {
-    const struct {
-        const char* file;
-        std::size_t lsps, externals, frame;
-        const char* counted;  // host, neighbors, prefixes of that frame, as tshark counts them
-    } files[] = {{"lspgen/isis-1k.pcap", 1000, 0, 0, "node432 4 10"},
-                 {"lspgen/isis-1k-dense.pcap", 1922, 40, 2, "node185 1 84"}};
-    for (const auto& file : files) {
-        SCOPED_TRACE(file.file);
-        LspKeeper keeper(IC::igpLevelIsisLevel2);
-        const auto pdus = readPdus(file.file);
-        for (std::size_t i = 0; i < pdus.size(); ++i) {
-            const auto r = decodeLsp(pdus[i]);
-            ASSERT_TRUE(r.ok()) << "frame " << i + 1 << ": " << r.error().message();
-            EXPECT_EQ(r.lsp().header.level, 2);  // from the PDU type, although sent to the level-1 address
-            const auto& c = *r.lsp().content;
-            if (i == file.frame) {
-                EXPECT_EQ(cat(c.node()->hostName(), " ", c.neighbor().size(), " ", c.prefix().size()),
-                          file.counted);
-            }
-            EXPECT_EQ(keeper.receive(r.lsp()), LspKeeper::Outcome::installed);
-        }
-        EXPECT_EQ(keeper.fragmentCount(), file.lsps);
-        ASSERT_EQ(keeper.database()->lspCount(), 1000u);
-        std::set<std::pair<std::string, std::string>> links;
-        for (const auto& e : keeper.database()->lsp()) {
-            // A /31 and a /127 per link, a loopback of each family, the externals.
-            EXPECT_EQ(e->prefix().size(), 2 * (e->neighbor().size() + 1 + file.externals));
-            for (const auto& nb : e->neighbor()) {
-                links.emplace(nodeIdText(e->nodeId()), nodeIdText(nb.value->key().nodeId()));
-            }
-        }
-        EXPECT_EQ(links.size(), 4000u);  // average degree 4
-        for (const auto& [a, b] : links) {
-            EXPECT_TRUE(links.count({b, a})) << a << " lists " << b << ", not the reverse";
-        }
     }
 }
 
