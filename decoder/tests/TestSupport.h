@@ -186,9 +186,7 @@ inline void addNodeLines(const IC::Node& n, Lines& out) {
     if (const auto& c = n.srCapabilities()) {
         out.insert(cat("srgb I", c->srCapFlag().mplsIpv4(), " V", c->srCapFlag().mplsIpv6(), ranges(*c)));
     }
-    if (const auto& c = n.srlb()) {
-        out.insert("srlb" + ranges(*c));
-    }
+    put(bool(n.srlb()), n.srlb() ? "srlb" + ranges(*n.srlb()) : "");
     if (const auto& msds = n.msdCol()) {
         for (std::uint32_t p = msds->lowerBound(); p < msds->upperBound(); ++p) {
             out.insert(cat("msd ", unsigned{msds->msd(p).msdType()}, ":", unsigned{msds->msd(p).msdValue()}));
@@ -249,24 +247,18 @@ inline std::string neighborLine(const IC::Neighbor& n) {
 inline std::string prefixLine(const IC::Prefix& p) {
     std::string s = cat("pfx ", p.prefixKey().prefix(), " mt", p.prefixKey().mtId().value());
     s += p.hasValidReachability() ? cat(" m", p.metric()) : std::string(" unreachable");
-    if (p.flags().isisDown()) {
-        s += " down";
-    }
-    if (p.prefixSid().isValid()) {
-        s += cat(" sid=", p.prefixSid().value(), "/", hex(p.prefixSid().flags()));
-    }
+    s += p.flags().isisDown() ? " down" : "";
+    s += p.prefixSid().isValid() ? cat(" sid=", p.prefixSid().value(), "/", hex(p.prefixSid().flags())) : "";
     for (auto it = p.prefixMetric()->metric().begin(); it != p.prefixMetric()->metric().end(); ++it) {
         s += cat(" fa", unsigned{it->first}, "=", it->second);
     }
     if (const auto& b = p.sidLabelBinding()) {
         s += cat(" bind=", IC::SidLabelBinding::flagsToStrep(b->flags()), "/r", b->range(), "/f",
                  unsigned{b->lspFragmentId()});
-        if (b->baseLabelSid().isValid()) {
-            s += cat(b->baseLabelSid().hasMplsLabel() ? "/label=" : "/index=", b->baseLabelSid().value());
-        }
-        if (b->basePrefixSid().isValid()) {
-            s += cat("/psid=", b->basePrefixSid().value(), "/", hex(b->basePrefixSid().flags()));
-        }
+        const auto& l = b->baseLabelSid();
+        const auto& sid = b->basePrefixSid();
+        s += l.isValid() ? cat(l.hasMplsLabel() ? "/label=" : "/index=", l.value()) : "";
+        s += sid.isValid() ? cat("/psid=", sid.value(), "/", hex(sid.flags())) : "";
     }
     return s;
 }

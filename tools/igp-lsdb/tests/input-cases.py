@@ -1,8 +1,6 @@
 #!/usr/bin/env python3
-"""igp-lsdb on captures made on the spot, standard input, or an output that fails: each case compares
-the tool with its own output for an equivalent whole capture, so that nothing read before a cut,
-through a pipe or through gzip is lost or added.   input-cases.py TOOL SCRATCH_DIR CASE  (from the root)
-"""
+"""igp-lsdb on captures made on the spot, standard input, or a failing output, compared with its output for
+the equivalent whole capture.   input-cases.py TOOL SCRATCH_DIR CASE  (from the repository root)"""
 import gzip
 import os
 import struct

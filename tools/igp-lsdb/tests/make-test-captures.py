@@ -92,8 +92,7 @@ def replaced(frame, old, new):  # the LSP again, one sequence number later, `old
 
 
 def narrowed_csnp(frame, range_end, unlisted):
-    """The CSNP covering LSP IDs up to `range_end`, without `unlisted`, in two LSP entries TLVs
-    (ISO 10589 9.10: a 33-octet header, the end LSP ID at octets 25 to 32)."""
+    """The CSNP up to `range_end` without `unlisted`, in two TLVs 9 (ISO 10589 9.10: end LSP ID at 25-32)."""
     pdu, entries, at = frame[17:], [], frame[18]
     while at < len(pdu):
         if pdu[at] == 9:
