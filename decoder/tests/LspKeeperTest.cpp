@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <numeric>
 
 #include "IgpCommon/platform/Umbo.h"
@@ -172,34 +173,26 @@ Enc fragmentTlvs(unsigned f, bool stale) {
         return (f == 0 ? Enc().tlv(137, Enc{'o', 'l', 'd'}) : Enc())
             .raw(Enc().tlv(135, Enc().u32(1).u8(24).raw({10, third, 9})));
     }
+    const Enc shared = Enc().tlv(135, Enc().u32(5).u8(24).raw({192, 0, 2})),
+              link = Enc().tlv(22, Enc().isEntry(3, 10));
+    const std::map<unsigned, Enc> extra = {
+        {0, Enc().tlv(1, Enc{3, 0x49, 0, 1})},
+        {130, Enc().tlv(1, Enc{3, 0x49, 0, 2})},
+        {9, Enc().tlv(137, Enc{'r', '9'})},
+        {4, Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1}).tlv(8, Enc{10, 255, 0, 2})))},
+        // RFC 5307 1.4, numbered: the link of fragment 4
+        {250,
+         Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0, 1, 10, 255, 0, 1, 10, 255, 0, 2}.u32(77))},
+        {6, Enc().tlv(22, Enc().isEntry(4, 10, Enc().tlv(12, Enc().raw(local6))))},
+        // RFC 6119 4.3: IPv6, the link of fragment 6 by its interface address
+        {252,
+         Enc().tlv(139, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 4, 0, 1}.raw(local6).raw(Bytes(16, 2)).u32(200))},
+        {17, shared},
+        {33, shared},
+        {60, link},
+        {61, link}};
     Enc e = Enc().tlv(135, Enc().u32(f + 1).u8(24).raw({10, third, 1}));
-    switch (f) {
-        case 0:
-            return e.tlv(1, Enc{3, 0x49, 0, 1});
-        case 130:
-            return e.tlv(1, Enc{3, 0x49, 0, 2});
-        case 9:
-            return e.tlv(137, Enc{'r', '9'});
-        case 4:
-            return e.tlv(22,
-                         Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1}).tlv(8, Enc{10, 255, 0, 2})));
-        case 250:  // RFC 5307 1.4, numbered: the link of fragment 4
-            return e.tlv(138,
-                         Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0, 1, 10, 255, 0, 1, 10, 255, 0, 2}.u32(77));
-        case 6:
-            return e.tlv(22, Enc().isEntry(4, 10, Enc().tlv(12, Enc().raw(local6))));
-        case 252:  // RFC 6119 4.3: IPv6, the link of fragment 6 by its interface address
-            return e.tlv(139,
-                         Enc{0x19, 0x21, 0x68, 0x00, 0x10, 4, 0, 1}.raw(local6).raw(Bytes(16, 2)).u32(200));
-        case 17:
-        case 33:
-            return e.tlv(135, Enc().u32(5).u8(24).raw({192, 0, 2}));
-        case 60:
-        case 61:
-            return e.tlv(22, Enc().isEntry(3, 10));
-        default:
-            return e;
-    }
+    return extra.count(f) ? e.raw(extra.at(f)) : e;
 }
 
 // The database of one PDU carrying the TLVs of the given fragments in order.
