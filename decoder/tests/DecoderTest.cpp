@@ -128,6 +128,8 @@ Bytes one(unsigned type, const Enc& value) {
     return buildLsp(Enc().tlv(type, value));
 }
 
+// The crafted-invalid capture's defects (a cut header or PDU, overruns, bad
+// prefix lengths) are pinned by the tool's outputs for it; these are the rest.
 TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
     // TLVs start at offset 27; a TLV's value at 29.
     const Enc nbr = Enc().raw(nbrId(2)).u24(10);
@@ -139,23 +141,11 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         std::uint8_t tlv;
         std::size_t offset;
     } cases[] = {
-        {"header cut",
-         [] {
-             Bytes p = buildLsp(Enc());
-             p.resize(20);
-             return p;
-         }(),
-         Reason::truncatedHeader, 0, 20},
         {"discriminator", broken(Enc(), [](Bytes& p) { p[0] = 0x82; }), Reason::badHeader, 0, 0},
         {"ID length 4", broken(Enc(), [](Bytes& p) { p[3] = 4; }), Reason::badHeader, 0, 3},
         {"CSNP type", broken(Enc(), [](Bytes& p) { p[4] = 24; }), Reason::badHeader, 0, 4},
         {"PDU length short", broken(Enc(), [](Bytes& p) { p[9] = 26; }), Reason::badPduLength, 0, 8},
-        {"PDU length long", broken(Enc().tlv(137, Enc{'a'}), [](Bytes& p) { p[9] += 1; }),
-         Reason::truncatedPdu, 0, 8},
-        {"TLV overrun", broken(Enc().tlv(137, Enc{'a', 'b'}), [](Bytes& p) { p[28] = 3; }),
-         Reason::tlvOverrun, 137, 27},
         {"lone type octet", buildLsp(Enc().tlv(137, Enc{'a'}).u8(1)), Reason::tlvOverrun, 1, 30},
-        {"sub-TLV block overrun", one(22, Enc(nbr).u8(4).tlv(3, Enc{1})), Reason::subTlvOverrun, 22, 39},
         {"sub-TLV overrun", one(22, Enc(nbr).u8(4).raw({3, 4, 0, 0})), Reason::subTlvOverrun, 22, 40},
         {"IS entry short", one(22, Enc().raw(nbrId(2)).u16(1)), Reason::truncatedEntry, 22, 29},
         {"admin group 3 octets", one(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1})), Reason::badLength, 22, 40},
@@ -166,12 +156,7 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"MT odd", one(229, Enc{0, 2, 0}), Reason::badLength, 229, 27},
         {"narrow IS count", one(2, Enc{0}.raw(nbrId(2))), Reason::badLength, 2, 27},
         {"narrow IP count", one(128, Enc{10, 0, 0, 0, 10, 0, 0, 0}), Reason::badLength, 128, 27},
-        {"prefix length 33", one(135, Enc().u32(1).u8(33).raw({1, 2, 3, 4, 5})), Reason::badPrefixLength, 135,
-         29},
-        {"v6 prefix length 129", one(236, Enc().u32(1).u8(0).u8(129)), Reason::badPrefixLength, 236, 29},
         {"prefix octets missing", one(135, Enc().u32(1).u8(24).raw({10, 1})), Reason::truncatedEntry, 135,
-         29},
-        {"S bit without length", one(135, Enc().u32(1).u8(0x40 | 8).raw({10})), Reason::truncatedEntry, 135,
          29},
         {"v6 S bit without length", one(236, Enc().u32(1).u8(0x20).u8(0)), Reason::truncatedEntry, 236, 29},
         {"prefix SID V without L",
