@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <tuple>
 
 #include "IsisDecoder/Decoder.h"
 #include "IsisDecoder/LspKeeper.h"
@@ -39,12 +40,7 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
             .tlv(31, Enc{0x80, 7}.u32(123456))                                     // F flag, index
             .tlv(32, Enc{0x30, 1}.raw({0x19, 0x21, 0x68, 0x00, 0x10, 9}).u24(16))  // 6-octet system ID
             .tlv(33, Enc().u32(0xFF0005DC));  // A bit, reserved bits ignored, 1500 us
-    const struct {
-        const char* what;
-        LspFields header;
-        Enc tlvs;
-        Lines lines;
-    } cases[] = {
+    const std::tuple<const char*, LspFields, Enc, Lines> cases[] = {
         {"links",
          {},
          Enc()
@@ -74,11 +70,11 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
          {"flags ol=0 att=0", "srgb I1 V1 16000/8000", "srlb 15000/1000",
           "fad 128 m1 c0 p200 ex=[] any=[] all=[] srlg=[]"}},
     };
-    for (const auto& c : cases) {
-        const auto r = decodeLsp(buildLsp(c.header, c.tlvs));
-        ASSERT_TRUE(r.ok()) << c.what << ": " << r.error().message();
-        expectSameLines(c.lines, linesOf(*r.lsp().content), c.what);
-        if (c.header.fragment == 1) {  // what the keeper needs to unite fragments
+    for (const auto& [what, header, tlvs, lines] : cases) {
+        const auto r = decodeLsp(buildLsp(header, tlvs));
+        ASSERT_TRUE(r.ok()) << what << ": " << r.error().message();
+        expectSameLines(lines, linesOf(*r.lsp().content), what);
+        if (header.fragment == 1) {  // what the keeper needs to unite fragments
             const auto& content = *r.lsp().content;
             EXPECT_EQ(content.parsedSrCapFragId(), 1);
             EXPECT_EQ(content.parsedSrlbFragId(), 1);
@@ -134,13 +130,7 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
     // TLVs start at offset 27; a TLV's value at 29.
     const Enc nbr = Enc().raw(nbrId(2)).u24(10);
     const Enc cap = Enc{1, 2, 3, 4, 0};
-    const struct {
-        const char* name;
-        Bytes pdu;
-        Reason reason;
-        std::uint8_t tlv;
-        std::size_t offset;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, Reason, unsigned, std::size_t> cases[] = {
         {"discriminator", broken(Enc(), [](Bytes& p) { p[0] = 0x82; }), Reason::badHeader, 0, 0},
         {"ID length 4", broken(Enc(), [](Bytes& p) { p[3] = 4; }), Reason::badHeader, 0, 3},
         {"CSNP type", broken(Enc(), [](Bytes& p) { p[4] = 24; }), Reason::badHeader, 0, 4},
@@ -181,12 +171,12 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"flex metric 4", one(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(6).tlv(6, Enc{128, 0, 0, 1})),
          Reason::badLength, 135, 36},
     };
-    for (const auto& c : cases) {
-        const auto r = decodeLsp(c.pdu);
-        ASSERT_FALSE(r.ok()) << c.name;
+    for (const auto& [name, pdu, reason, tlv, offset] : cases) {
+        const auto r = decodeLsp(pdu);
+        ASSERT_FALSE(r.ok()) << name;
         EXPECT_EQ(cat(unsigned(r.error().reason), " ", unsigned{r.error().tlv}, " ", r.error().offset),
-                  cat(unsigned(c.reason), " ", unsigned{c.tlv}, " ", c.offset))
-            << c.name << ": " << r.error().message();
+                  cat(unsigned(reason), " ", tlv, " ", offset))
+            << name << ": " << r.error().message();
     }
 }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "IsisDecoder/Decoder.h"
 #include "IsisDecoder/Frame.h"
 #include "TestSupport.h"
@@ -69,17 +71,14 @@ TEST(Frame, EveryWrappingYieldsThePduOrItsReason) {
 
 TEST(Frame, PduKindsFollowTheType) {
     // The top three bits of the type are reserved and do not change it.
-    const struct {
-        std::uint8_t type;
-        PduKind kind;
-        unsigned level;
-    } kinds[] = {{15, PduKind::hello, 0}, {17, PduKind::hello, 0},     {18, PduKind::lsp, 1},
-                 {20, PduKind::lsp, 2},   {24, PduKind::snp, 0},       {27, PduKind::snp, 0},
-                 {19, PduKind::other, 0}, {0xE0 | 20, PduKind::lsp, 2}};
-    for (const auto& k : kinds) {
-        const Bytes pdu = {0x83, 27, 1, 0, k.type};
-        EXPECT_EQ(pduKind(pdu), k.kind) << int{k.type};
-        EXPECT_EQ(lspLevel(pdu), k.level) << int{k.type};
+    const std::tuple<std::uint8_t, PduKind, unsigned> kinds[] = {
+        {15, PduKind::hello, 0}, {17, PduKind::hello, 0},     {18, PduKind::lsp, 1},
+        {20, PduKind::lsp, 2},   {24, PduKind::snp, 0},       {27, PduKind::snp, 0},
+        {19, PduKind::other, 0}, {0xE0 | 20, PduKind::lsp, 2}};
+    for (const auto& [type, kind, level] : kinds) {
+        const Bytes pdu = {0x83, 27, 1, 0, type};
+        EXPECT_EQ(pduKind(pdu), kind) << int{type};
+        EXPECT_EQ(lspLevel(pdu), level) << int{type};
     }
     EXPECT_EQ(pduKind(Bytes{0x83, 27, 1, 0}), PduKind::other);
     EXPECT_EQ(pduKind(Bytes{0x82, 27, 1, 0, 18}), PduKind::other);  // ES-IS, not IS-IS

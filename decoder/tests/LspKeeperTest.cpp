@@ -213,9 +213,9 @@ std::string unionDump(const std::vector<unsigned>& fragments) {
 TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
     LspKeeper k(IC::igpLevelIsisLevel2);
     const auto send = [&](unsigned f, std::uint32_t seq, bool stale, std::uint16_t lifetime = 1199) {
-        const auto number = static_cast<std::uint8_t>(f);
-        return k.receivePdu(
-            pdu(number, seq, lifetime == 0 ? Enc() : fragmentTlvs(f, stale), lifetime, f == 0 ? 0x03 : 0x07));
+        return k.receivePdu(pdu(static_cast<std::uint8_t>(f), seq,
+                                lifetime == 0 ? Enc() : fragmentTlvs(f, stale), lifetime,
+                                f == 0 ? 0x03 : 0x07));
     };
     std::vector<unsigned> held(256);
     std::iota(held.begin(), held.end(), 0u);

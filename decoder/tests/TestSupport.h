@@ -13,7 +13,6 @@
 #include <iterator>
 #include <set>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -36,10 +35,8 @@ inline std::string dataPath(const std::string& name) {
 
 inline std::string readText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error("cannot open " + path);
-    }
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(in) << "cannot open " << path;
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 // Appends big-endian fields; chainable so a TLV reads like its layout.
