@@ -143,7 +143,8 @@ TEST(RouteTable, LevelOnePrefersAreaRoutesToLeakedOnesAndDefaultsToTheNearestUsa
     down.isisDownIs(true);
     d.prefix(2, net(0xC0000200u, 24), 1).flagsIs(down);
     d.prefix(3, net(0xC0000200u, 24), 50);
-    // 2 and 3 are attached; 4 is nearer but overloaded.
+    // 2 and 3 are attached; 4 is nearer but overloaded; 2 also advertises a default route.
+    d.prefix(2, net(0, 0), 0);
     d.flags(2, false, true);
     d.flags(3, false, true);
     d.flags(4, true, true);
@@ -151,7 +152,6 @@ TEST(RouteTable, LevelOnePrefersAreaRoutesToLeakedOnesAndDefaultsToTheNearestUsa
     EXPECT_EQ(text(t.route(net(0xC0000200u, 24))), "80 via 3 from 3");
     EXPECT_EQ(text(t.route(net(0, 0))), "10 via 2 from 2 default");
     // An attached root derives none: only 2's own advertisement is left.
-    d.prefix(2, net(0, 0), 0);
     d.flags(1, false, true);
     EXPECT_EQ(text(t.route(net(0, 0))), "10 via 2 from 2");
 }
