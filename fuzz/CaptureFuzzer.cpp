@@ -32,8 +32,6 @@ public:
         }
     }
     ~MemoryFile() { ::close(fd_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
 
     std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
 

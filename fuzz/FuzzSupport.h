@@ -1,14 +1,11 @@
-// What the fuzz targets share: a failed check prints what broke and traps, so that libFuzzer keeps
-// the input as a crash; the allocation trackers' census shows what an operation left alive; the
-// PDU-record input of the decoder and render targets; entries of two databases compared through
-// the attribute descriptions.
+// What the fuzz targets share: checks that trap (libFuzzer keeps the input as a crash), the census
+// of live objects, the PDU-record input, entries of two databases compared through the descriptions.
 #pragma once
 
 #include <concepts>
 #include <cstdint>
 #include <cstdio>
 #include <span>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -40,37 +37,13 @@ void check(bool ok, std::string_view what, Detail&& detail = {}) {
     }
 }
 
-/// Live objects per tracked type, in registration order.
-struct Census {
-    std::vector<std::uint64_t> live;
-
-    static Census now() {
-        Census c;
-        Drimm::AllocTracker::forEach([&c](const Drimm::AllocTracker& t) { c.live.push_back(t.live()); });
-        return c;
-    }
-    /// The types whose count differs from `before` (a type registered since counts from zero).
-    std::string differenceFrom(const Census& before) const {
-        std::string out;
-        std::size_t i = 0;
-        Drimm::AllocTracker::forEach([&](const Drimm::AllocTracker& t) {
-            const std::uint64_t was = i < before.live.size() ? before.live[i] : 0;
-            if (i < live.size() && live[i] != was) {
-                out += t.typeName() + " " + std::to_string(was) + " -> " + std::to_string(live[i]) + "; ";
-            }
-            ++i;
-        });
-        return out;
-    }
-};
-
 /// Runs `body` and checks that it left no tracked object alive.
 template <std::invocable Body>
 void leavesNothingAlive(std::string_view what, Body&& body) {
-    const Census before = Census::now();
+    const std::uint64_t before = Drimm::AllocTracker::totalLive();
     std::forward<Body>(body)();
-    const std::string left = Census::now().differenceFrom(before);
-    check(left.empty(), what, left);
+    const std::uint64_t after = Drimm::AllocTracker::totalLive();
+    check(after == before, what, [&] { return std::to_string(after - before) + " more objects alive"; });
 }
 
 /// Calls `f(pdu)` for each record after the mode byte: a 2-byte big-endian length and that many
@@ -97,50 +70,33 @@ void forEachPdu(std::span<const std::uint8_t> input, F&& f) {
     }
 }
 
-inline std::string formatted(const Routing::IgpCommon::Node& n) {
-    std::ostringstream os;
-    n.formatContent(os);
-    return os.str();
-}
-
-/// The members of one keyed collection of two entries, each equal by its descriptions.
-template <class Coll, class Find>
-bool sameMembers(const Coll& a, const Coll& b, Find&& find, std::string& why) {
-    if (a.size() != b.size()) {
-        why = "member count";
-        return false;
-    }
-    for (auto it = a.begin(); it != a.end(); ++it) {
-        const auto theirs = find(it->key);
-        if (!theirs) {
-            why = "a member missing";
-            return false;
-        }
-        if (const auto attr = Kest::firstDifference(*it->value, *theirs); !attr.empty()) {
-            why = std::string(attr) + " of a member";
-            return false;
-        }
-    }
-    return true;
-}
-
-/// Two entries (or absences) of different databases hold equal nodes (as printed), neighbors and
-/// prefixes; `why` names the first difference.
+/// Two entries (or absences) of different databases hold equal nodes, neighbors and prefixes; `why`
+/// names the first difference.
 inline bool sameEntry(const Routing::IgpCommon::IgpLsp* a, const Routing::IgpCommon::IgpLsp* b,
                       std::string& why) {
     if (a == nullptr || b == nullptr) {
         why = "present in one only";
         return a == b;
     }
+    const auto members = [&](const auto& mine, const auto& theirs, const auto& find) {
+        bool same = mine.size() == theirs.size();
+        for (auto it = mine.begin(); same && it != mine.end(); ++it) {
+            const auto other = find(it->key);
+            same = other && Kest::sameAttrs(*it->value, *other);
+        }
+        return same;
+    };
+    why = "node";
     if ((a->node() == nullptr) != (b->node() == nullptr) ||
-        (a->node() && formatted(*a->node()) != formatted(*b->node()))) {
-        why = "node";
+        (a->node() && !Kest::sameAttrs(*a->node(), *b->node()))) {
         return false;
     }
-    return sameMembers(
-               a->neighbor(), b->neighbor(), [&](const auto& k) { return b->neighbor(k); }, why) &&
-           sameMembers(
-               a->prefix(), b->prefix(), [&](const auto& k) { return b->prefix(k); }, why);
+    why = "neighbors";
+    if (!members(a->neighbor(), b->neighbor(), [&](const auto& k) { return b->neighbor(k); })) {
+        return false;
+    }
+    why = "prefixes";
+    return members(a->prefix(), b->prefix(), [&](const auto& k) { return b->prefix(k); });
 }
 
 }  // namespace IgpFuzz

@@ -7,7 +7,6 @@
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "Changes.h"
 #include "Escape.h"
@@ -17,7 +16,6 @@
 #include "Lsdb.h"
 #include "NodeFilter.h"
 #include "Report.h"
-#include "Views.h"
 
 namespace {
 
@@ -146,23 +144,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(IgpLsdb::Json::accept(IgpLsdb::jsonText(IgpLsdb::statsJson(lsdb, {}, all, names), true)),
           "the statistics' JSON does not parse");
 
-    // The router-style views: one summary line per held fragment under each level's two header lines.
-    const IgpLsdb::Selection everything;
-    std::ostringstream summary;
-    IgpLsdb::printSummary(summary, lsdb, everything, names);
-    std::size_t fragments = 0;
-    for (const unsigned level : lsdb.levels()) {
-        fragments += lsdb.keeper(level).fragmentCount();
-    }
-    check(
-        cleanUtf8(summary.str(), "\n") && count(summary.str(), '\n') == 2 * lsdb.levels().size() + fragments,
-        "the summary is not one clean line per fragment", [&] { return summary.str(); });
-    std::ostringstream detail;
-    IgpLsdb::printDetail(detail, lsdb, everything, names);
-    check(cleanUtf8(detail.str(), "\n"), "the detail view holds a control character or invalid UTF-8",
-          [&] { return detail.str(); });
-    check(IgpLsdb::Json::accept(IgpLsdb::jsonText(IgpLsdb::summaryJson(lsdb, everything, names), true)) &&
-              IgpLsdb::Json::accept(IgpLsdb::jsonText(IgpLsdb::detailJson(lsdb, everything, names), true)),
-          "the summary's or the detail's JSON does not parse");
     return 0;
 }

@@ -1,18 +1,11 @@
-// Every text reader against arbitrary text: the first byte picks the type, the rest is the text.
-// A reader returns a value or throws the parse or range exception; what reads prints to a text that
-// reads back; a failed read leaves no object alive (README.md).
-// IGPCOMMON_FUZZ_WRITE_SEEDS=DIR writes the seed corpus (one canonical text per type) to DIR and exits.
+// Every text reader against arbitrary text: the first byte picks the type, the rest is the text
+// (README.md lists the checks).
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <tuple>
 #include <type_traits>
-#include <vector>
 
 #include "FuzzSupport.h"
 #include "IgpCommon/IgpLsp.h"
@@ -24,9 +17,9 @@ using Routing::IgpCommon::detail::NeighborAttrsPresent;
 using Routing::IgpCommon::detail::SidLabelBindingFlags;
 using Routing::IgpCommon::detail::SidLabelBindingFlagsBitsMask;
 
-// Every type that Kest::strepToValue reads. The seed writer and the fuzzer index this one list,
-// so a type added here gets its seed and its share of the inputs. IgpNodeId and NeighborKey hold
-// collections and have no reader: asking for one stops the process, as their headers say.
+// Every type that Kest::strepToValue reads; the first input byte indexes this list (the seed of type
+// I starts with byte I). IgpNodeId and NeighborKey hold collections and have no reader: asking for
+// one stops the process, as their headers say.
 using Readable =
     std::tuple<bool, std::uint8_t, std::int32_t, std::uint64_t, Lumo::IpAddr, Lumo::Ip6Addr, Lumo::IpGenAddr,
                Lumo::IpGenPrefix, Lumo::MplsLabel, Routing::Isis::SystemId, Routing::Isis::AreaId,
@@ -100,71 +93,7 @@ void dispatch(std::size_t index, const std::string& text) {
     }
 }
 
-// A value of each type with every attribute set away from its default where that is easy, so
-// that each seed shows the whole shape of its form.
-template <class T>
-T sample() {
-    if constexpr (std::is_same_v<T, bool>) {
-        return true;
-    } else if constexpr (std::is_integral_v<T>) {
-        return static_cast<T>(100);
-    } else if constexpr (std::is_same_v<T, IgpLevel>) {
-        return igpLevelIsisLevel2;
-    } else if constexpr (std::is_same_v<T, IgpProto>) {
-        return igpProtoIsis;
-    } else if constexpr (std::is_same_v<T, SidLabelBindingFlagsBitsMask>) {
-        return detail::floodBitMask;
-    } else if constexpr (std::is_same_v<T, Lumo::IpAddr>) {
-        return Lumo::IpAddr(0x0a010203u);
-    } else if constexpr (std::is_same_v<T, Lumo::Ip6Addr>) {
-        return read<T>("2001:db8::1:0:0:1");
-    } else if constexpr (std::is_same_v<T, Lumo::IpGenAddr>) {
-        return read<T>("fe80::1");
-    } else if constexpr (std::is_same_v<T, Lumo::IpGenPrefix>) {
-        return read<T>("10.1.0.0/16");
-    } else if constexpr (std::is_same_v<T, Lumo::MplsLabel>) {
-        return Lumo::MplsLabel(16001);
-    } else if constexpr (std::is_same_v<T, Routing::Isis::SystemId>) {
-        return Routing::Isis::SystemId({0x19, 0x21, 0x68, 0x00, 0x10, 0x01});
-    } else if constexpr (std::is_same_v<T, Routing::Isis::AreaId>) {
-        return read<T>("49.0001");
-    } else if constexpr (std::is_same_v<T, IgpMultiTopologyId>) {
-        return IgpMultiTopologyId(2);
-    } else if constexpr (std::is_same_v<T, Poldo::Ptr<IgpFlexAlgoEag>>) {
-        return read<T>("[1, 4294967295]");
-    } else if constexpr (std::is_same_v<T, Poldo::Ptr<IgpFlexAlgoSrlg>>) {
-        return read<T>("[7, 9]");
-    } else if constexpr (requires { T::checked(std::uint64_t{T::max}); }) {
-        return T::checked(T::max);
-    } else {
-        return T();
-    }
-}
-
-void writeSeeds(const std::filesystem::path& dir) {
-    std::filesystem::create_directories(dir);
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-        (
-            [&] {
-                const std::string text = Kest::strep(sample<std::tuple_element_t<I, Readable>>());
-                std::ofstream out(dir / ("type" + std::to_string(I)), std::ios::binary);
-                out.put(static_cast<char>(I));
-                out << text;
-            }(),
-            ...);
-    }
-    (std::make_index_sequence<readableCount>{});
-}
-
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    if (const char* dir = std::getenv("IGPCOMMON_FUZZ_WRITE_SEEDS")) {
-        writeSeeds(dir);
-        std::exit(0);
-    }
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {

@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets (fuzz preset, build/fuzz) and runs each for SECONDS seconds from its
-# committed seeds alone (the inputs it finds stay in build/fuzz/corpus/<target> until the next run).
-# Fails on the first finding (input kept in build/fuzz/findings/), and if a target found no input
-# beyond its seeds: one that only replays its seeds explores nothing. FUZZ_ARGS adds libFuzzer options.
+# Builds the fuzz targets and runs each for SECONDS seconds from its committed seeds (README.md).
+# Fails on a finding, or when a target found no input beyond its seeds. FUZZ_ARGS adds libFuzzer options.
 #   fuzz/run.sh SECONDS [TARGET...]      TARGET: text, merge, decoder, capture, render (default: all)
 set -euo pipefail
 
@@ -36,9 +34,7 @@ for t in "${targets[@]}"; do
     seeds=$(find "$seedDir" -type f | wc -l)
     echo "== igpcommon_fuzz_$t: ${seconds}s from $seeds seeds"
     case $t in
-        # A merge program needs room for many steps. Its inputs reach many rarely recurring features,
-        # and libFuzzer scans its list of rare ones per feature reached: with the default threshold
-        # (255) that list grew long and the scan took most of the time.
+        # A merge program needs room for many steps; the threshold: README.md.
         merge) sizing=(-max_len=2048 -len_control=0 -entropic_feature_frequency_threshold=32) ;;
         # A decoder input holds a few PDUs.
         decoder | render) sizing=(-max_len=16384) ;;

@@ -1,8 +1,7 @@
-// The process hash seed: random per process, fixed by IGPCOMMON_HASH_SEED, and what it buys: keys
-// found to collide under one seed are scattered under another. A seed is chosen when the library
-// loads, so the process properties run in fresh processes: the "threadsafe" death-test style
-// re-executes this binary with the environment of the moment, and the child writes what it saw to
-// a file that the parent reads back.
+// The process hash seed: random per process, fixed by IGPCOMMON_HASH_SEED, and keys found to collide
+// under one seed scatter under another. The seed is chosen when the library loads, so the process
+// properties run in fresh processes ("threadsafe" death tests re-execute this binary) that write
+// what they saw to a file.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -24,85 +23,63 @@ namespace {
 
 using namespace Routing::IgpCommon;  // NOLINT(google-build-using-namespace)
 
-IgpNodeId nodeId(std::uint8_t a, std::uint8_t b, std::uint8_t c) {
-    const std::array<std::uint8_t, 7> bytes{0x19, 0x21, 0x68, a, b, c, 0};
+IgpNodeId nodeId(std::uint32_t i) {
+    std::array<std::uint8_t, 7> bytes{0x19, 0x21, 0x68};
+    for (unsigned b = 0; b < 3; ++b) {
+        bytes[3 + b] = static_cast<std::uint8_t>(i >> (16 - 8 * b));
+    }
     return IgpNodeId::fromBytes(bytes.data());
 }
 
-/// Runs `body` in a fresh process of this binary with the seed variable set to `seed` (unset for
-/// null; a malformed one must kill it with `death`) and returns what it wrote.
+/// What `body` returns in a fresh process with the seed variable set to `seed` (unset for null).
 template <class Body>
-std::string inFreshProcess(const char* seed, Body body, const std::string& death = "") {
+std::string inFreshProcess(const char* seed, Body body) {
     static int call = 0;
     ::setenv("IGPCOMMON_TEST_PARENT", std::to_string(::getpid()).c_str(), 0);  // the child's file name
     const std::string path = ::testing::TempDir() + "igpcommon-seed-" + std::getenv("IGPCOMMON_TEST_PARENT") +
                              "-" + std::to_string(call++);
-    const std::string savedStyle = GTEST_FLAG_GET(death_test_style);
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const char* old = std::getenv("IGPCOMMON_HASH_SEED");
-    const std::string saved = old != nullptr ? old : "";
     seed != nullptr ? ::setenv("IGPCOMMON_HASH_SEED", seed, 1) : ::unsetenv("IGPCOMMON_HASH_SEED");
-    if (death.empty()) {
-        EXPECT_EXIT(
-            {
-                std::ofstream(path) << body();
-                std::_Exit(0);
-            },
-            ::testing::ExitedWithCode(0), "");
-    } else {
-        EXPECT_DEATH(std::_Exit(0), death) << seed;
-    }
-    old != nullptr ? ::setenv("IGPCOMMON_HASH_SEED", saved.c_str(), 1) : ::unsetenv("IGPCOMMON_HASH_SEED");
-    GTEST_FLAG_SET(death_test_style, savedStyle);
+    EXPECT_EXIT(
+        {
+            std::ofstream(path) << body();
+            std::_Exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    ::unsetenv("IGPCOMMON_HASH_SEED");
     std::ifstream in(path);
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     std::remove(path.c_str());
     return text;
 }
 
-std::uint32_t seed() {
-    return Kest::HashHelper::hashSeed32();
-}
-/// Twelve entries with their nodes and prefixes, inserted in the order of `ids`, dumped.
-std::string dumpOf(std::vector<std::uint8_t> ids) {
+/// Twelve entries with their nodes, inserted in ascending or descending order, dumped.
+template <bool ascending>
+std::string dump() {
     auto db = igpLspDatabaseFactory(igpLevelIsisLevel2);
-    for (const std::uint8_t n : ids) {
-        auto entry = igpLspFactory(nodeId(0, 0x10, n));
+    for (std::uint32_t i = 1; i <= 12; ++i) {
+        auto entry = igpLspFactory(nodeId(ascending ? 0x1000u + i : 0x100du - i));
         entry->nodeIs(nodeFactory(entry->nodeId()));
-        entry->node()->hostNameIs(std::string("r").append(std::to_string(n)));
-        for (std::uint32_t p = 1; p <= 3; ++p) {
-            const PrefixKey k(Lumo::IpGenPrefix(Lumo::IpAddr(0x0a000000u | (n << 8) | p), 32), {});
-            entry->prefixIs(k, prefixFactory(k));
-        }
         db->lspIs(entry);
     }
     auto ctx = Umbo::DumpContext::dumpContextIs();
     db->dumpState(ctx, 0);
     return ctx->text();
 }
-std::string ascending() {
-    return dumpOf({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
-}
 
-// Every process runs before anything is asserted: a child replays the test up to its own call.
-TEST(HashSeedProcessDeathTest, UnsetOrEmptyTheSeedIsRandomAMalformedOneStopsTheProcess) {
-    const std::string seeds[] = {inFreshProcess(nullptr, seed), inFreshProcess(nullptr, seed),
-                                 inFreshProcess("", seed), inFreshProcess("", seed)};
-    for (const char* bad : {"12abc", "-1", "4294967296"}) {
-        inFreshProcess(bad, seed, std::string("IGPCOMMON_HASH_SEED='") + bad + "' is not a hash seed");
-    }
+// Every child replays the test up to its own call, so all of them run before anything is asserted.
+TEST(HashSeedProcessDeathTest, RandomUnlessTheVariableFixesItAndAMalformedOneStopsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::string seeds[] = {inFreshProcess(nullptr, Kest::HashHelper::hashSeed32),
+                                 inFreshProcess("", Kest::HashHelper::hashSeed32)};
+    const std::string one = inFreshProcess("12345", dump<true>);
+    const std::string two = inFreshProcess("12345", dump<false>);
+    const std::string other = inFreshProcess("54321", dump<true>);
+    ::setenv("IGPCOMMON_HASH_SEED", "4294967296", 1);
+    EXPECT_DEATH(std::_Exit(0), "IGPCOMMON_HASH_SEED='4294967296' is not a hash seed");
+    ::unsetenv("IGPCOMMON_HASH_SEED");
     EXPECT_FALSE(seeds[0].empty());
-    EXPECT_NE(seeds[0], seeds[1]);  // two random 32-bit seeds agree once in 2^32
-    EXPECT_NE(seeds[2], seeds[3]);
-}
-
-TEST(HashSeedProcessDeathTest, TheVariableMakesDumpsReproducibleWhateverTheInsertionOrder) {
-    const std::string one = inFreshProcess("12345", ascending);
-    const std::string two = inFreshProcess("12345", [] {
-        return dumpOf({12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1});
-    });
-    const std::string other = inFreshProcess("54321", ascending);
-    EXPECT_NE(one.find("r12"), std::string::npos) << one;
+    EXPECT_NE(seeds[0], seeds[1]);  // unset or empty: random, and two random seeds agree once in 2^32
+    EXPECT_NE(one.find("1921.6800.100c"), std::string::npos) << one;
     EXPECT_EQ(one, two);
     EXPECT_NE(one, other);  // the seed decides the tables' order
 }
@@ -118,36 +95,27 @@ TEST(HashSeed, ParsesWholeDecimalOrHexNumbersOfThirtyTwoBitsOnly) {
     }
 }
 
-// An attacker who knew the seed could pick node ids that share one home bucket, or one full hash,
-// and turn every lookup into a walk over all of them. Found under seed A, they spread under B.
+// Node ids found to share one home slot of a 1024-slot table, or one full hash, under one seed
+// spread under another.
 TEST(HashSeed, NodeIdsCraftedToCollideUnderOneSeedDoNotCollideUnderAnother) {
-    constexpr std::uint32_t lspSalt = 0xA3BE44FEu;  // the database's entry collection
-    const std::uint32_t seedA = 0x1234abcdu ^ lspSalt;
-    const std::uint32_t seedB = 0x1234abceu ^ lspSalt;
-    const auto bucket = [](std::uint32_t hash) { return hash >> 22; };  // home slot in a 1024-slot table
-    std::vector<IgpNodeId> sameBucket;
+    const std::uint32_t seedA = 0x1234abcdu ^ 0xA3BE44FEu;  // the database's entry collection salt
+    const std::uint32_t seedB = seedA ^ 3u;
+    std::vector<IgpNodeId> sameSlot, sameHash;
     std::unordered_map<std::uint32_t, IgpNodeId> byHash;
-    std::vector<IgpNodeId> sameHash;
-    for (std::uint32_t i = 0; i < 255u * 255u * 255u && (sameBucket.size() < 64 || sameHash.empty()); ++i) {
-        const IgpNodeId id =
-            nodeId(static_cast<std::uint8_t>(1 + i % 255), static_cast<std::uint8_t>(1 + i / 255 % 255),
-                   static_cast<std::uint8_t>(1 + i / (255 * 255)));
-        const std::uint32_t h = id.hash(seedA);
-        if (sameBucket.size() < 64 &&
-            (sameBucket.empty() || bucket(h) == bucket(sameBucket[0].hash(seedA)))) {
-            sameBucket.push_back(id);
+    for (std::uint32_t i = 0; sameSlot.size() < 64 || sameHash.empty(); ++i) {
+        const std::uint32_t h = nodeId(i).hash(seedA);
+        if (sameSlot.size() < 64 && (sameSlot.empty() || h >> 22 == sameSlot[0].hash(seedA) >> 22)) {
+            sameSlot.push_back(nodeId(i));
         }
-        if (const auto [it, inserted] = byHash.emplace(h, id); !inserted && sameHash.empty()) {
-            sameHash = {it->second, id};
+        if (const auto [it, inserted] = byHash.emplace(h, nodeId(i)); !inserted && sameHash.empty()) {
+            sameHash = {it->second, nodeId(i)};
         }
     }
-    ASSERT_EQ(sameBucket.size(), 64u);
-    ASSERT_EQ(sameHash.size(), 2u);
-    std::set<std::uint32_t> bucketsUnderB;
-    for (const IgpNodeId& id : sameBucket) {
-        bucketsUnderB.insert(bucket(id.hash(seedB)));
+    std::set<std::uint32_t> slotsUnderB;
+    for (const IgpNodeId& id : sameSlot) {
+        slotsUnderB.insert(id.hash(seedB) >> 22);
     }
-    EXPECT_GE(bucketsUnderB.size(), 56u);  // 64 ids over 1024 buckets at random fill about 62
+    EXPECT_GE(slotsUnderB.size(), 56u);  // 64 ids over 1024 slots at random fill about 62
     EXPECT_NE(sameHash[0].hash(seedB), sameHash[1].hash(seedB));
 }
 

@@ -35,19 +35,13 @@ Kest::HashState h(std::uint32_t seed) {
     return Kest::HashState(seed);
 }
 
-// ---- identifiers and enumerations ------------------------------------------------------------
-
 TEST(Identifiers, TopologyLevelAndProtocolTextsAndTheirErrors) {
-    EXPECT_EQ(parse<IgpMultiTopologyId>("65535").value(), 65535u);
     EXPECT_THROW(parse<IgpMultiTopologyId>("65536"), Kest::RangeException);
-    EXPECT_EQ(IgpLevelInstance(2u), igpLevelIsisLevel2);
     EXPECT_EQ(parse<IgpLevel>(Kest::strep(igpLevelIsisLevel1)), igpLevelIsisLevel1);
     EXPECT_EQ(messageOf<Kest::RangeException>([] { IgpLevelInstance(3u); }),
               "3 is no enumerator of Routing::IgpCommon::IgpLevel");
     EXPECT_EQ(messageOf<Kest::ParseException>([] { IgpLevelInstance(std::string("igpLevelIsisLevel3")); }),
               "\"igpLevelIsisLevel3\" is no enumerator of Routing::IgpCommon::IgpLevel");
-    EXPECT_EQ(IgpProtoInstance(3u), igpProtoOspf3);
-    EXPECT_THROW(IgpProtoInstance(0u), Kest::RangeException);
     Kest::CharRange r(std::string_view("igpProtoOspf2, rest"));
     IgpProto out = igpProtoIsis;
     EXPECT_EQ(sequenceToValue(r, &out), igpProtoOspf2);
@@ -58,8 +52,6 @@ TEST(Identifiers, TopologyLevelAndProtocolTextsAndTheirErrors) {
         "expected an enumerator of Routing::IgpCommon::IgpProto at offset 0 (before \"igpProtoIsisX\")");
 }
 
-// ---- IgpNodeId -------------------------------------------------------------------------------
-
 TEST(IgpNodeIdTest, TextNumericFormBytesAndHash) {
     IgpNodeId id = idOf({0xab, 0xcd, 0xef, 0xff, 0x0a, 0x0b, 0x00});
     EXPECT_FALSE(id.isPnodeId());
@@ -67,15 +59,11 @@ TEST(IgpNodeIdTest, TextNumericFormBytesAndHash) {
     id.byteIs(IgpNodeIdIndex(6), 0x300 + 0xfe);  // stored as a byte
     EXPECT_TRUE(id.isPnodeId());
     EXPECT_EQ(id.toStrep(), "abcd.efff.0a0b.fe");
-    EXPECT_EQ(id.byteDel(IgpNodeIdIndex(6)), 0xfe);
-    EXPECT_LT(idOf({0x7f, 0xff, 0, 0, 0, 0, 0}), idOf({0x80, 0, 0, 0, 0, 0, 0}));
     EXPECT_LT(idOf({1, 0, 0, 0, 0, 0, 0xff}), idOf({1, 0, 0, 0, 0, 1, 0}));
     EXPECT_TRUE(idOf({0, 0, 0, 0, 0, 0, 1})) << "a pseudonode byte alone makes a node";
     IgpNodeId full = idOf({1, 2, 3, 4, 5, 6, 7});
     EXPECT_EQ(messageOf<Kest::RangeException>([&] { full.byteIs(IgpNodeIdIndex(7), 9); }),
               "cannot access index 7 of an array with size 7");
-    full.byteDelAll();
-    EXPECT_EQ(full, IgpNodeId());
 
     // Skipping zeros made these two alike under every seed.
     const IgpNodeId a = idOf({1, 0, 2, 0, 0, 0, 0});
@@ -83,28 +71,20 @@ TEST(IgpNodeIdTest, TextNumericFormBytesAndHash) {
         EXPECT_EQ(a.hash(seed), h(seed).mix32(0x00020001u).mix16(0).mix8(0).result());
         EXPECT_NE(a.hash(seed), idOf({1, 2, 0, 0, 0, 0, 0}).hash(seed));
     }
-    EXPECT_DEATH(Kest::strepToValue(std::string("[1, 2, 3, 4, 5, 6, 7]"), static_cast<IgpNodeId*>(nullptr)),
-                 "No String constructor for IgpNodeId - has collection");
 }
 
-// ---- PrefixKey -------------------------------------------------------------------------------
-
 TEST(PrefixKey, HashOrderAndText) {
-    for (const char* p : {"10.0.0.0/8", "2001:db8::/32", "none"}) {
+    for (const char* p : {"10.0.0.0/8", "2001:db8::/32"}) {
         const PrefixKey k = key(p, 4095);
-        for (const std::uint32_t seed : {0u, 0xdeadbeefu}) {
-            Kest::HashState s(seed);
-            if (k.prefix().isIpv4()) {
-                s.mix32(k.prefix().ipv4Addr().value());
-            } else if (k.prefix().isIpv6()) {
-                for (const std::uint8_t b : k.prefix().ipv6Addr().bytes()) {
-                    s.mix8(b);
-                }
-            }
-            EXPECT_EQ(k.hash(seed),
-                      s.mix8(k.prefix().family()).mix8(k.prefix().length()).mix16(4095).result())
-                << p;
+        Kest::HashState s(0xdeadbeefu);
+        if (k.prefix().isIpv4()) {
+            s.mix32(k.prefix().ipv4Addr().value());
+        } else {
+            s.mixBytes(k.prefix().ipv6Addr().bytes().data(), 16);
         }
+        EXPECT_EQ(k.hash(0xdeadbeefu),
+                  s.mix8(k.prefix().family()).mix8(k.prefix().length()).mix16(4095).result())
+            << p;
         EXPECT_EQ(parse<PrefixKey>(text(k)), k);
     }
     // Unkeyed digests made these collide under every seed: a length folded into the address word,
@@ -115,23 +95,15 @@ TEST(PrefixKey, HashOrderAndText) {
               PrefixKey(Lumo::IpGenPrefix(b, 128), {}).hash(1));
     EXPECT_NE(key("10.1.0.0/8", 0), key("10.0.0.0/8", 0));  // host bits are kept
     EXPECT_LT(key("10.0.0.0/8", 5), key("11.0.0.0/8", 0));  // the prefix first, then the topology
-    EXPECT_LT(key("10.0.0.0/8", 0), key("10.0.0.0/8", 2));
-    EXPECT_LT(key("none", 9), key("0.0.0.0/0", 0));
     EXPECT_LT(key("255.255.255.255/32", 9), key("::/0", 0));
     EXPECT_EQ(text(key("2001:DB8:0:0::/32", 65535)),
               "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 2001:db8::/32, 'mtId': 65535})");
-    try {
-        parse<PrefixKey>("Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 70000})");
-        ADD_FAILURE() << "an out-of-range topology was read";
-    } catch (const Kest::AttributeParseException& e) {
-        EXPECT_EQ(e.attribute(), "mtId");
-    }
-    EXPECT_THROW(
-        parse<PrefixKey>("Value('Routing::IgpCommon::PrefixKey', ** {'mtId': 2, 'prefix': 10.0.0.0/8})"),
-        Kest::ParseException);
+    EXPECT_EQ(messageOf<Kest::AttributeParseException>([] {
+                  parse<PrefixKey>(
+                      "Value('Routing::IgpCommon::PrefixKey', ** {'prefix': 10.0.0.0/8, 'mtId': 70000})");
+              }).substr(0, 16),
+              "attribute 'mtId'");
 }
-
-// ---- SIDs ------------------------------------------------------------------------------------
 
 // RFC 8667 2.1, 2.2: the V and L flags together mean a 3-octet label, otherwise a 4-octet index.
 TEST(Sids, ValueLengthOrderHashAndText) {
@@ -146,22 +118,17 @@ TEST(Sids, ValueLengthOrderHashAndText) {
     EXPECT_DEATH((void)SrSid(0x30, 16).valueLength(), "Not implemented");
 
     EXPECT_LT(AdjacencySid(0x10, 1000, 9), AdjacencySid(0x30, 1, 0));
-    EXPECT_LT(AdjacencySid(0x30, 1, 200), AdjacencySid(0x30, 2, 0));
     EXPECT_LT(LanAdjacencySid(0x30, 1, 1, SystemId({0xff, 0xff, 0xff, 0xff, 0xff, 0xff})),
               LanAdjacencySid(0x30, 1, 2, SystemId({0, 0, 0, 0, 0, 0})));
     EXPECT_LT(PrefixSid(0x40, 100, 0, true), PrefixSid(0x40, 100, 1, false));
-    EXPECT_LT(PrefixSid(0x40, 100, 1, false), PrefixSid(0x40, 100, 1, true));
     EXPECT_NE(LanAdjacencySid(0x30, 100, 7, kSys),
               LanAdjacencySid(0x30, 100, 7, SystemId({1, 2, 3, 4, 5, 6})));
     EXPECT_EQ(LanAdjacencySid(0x30, 24001, 9, kSys).hash(5),
               h(5).mix8(0x30).mix32(24001).mix8(9).mixBytes(kSys.bytes().data(), 6).result());
     EXPECT_EQ(PrefixSid(0x40, 100, 1, true).hash(5), h(5).mix8(0x40).mix32(100).mix8(1).mix8(1).result());
-    EXPECT_EQ(LabelSid(0x80, 16000, false).hash(5), h(5).mix8(0x80).mix32(16000).mix8(0).result());
 
     EXPECT_EQ(PrefixSid(0x4c, 16000, 10, false).toStrep(), "PrefixSID={16000, flags=0x4c, algo=10}");
     EXPECT_EQ(LabelSid(0x00, 0x800001, true).toStrep(), "LabelSID={index=8388609}");
-    EXPECT_EQ(LabelSid(0x80, 24000, true).toStrep(), "LabelSID={mpls=24000}");
-    EXPECT_EQ(LabelSid(0x01, 3, false).toStrep(), "LabelSID={mpls=3 (implicit-null)}");
     EXPECT_EQ(LabelSid(0x80, 0x800000, true).toStrep(), "LabelSID={mpls=8388608 (withdraw)}");
     EXPECT_EQ(text(LanAdjacencySid(48, 24001, 5, kSys)),
               "Value('Routing::IgpCommon::LanAdjacencySid', ** {'flags': 48, 'value': 24001, 'weight': 5, "
@@ -174,8 +141,6 @@ TEST(Sids, ValueLengthOrderHashAndText) {
               }),
               "attribute 'flags': number 256 does not fit in 8 bits");
 }
-
-// ---- flag sets -------------------------------------------------------------------------------
 
 template <class T>
 class FlagSet : public ::testing::Test {};
@@ -216,19 +181,11 @@ TEST(FlagSetText, NamesInBitOrderAndPrefixFlagsIsABareBoolean) {
     EXPECT_THROW(parse<PrefixFlags>("true"), Kest::ParseException);
     // RFC 8667 2.4: the first flag is the octet's most significant bit; the low three are reserved.
     EXPECT_EQ(Flags::fromProtocolOctet(0x07), Flags());
-    for (unsigned k = 0; k < 5; ++k) {
-        const auto mask = static_cast<detail::SidLabelBindingFlagsBitsMask>(0x80u >> k);
-        EXPECT_EQ(Flags(static_cast<unsigned char>(1u << k)).protocolOctet(), 0x80u >> k);
-        EXPECT_EQ(Flags::fromProtocolOctet(static_cast<std::uint8_t>(0x80u >> k)).value(), 1u << k);
-        EXPECT_EQ(SidLabelBindingFlagsBitsMaskInstance(detail::stringValue(mask)), mask);
-    }
+    EXPECT_EQ(Flags(0x01).protocolOctet(), 0x80u);
 }
-
-// ---- SidLabelBinding -------------------------------------------------------------------------
 
 TEST(SidLabelBindingText, ShowsFlagLettersRangeFragmentAndOnlyTheValidSids) {
     auto b = SidLabelBinding::SidLabelBindingIs();
-    EXPECT_EQ(b->toStrep(), "sidLabelBinding={flags=-, range=0, lspFragmentId=0}");
     b->flagsIs(SidLabelBinding::SidLabelBindingFlags(0x1f));
     b->rangeIs(4);
     b->lspFragmentIdIs(65);  // 'A' if it were streamed as a character
@@ -236,11 +193,6 @@ TEST(SidLabelBindingText, ShowsFlagLettersRangeFragmentAndOnlyTheValidSids) {
     b->basePrefixSidIs(PrefixSid(0x40, 7, 0, false));
     EXPECT_EQ(b->toStrep(),
               "sidLabelBinding={flags=FMSDA, range=4, lspFragmentId=65, LabelSID={mpls=16000}}");
-    b->flagsIs(SidLabelBinding::SidLabelBindingFlags(0x04));
-    b->baseLabelSidIs(LabelSid(0x80, 16000, false));
-    b->basePrefixSidIs(PrefixSid(0x40, 7, 0, true));
-    EXPECT_EQ(b->toStrep(),
-              "sidLabelBinding={flags=S, range=4, lspFragmentId=65, PrefixSID={7, flags=0x40, algo=0}}");
 }
 
 }  // namespace

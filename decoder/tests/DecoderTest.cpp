@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <tuple>
 
 #include "IsisDecoder/Decoder.h"
 #include "IsisDecoder/LspKeeper.h"
@@ -39,12 +40,7 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
             .tlv(31, Enc{0x80, 7}.u32(123456))                                     // F flag, index
             .tlv(32, Enc{0x30, 1}.raw({0x19, 0x21, 0x68, 0x00, 0x10, 9}).u24(16))  // 6-octet system ID
             .tlv(33, Enc().u32(0xFF0005DC));  // A bit, reserved bits ignored, 1500 us
-    const struct {
-        const char* what;
-        LspFields header;
-        Enc tlvs;
-        Lines lines;
-    } cases[] = {
+    const std::tuple<const char*, LspFields, Enc, Lines> cases[] = {
         {"links",
          {},
          Enc()
@@ -74,11 +70,11 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
          {"flags ol=0 att=0", "srgb I1 V1 16000/8000", "srlb 15000/1000",
           "fad 128 m1 c0 p200 ex=[] any=[] all=[] srlg=[]"}},
     };
-    for (const auto& c : cases) {
-        const auto r = decodeLsp(buildLsp(c.header, c.tlvs));
-        ASSERT_TRUE(r.ok()) << c.what << ": " << r.error().message();
-        expectSameLines(c.lines, linesOf(*r.lsp().content), c.what);
-        if (c.header.fragment == 1) {  // what the keeper needs to unite fragments
+    for (const auto& [what, header, tlvs, lines] : cases) {
+        const auto r = decodeLsp(buildLsp(header, tlvs));
+        ASSERT_TRUE(r.ok()) << what << ": " << r.error().message();
+        expectSameLines(lines, linesOf(*r.lsp().content), what);
+        if (header.fragment == 1) {  // what the keeper needs to unite fragments
             const auto& content = *r.lsp().content;
             EXPECT_EQ(content.parsedSrCapFragId(), 1);
             EXPECT_EQ(content.parsedSrlbFragId(), 1);
@@ -87,10 +83,9 @@ TEST(DecoderContent, EachTlvFamilyGivesItsLines) {
     }
 }
 
-// Unnumbered links carry link identifiers (RFC 5307 1.1), which no key
-// holds: parallel ones to one neighbor are one link with the best metric, and
-// an unnumbered SRLG TLV belongs to that neighbor's unnumbered link alone,
-// not to every link without an address.
+// Unnumbered links (RFC 5307 1.1): no key holds their identifiers, so parallel
+// ones to one neighbor are one link with the best metric, and an unnumbered
+// SRLG TLV belongs to that neighbor's unnumbered link alone.
 TEST(DecoderContent, UnnumberedLinksParallelAndTheirSrlgs) {
     const Enc ids1 = Enc().tlv(4, Enc().u32(1).u32(11));
     const Enc ids2 = Enc().tlv(4, Enc().u32(2).u32(12));
@@ -117,7 +112,7 @@ TEST(DecoderContent, UnnumberedLinksParallelAndTheirSrlgs) {
 
 // ---- malformed LSPs ----
 
-// A valid LSP that `edit` breaks, its checksum refilled: one defect each.
+// A valid LSP that `edit` breaks, its checksum refilled.
 Bytes broken(const Enc& tlvs, void (*edit)(Bytes&)) {
     Bytes pdu = buildLsp(tlvs);
     edit(pdu);
@@ -129,34 +124,18 @@ Bytes one(unsigned type, const Enc& value) {
     return buildLsp(Enc().tlv(type, value));
 }
 
+// The crafted-invalid capture's defects (a cut header or PDU, overruns, bad
+// prefix lengths) are pinned by the tool's outputs for it; these are the rest.
 TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
     // TLVs start at offset 27; a TLV's value at 29.
     const Enc nbr = Enc().raw(nbrId(2)).u24(10);
     const Enc cap = Enc{1, 2, 3, 4, 0};
-    const struct {
-        const char* name;
-        Bytes pdu;
-        Reason reason;
-        std::uint8_t tlv;
-        std::size_t offset;
-    } cases[] = {
-        {"header cut",
-         [] {
-             Bytes p = buildLsp(Enc());
-             p.resize(20);
-             return p;
-         }(),
-         Reason::truncatedHeader, 0, 20},
+    const std::tuple<const char*, Bytes, Reason, unsigned, std::size_t> cases[] = {
         {"discriminator", broken(Enc(), [](Bytes& p) { p[0] = 0x82; }), Reason::badHeader, 0, 0},
         {"ID length 4", broken(Enc(), [](Bytes& p) { p[3] = 4; }), Reason::badHeader, 0, 3},
         {"CSNP type", broken(Enc(), [](Bytes& p) { p[4] = 24; }), Reason::badHeader, 0, 4},
         {"PDU length short", broken(Enc(), [](Bytes& p) { p[9] = 26; }), Reason::badPduLength, 0, 8},
-        {"PDU length long", broken(Enc().tlv(137, Enc{'a'}), [](Bytes& p) { p[9] += 1; }),
-         Reason::truncatedPdu, 0, 8},
-        {"TLV overrun", broken(Enc().tlv(137, Enc{'a', 'b'}), [](Bytes& p) { p[28] = 3; }),
-         Reason::tlvOverrun, 137, 27},
         {"lone type octet", buildLsp(Enc().tlv(137, Enc{'a'}).u8(1)), Reason::tlvOverrun, 1, 30},
-        {"sub-TLV block overrun", one(22, Enc(nbr).u8(4).tlv(3, Enc{1})), Reason::subTlvOverrun, 22, 39},
         {"sub-TLV overrun", one(22, Enc(nbr).u8(4).raw({3, 4, 0, 0})), Reason::subTlvOverrun, 22, 40},
         {"IS entry short", one(22, Enc().raw(nbrId(2)).u16(1)), Reason::truncatedEntry, 22, 29},
         {"admin group 3 octets", one(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1})), Reason::badLength, 22, 40},
@@ -167,12 +146,7 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"MT odd", one(229, Enc{0, 2, 0}), Reason::badLength, 229, 27},
         {"narrow IS count", one(2, Enc{0}.raw(nbrId(2))), Reason::badLength, 2, 27},
         {"narrow IP count", one(128, Enc{10, 0, 0, 0, 10, 0, 0, 0}), Reason::badLength, 128, 27},
-        {"prefix length 33", one(135, Enc().u32(1).u8(33).raw({1, 2, 3, 4, 5})), Reason::badPrefixLength, 135,
-         29},
-        {"v6 prefix length 129", one(236, Enc().u32(1).u8(0).u8(129)), Reason::badPrefixLength, 236, 29},
         {"prefix octets missing", one(135, Enc().u32(1).u8(24).raw({10, 1})), Reason::truncatedEntry, 135,
-         29},
-        {"S bit without length", one(135, Enc().u32(1).u8(0x40 | 8).raw({10})), Reason::truncatedEntry, 135,
          29},
         {"v6 S bit without length", one(236, Enc().u32(1).u8(0x20).u8(0)), Reason::truncatedEntry, 236, 29},
         {"prefix SID V without L",
@@ -197,34 +171,29 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"flex metric 4", one(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(6).tlv(6, Enc{128, 0, 0, 1})),
          Reason::badLength, 135, 36},
     };
-    for (const auto& c : cases) {
-        const auto r = decodeLsp(c.pdu);
-        ASSERT_FALSE(r.ok()) << c.name;
+    for (const auto& [name, pdu, reason, tlv, offset] : cases) {
+        const auto r = decodeLsp(pdu);
+        ASSERT_FALSE(r.ok()) << name;
         EXPECT_EQ(cat(unsigned(r.error().reason), " ", unsigned{r.error().tlv}, " ", r.error().offset),
-                  cat(unsigned(c.reason), " ", unsigned{c.tlv}, " ", c.offset))
-            << c.name << ": " << r.error().message();
+                  cat(unsigned(reason), " ", tlv, " ", offset))
+            << name << ": " << r.error().message();
     }
 }
 
-// The checksum covers everything from the LSP ID on, not the lifetime; 0 is
-// the privilege of purges; filling it gives what the routers sent, over PDUs
-// of nearly every length modulo 8 (the sum takes eight octets at a time).
+// The checksum covers all from the LSP ID on; 0 is for purges alone; filling
+// it gives what the routers sent, over PDU lengths of most residues mod 8.
 TEST(DecoderChecksum, CoverageZeroForPurgesAndTheRoutersSums) {
-    const Bytes good = buildLsp(Enc().tlv(137, Enc{'r', '1'}).tlv(135, Enc().u32(1).u8(8).raw({10})));
+    Bytes good = buildLsp(Enc().tlv(137, Enc{'r', '1'}).tlv(135, Enc().u32(1).u8(8).raw({10})));
     for (std::size_t i = 10; i < good.size(); ++i) {
         Bytes bad = good;
         bad[i] ^= 0x5a;
         const auto r = decodeLsp(bad);
         EXPECT_TRUE(i < 12 ? r.ok() : !r.ok() && r.error().reason == Reason::badChecksum) << i;
     }
-    Bytes purge = buildLsp(LspFields{.lifetime = 0}, Enc());
-    Bytes live = buildLsp(Enc());
+    Bytes purge = buildLsp(LspFields{.lifetime = 0}, Enc()), live = buildLsp(Enc());
     purge[24] = purge[25] = live[24] = live[25] = 0;
-    EXPECT_TRUE(decodeLsp(purge).ok());
-    EXPECT_EQ(decodeLsp(live).error().reason, Reason::badChecksum);
-    Bytes padded = good;
-    padded.insert(padded.end(), {0, 0, 0, 0, 0});  // beyond the PDU length: ignored
-    EXPECT_TRUE(decodeLsp(padded).ok());
+    good.insert(good.end(), {0, 0, 0, 0, 0});  // beyond the PDU length: ignored
+    EXPECT_EQ(cat(decodeLsp(purge).ok(), decodeLsp(live).ok(), decodeLsp(good).ok()), "101");
 
     std::set<std::size_t> tails;
     for (const auto& f : readPdus("frr-initial.pcap")) {
@@ -239,10 +208,9 @@ TEST(DecoderChecksum, CoverageZeroForPurgesAndTheRoutersSums) {
     EXPECT_GE(tails.size(), 7u);
 }
 
+// Every prefix of a rich LSP, its PDU length and checksum refilled, decodes
+// or is rejected, and never reads past its copy (ASan).
 TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
-    // Under ASan a read past the copy below is caught; every prefix of a rich
-    // LSP, with the PDU length adjusted and the checksum refilled, either
-    // decodes or is rejected with a reason, never anything else.
     const Bytes full = buildLsp(
         Enc()
             .tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 1, 0, 1}).tlv(31, Enc{0x30, 0}.u24(16))))
@@ -251,8 +219,7 @@ TEST(DecoderMalformed, EveryTruncationIsRejectedWithoutReadingPastTheBuffer) {
     std::size_t rejected = 0;
     for (std::size_t n = 27; n < full.size(); ++n) {
         Bytes cut(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(n));
-        cut[8] = static_cast<std::uint8_t>(n >> 8);
-        cut[9] = static_cast<std::uint8_t>(n);
+        cut[9] = static_cast<std::uint8_t>(n);  // n < 256
         fillLspChecksum(cut);
         rejected += decodeLsp(cut).ok() ? 0 : 1;
     }

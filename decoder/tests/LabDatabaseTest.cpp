@@ -81,12 +81,11 @@ Listing readListing(const std::string& file) {
             }
         }
         if (!head.empty()) {
-            node->insert(joinSorted(head, parts));
+            node->insert(sortedJoin(parts, " ", head));
         }
         head.clear();
         parts.clear();
-        sids[0].clear();
-        sids[1].clear();
+        sids[0] = sids[1] = {};
     };
     std::istringstream in(readText(dataPath(file)));
     std::smatch m;
@@ -188,16 +187,13 @@ TEST(LabDatabase, KeepersHoldWhatEveryRouterListed) {
                     " len=", f.header.pduLength, " cksum=", hex(f.header.checksum, 4)));
         });
     }
-    const struct {
-        const char* router;
-        unsigned level;
-    } listings[] = {{"r1", 2}, {"r2", 1}, {"r2", 2}, {"r3", 1}, {"r3", 2}, {"r4", 1}, {"r5", 1}, {"r6", 2}};
-    for (const auto& l : listings) {
-        const std::string file = cat("frr-show/", l.router, ".database-detail.level-", l.level, ".txt");
+    for (const auto& [router, level] : std::initializer_list<std::pair<const char*, unsigned>>{
+             {"r1", 2}, {"r2", 1}, {"r2", 2}, {"r3", 1}, {"r3", 2}, {"r4", 1}, {"r5", 1}, {"r6", 2}}) {
+        const std::string file = cat("frr-show/", router, ".database-detail.level-", level, ".txt");
         SCOPED_TRACE(file);
         const Listing want = readListing(file);
-        const auto& got = held[l.level - 1];
-        EXPECT_EQ(want.lsps, keepers[l.level - 1].fragmentCount());
+        const auto& got = held[level - 1];
+        EXPECT_EQ(want.lsps, keepers[level - 1].fragmentCount());
         ASSERT_EQ(want.nodes.size(), got.size());
         for (const auto& [name, lines] : want.nodes) {
             expectSameLines(lines, got.count(name) ? got.at(name) : Lines{}, name);

@@ -1,7 +1,6 @@
 // An LSP builder, the captures of the data folder, and one line per node
-// attribute, neighbor, prefix and SRLG record, to compare what the decoder and
-// the keeper hold with what independent decoders printed. Lists inside a line
-// are sorted; floats print with "%g", value types as fields joined by '/'.
+// attribute, neighbor, prefix and SRLG record (lists in a line sorted, floats
+// "%g", value types' fields joined by '/') to compare with independent decodes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +13,6 @@
 #include <iterator>
 #include <set>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -37,10 +35,8 @@ inline std::string dataPath(const std::string& name) {
 
 inline std::string readText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error("cannot open " + path);
-    }
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(in) << "cannot open " << path;
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 // Appends big-endian fields; chainable so a TLV reads like its layout.
@@ -103,7 +99,6 @@ inline Bytes buildLsp(const Enc& tlvs) {
     return buildLsp(LspFields{}, tlvs);
 }
 
-/// The IS-IS PDUs of a capture in the data folder, in capture order.
 inline std::vector<Bytes> readPdus(const std::string& name) {
     std::ifstream in(dataPath(name), std::ios::binary);
     return Routing::IsisDecoder::readPcap(in);
@@ -128,44 +123,31 @@ inline std::string hex(unsigned v, int width = 2) {
 
 /// "0000.0000.0003.02": the system identifier and the pseudonode number.
 inline std::string nodeIdText(const IC::IgpNodeId& id) {
-    char b[24];
-    auto at = [&](unsigned i) { return id.byte(IC::IgpNodeIdIndex(i)); };
-    std::snprintf(b, sizeof b, "%02x%02x.%02x%02x.%02x%02x.%02x", at(0), at(1), at(2), at(3), at(4), at(5),
-                  at(6));
-    return b;
-}
-
-/// The parts in sorted order, joined by `sep`.
-inline std::string sortedJoin(std::vector<std::string> parts, const char* sep) {
-    std::sort(parts.begin(), parts.end());
     std::string s;
-    for (const auto& p : parts) {
-        s += (s.empty() ? "" : sep) + p;
+    for (unsigned i = 0; i < 7; ++i) {
+        s += cat(i % 2 == 0 && i > 0 ? "." : "", hex(id.byte(IC::IgpNodeIdIndex(i))).substr(2));
     }
     return s;
 }
 
-/// `head` followed by the parts in sorted order.
-inline std::string joinSorted(const std::string& head, std::vector<std::string> parts) {
-    return parts.empty() ? head : head + " " + sortedJoin(std::move(parts), " ");
+/// `head` (if any), then the parts in sorted order, joined by `sep`.
+inline std::string sortedJoin(std::vector<std::string> parts, const char* sep, std::string head = "") {
+    std::sort(parts.begin(), parts.end());
+    for (const auto& p : parts) {
+        head.append(head.empty() ? "" : sep).append(p);
+    }
+    return head;
 }
 
 template <class T>
 std::string valueText(const T& v) {
-    if constexpr (std::is_floating_point_v<T>) {
-        char b[32];
-        std::snprintf(b, sizeof b, "%g", static_cast<double>(v));
-        return b;
-    } else if constexpr (std::is_arithmetic_v<T>) {
-        return std::to_string(v);
+    if constexpr (std::is_arithmetic_v<T>) {
+        return cat(+v);  // floats as "%g", octets as numbers
     } else if constexpr (Kest::ValueForm<T>) {
-        std::vector<std::string> fields;
-        std::apply([&](const auto&... a) { (fields.push_back(valueText(a.get(v))), ...); }, T::kestAttrs());
-        std::string s = fields.front();
-        for (std::size_t i = 1; i < fields.size(); ++i) {
-            s += "/" + fields[i];
-        }
-        return s;
+        std::string s;
+        std::apply([&](const auto&... a) { (s.append("/").append(valueText(a.get(v))), ...); },
+                   T::kestAttrs());
+        return s.substr(1);
     } else {
         return Kest::strep(v).c_str();
     }
@@ -181,10 +163,13 @@ inline std::string ranges(const IC::SrCapabilities& c) {
 }
 
 inline void addNodeLines(const IC::Node& n, Lines& out) {
-    out.insert(cat("flags ol=", n.flags().overloadBit(), " att=", n.flags().attachedBit()));
-    if (!n.hostName().empty()) {
-        out.insert("host " + n.hostName());
-    }
+    const auto put = [&](bool present, const std::string& line) {
+        present ? (void)out.insert(line) : void();
+    };
+    put(true, cat("flags ol=", n.flags().overloadBit(), " att=", n.flags().attachedBit()));
+    put(!n.hostName().empty(), "host " + n.hostName());
+    put(!n.ipv4RouterId().isZero(), cat("te-id ", n.ipv4RouterId()));
+    put(!n.ipv6RouterId().isZero(), cat("te-id6 ", n.ipv6RouterId()));
     if (const auto& areas = n.isisAreaIdCol()) {
         for (auto it = areas->areaId().begin(); it != areas->areaId().end(); ++it) {
             out.insert(cat("area ", it->first));
@@ -195,18 +180,10 @@ inline void addNodeLines(const IC::Node& n, Lines& out) {
             out.insert(cat("mt ", mt.value()));
         }
     }
-    if (!n.ipv4RouterId().isZero()) {
-        out.insert(cat("te-id ", n.ipv4RouterId()));
-    }
-    if (!n.ipv6RouterId().isZero()) {
-        out.insert(cat("te-id6 ", n.ipv6RouterId()));
-    }
     if (const auto& c = n.srCapabilities()) {
         out.insert(cat("srgb I", c->srCapFlag().mplsIpv4(), " V", c->srCapFlag().mplsIpv6(), ranges(*c)));
     }
-    if (const auto& c = n.srlb()) {
-        out.insert("srlb" + ranges(*c));
-    }
+    put(bool(n.srlb()), n.srlb() ? "srlb" + ranges(*n.srlb()) : "");
     if (const auto& msds = n.msdCol()) {
         for (std::uint32_t p = msds->lowerBound(); p < msds->upperBound(); ++p) {
             out.insert(cat("msd ", unsigned{msds->msd(p).msdType()}, ":", unsigned{msds->msd(p).msdValue()}));
@@ -261,30 +238,24 @@ inline std::string neighborLine(const IC::Neighbor& n) {
             }
         }
     });
-    return joinSorted(cat("nbr ", nodeIdText(k.nodeId()), " mt", k.mtId().value()), std::move(parts));
+    return sortedJoin(std::move(parts), " ", cat("nbr ", nodeIdText(k.nodeId()), " mt", k.mtId().value()));
 }
 
 inline std::string prefixLine(const IC::Prefix& p) {
     std::string s = cat("pfx ", p.prefixKey().prefix(), " mt", p.prefixKey().mtId().value());
     s += p.hasValidReachability() ? cat(" m", p.metric()) : std::string(" unreachable");
-    if (p.flags().isisDown()) {
-        s += " down";
-    }
-    if (p.prefixSid().isValid()) {
-        s += cat(" sid=", p.prefixSid().value(), "/", hex(p.prefixSid().flags()));
-    }
+    s += p.flags().isisDown() ? " down" : "";
+    s += p.prefixSid().isValid() ? cat(" sid=", p.prefixSid().value(), "/", hex(p.prefixSid().flags())) : "";
     for (auto it = p.prefixMetric()->metric().begin(); it != p.prefixMetric()->metric().end(); ++it) {
         s += cat(" fa", unsigned{it->first}, "=", it->second);
     }
     if (const auto& b = p.sidLabelBinding()) {
         s += cat(" bind=", IC::SidLabelBinding::flagsToStrep(b->flags()), "/r", b->range(), "/f",
                  unsigned{b->lspFragmentId()});
-        if (b->baseLabelSid().isValid()) {
-            s += cat(b->baseLabelSid().hasMplsLabel() ? "/label=" : "/index=", b->baseLabelSid().value());
-        }
-        if (b->basePrefixSid().isValid()) {
-            s += cat("/psid=", b->basePrefixSid().value(), "/", hex(b->basePrefixSid().flags()));
-        }
+        const auto& l = b->baseLabelSid();
+        const auto& sid = b->basePrefixSid();
+        s += l.isValid() ? cat(l.hasMplsLabel() ? "/label=" : "/index=", l.value()) : "";
+        s += sid.isValid() ? cat("/psid=", sid.value(), "/", hex(sid.flags())) : "";
     }
     return s;
 }
@@ -327,14 +298,9 @@ inline void expectSameLines(const Lines& want, const Lines& got, const std::stri
     std::vector<std::string> missing, extra;
     std::set_difference(want.begin(), want.end(), got.begin(), got.end(), std::back_inserter(missing));
     std::set_difference(got.begin(), got.end(), want.begin(), want.end(), std::back_inserter(extra));
-    std::string text;
-    for (const auto& l : missing) {
-        text += "\n  expected only: " + l;
-    }
-    for (const auto& l : extra) {
-        text += "\n  decoded only:  " + l;
-    }
-    EXPECT_TRUE(text.empty()) << where << text;
+    EXPECT_TRUE(missing.empty() && extra.empty())
+        << where << "\n  expected only: " << sortedJoin(missing, "\n    ")
+        << "\n  decoded only: " << sortedJoin(extra, "\n    ");
 }
 
 }  // namespace DecoderTest

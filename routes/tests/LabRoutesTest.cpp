@@ -1,10 +1,7 @@
-// The lab's six routers against the routes computed from the capture of the
-// lab: each router's database at the end of the capture, rooted at it, must
-// give the tables it listed with `show isis route prefix-sid` (prefixes,
-// metrics, next hops, SIDs, label operations) and the tree it listed with
-// `show isis topology` (data/rN.routes.txt). IPv6 next hops are link-local
-// addresses whose MACs end in the router's number and the peer's, so the test
-// compares routers there.
+// The lab's six routers: each one's database at the end of the capture,
+// rooted at it, gives the tables and tree it listed (data/rN.routes.txt).
+// IPv6 next hops are link-local addresses whose MACs end in the router's
+// number and the peer's, so the test compares routers there.
 
 #include <gtest/gtest.h>
 
@@ -27,82 +24,6 @@ namespace IC = Routing::IgpCommon;
 namespace IR = Routing::IsisRoutes;
 namespace ID = Routing::IsisDecoder;
 
-std::string dataPath(const std::string& name) {
-    return std::string(IGPROUTES_TESTDATA) + "/" + name;
-}
-
-// One route of a listing.
-struct Row {
-    std::string metric;
-    std::vector<std::string> nextHops;  // as printed
-    std::string sid;
-    std::string op;  // of the first line
-};
-
-struct Table {
-    unsigned level = 0;
-    IR::Family family = IR::Family::ipv4;
-    std::map<std::string, Row> rows;
-};
-
-std::vector<Table> readListing(const std::string& path) {
-    std::ifstream in(path);
-    EXPECT_TRUE(in) << path;
-    static const std::regex title(R"(IS-IS L(\d) (IPv4|IPv6) routing table:)");
-    static const std::regex first(R"(^ (\S+) +(\d+) +(\S+) +(\S+) +(\S+) +(\S.*?) *$)");
-    static const std::regex more(R"(^ {3,}(\S+) +(\S+) +(\S+) +(\S.*?) *$)");
-    std::vector<Table> tables;
-    Row* last = nullptr;
-    std::smatch m;
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind("=====", 0) == 0 && line.find("topology") != std::string::npos) {
-            break;
-        }
-        if (std::regex_search(line, m, title)) {
-            tables.push_back({static_cast<unsigned>(std::stoul(m[1])),
-                              m[2] == "IPv4" ? IR::Family::ipv4 : IR::Family::ipv6,
-                              {}});
-            last = nullptr;
-        } else if (!tables.empty() && std::regex_match(line, m, first) && m[1] != "Prefix") {
-            last = &tables.back().rows[m[1]];
-            *last = {m[2], {}, m[5], m[6]};
-            if (m[4] != "-") {
-                last->nextHops.push_back(m[4]);
-            }
-        } else if (last != nullptr && std::regex_match(line, m, more)) {
-            last->nextHops.push_back(m[2]);
-        }
-    }
-    return tables;
-}
-
-IC::IgpNodeId labRouter(unsigned n) {
-    const std::uint8_t bytes[7] = {0, 0, 0, 0, 0, static_cast<std::uint8_t>(n), 0};
-    return IC::IgpNodeId::fromBytes(bytes);
-}
-
-// The lab routers' databases at the end of the capture, per level.
-class LabRoutes : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        std::ifstream in(IGPROUTES_LAB_CAPTURE, std::ios::binary);
-        const auto pdus = ID::readPcap(in);
-        for (const unsigned level : {1u, 2u}) {
-            keepers_[level] = std::make_unique<ID::LspKeeper>(static_cast<IC::IgpLevel>(level));
-            for (const auto& pdu : pdus) {
-                if (ID::pduKind(pdu) == ID::PduKind::lsp && ID::lspLevel(pdu) == level) {
-                    keepers_[level]->receivePdu(pdu);
-                }
-            }
-        }
-    }
-    static void TearDownTestSuite() { keepers_.clear(); }
-
-    static Poldo::Ptr<IC::IgpLspDatabase> db(unsigned level) { return keepers_.at(level)->database(); }
-
-    static inline std::map<unsigned, std::unique_ptr<ID::LspKeeper>> keepers_;
-};
-
 // "rN", built by appending: g++ 12 at -O3 warns (restrict) on "literal" + std::string.
 std::string routerName(unsigned long n) {
     std::string name = "r";
@@ -116,6 +37,80 @@ std::string nextHopText(const std::string& printed, IR::Family family) {
     return family == IR::Family::ipv4
                ? printed
                : routerName(std::stoul(printed.substr(printed.rfind(':') + 1), nullptr, 16) >> 8);
+}
+
+// One route of a listing: metric, SID column, the first line's label
+// operation, then the next hops by nextHopText.
+using Row = std::vector<std::string>;
+
+// The routers of one `show isis topology` section: for each, the least
+// distance listed and the first hops of the lines at that distance. These
+// routers may list one router twice (once per kind of link that reaches it,
+// or once directly and once behind a LAN), hence the merge.
+using Reached = std::pair<std::uint64_t, std::set<std::string>>;
+
+// A routing table and the tree the same section order gives it: IPv4, then
+// IPv6, of each level.
+struct Table {
+    unsigned level = 0;
+    IR::Family family = IR::Family::ipv4;
+    std::map<std::string, Row> rows;
+    std::map<std::string, Reached> tree;
+};
+
+std::vector<Table> readListing(const std::string& path) {
+    std::ifstream in(path);
+    EXPECT_TRUE(in) << path;
+    static const std::regex title(R"(IS-IS L(\d) (IPv4|IPv6) routing table:)");
+    static const std::regex first(R"(^ (\S+) +(\d+) +(\S+) +(\S+) +(\S+) +(\S.*?) *$)");
+    static const std::regex more(R"(^ {3,}(\S+) +(\S+) +(\S+) +(\S.*?) *$)");
+    static const std::regex router(R"(^(\S+) +(?:TE-)?IS +(\d+) +(\S+) +\S+ +\S+ *$)");
+    static const std::regex moreHops(R"(^ {20,}(\S+) +\S+ *\S* *$)");
+    std::vector<Table> tables;
+    Row* last = nullptr;
+    std::map<std::string, Reached>* tree = nullptr;
+    std::size_t trees = 0;
+    std::string lastRouter;  // the router whose line the next continuation belongs to
+    bool inTopology = false;
+    std::smatch m;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("=====", 0) == 0) {
+            inTopology = line.find("show isis topology") != std::string::npos;
+        } else if (!inTopology && std::regex_search(line, m, title)) {
+            tables.push_back({static_cast<unsigned>(std::stoul(m[1])),
+                              m[2] == "IPv4" ? IR::Family::ipv4 : IR::Family::ipv6,
+                              {},
+                              {}});
+            last = nullptr;
+        } else if (!inTopology && !tables.empty() && std::regex_match(line, m, first) && m[1] != "Prefix") {
+            last = &tables.back().rows[m[1]];
+            *last = {m[2], m[5], m[6]};
+            if (m[4] != "-") {
+                last->push_back(nextHopText(m[4], tables.back().family));
+            }
+        } else if (!inTopology && last != nullptr && std::regex_match(line, m, more)) {
+            last->push_back(nextHopText(m[2], tables.back().family));
+        } else if (inTopology && line.rfind("IS-IS paths to", 0) == 0) {
+            tree = &tables.at(trees++).tree;
+            lastRouter.clear();
+        } else if (tree != nullptr && std::regex_match(line, m, router)) {
+            const std::uint64_t d = std::stoull(m[2]);
+            auto [it, fresh] = tree->try_emplace(m[1], Reached{d, {}});
+            if (fresh || d < it->second.first) {
+                it->second = {d, {}};
+            }
+            lastRouter = d == it->second.first ? std::string(m[1]) : std::string();
+            if (!lastRouter.empty()) {
+                it->second.second.insert(m[3]);
+            }
+        } else if (!lastRouter.empty() && tree != nullptr && std::regex_match(line, m, moreHops)) {
+            (*tree)[lastRouter].second.insert(m[1]);
+        } else if (!line.empty() && line[0] != ' ') {
+            lastRouter.clear();
+        }
+    }
+    EXPECT_EQ(trees, tables.size()) << path;
+    return tables;
 }
 
 std::string nextHopText(const IR::NextHop& nh, IR::Family family) {
@@ -165,76 +160,33 @@ std::string routeText(const IR::Route& r, IR::Family family) {
     return routeText(std::to_string(r.metric), hops, sid, op);
 }
 
-// The routers of one `show isis topology` section: for each, the least
-// distance listed and the first hops of the lines at that distance. These
-// routers may list one router twice (once per kind of link that reaches it,
-// or once directly and once behind a LAN), hence the merge.
-struct Reached {
-    std::uint64_t distance = 0;
-    std::set<std::string> hops;
-    bool operator==(const Reached&) const = default;
-};
-void PrintTo(const Reached& r, std::ostream* os) {
-    *os << r.distance << " [";
-    for (const auto& h : r.hops) {
-        *os << " " << h;
-    }
-    *os << " ]";
-}
-
-std::vector<std::map<std::string, Reached>> readTrees(const std::string& path) {
-    std::ifstream in(path);
-    static const std::regex router(R"(^(\S+) +(?:TE-)?IS +(\d+) +(\S+) +\S+ +\S+ *$)");
-    static const std::regex more(R"(^ {20,}(\S+) +\S+ *\S* *$)");
-    std::vector<std::map<std::string, Reached>> trees;
-    std::string last;  // the router whose line the next continuation belongs to
-    std::smatch m;
-    bool inTopology = false;
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind("=====", 0) == 0) {
-            inTopology = line.find("show isis topology") != std::string::npos;
-        } else if (inTopology && line.rfind("IS-IS paths to", 0) == 0) {
-            trees.emplace_back();
-            last.clear();
-        } else if (!trees.empty() && std::regex_match(line, m, router)) {
-            const std::uint64_t d = std::stoull(m[2]);
-            auto [it, fresh] = trees.back().try_emplace(m[1], Reached{d, {}});
-            if (fresh || d < it->second.distance) {
-                it->second = {d, {}};
+TEST(LabRoutes, EveryRouterComputesTheTablesAndTreesItListed) {
+    std::ifstream in(IGPROUTES_LAB_CAPTURE, std::ios::binary);
+    const auto pdus = ID::readPcap(in);
+    std::map<unsigned, std::unique_ptr<ID::LspKeeper>> keepers;  // per level
+    for (const unsigned level : {1u, 2u}) {
+        keepers[level] = std::make_unique<ID::LspKeeper>(static_cast<IC::IgpLevel>(level));
+        for (const auto& pdu : pdus) {
+            if (ID::pduKind(pdu) == ID::PduKind::lsp && ID::lspLevel(pdu) == level) {
+                keepers[level]->receivePdu(pdu);
             }
-            last = d == it->second.distance ? std::string(m[1]) : std::string();
-            if (!last.empty()) {
-                it->second.hops.insert(m[3]);
-            }
-        } else if (!last.empty() && !trees.empty() && std::regex_match(line, m, more)) {
-            trees.back()[last].hops.insert(m[1]);
-        } else if (!line.empty() && line[0] != ' ') {
-            last.clear();
         }
     }
-    return trees;
-}
-
-TEST_F(LabRoutes, EveryRouterComputesTheTablesAndTreesItListed) {
     for (unsigned n = 1; n <= 6; ++n) {
         const std::string router = routerName(n);
-        const auto tables = readListing(dataPath(router + ".routes.txt"));
-        const auto trees = readTrees(dataPath(router + ".routes.txt"));
-        // One tree per routing table, in the same order: IPv4 then IPv6 of each level.
+        const std::string path =
+            std::string(IGPROUTES_TESTDATA).append("/").append(router).append(".routes.txt");
+        const auto tables = readListing(path);
+        const std::uint8_t id[7] = {0, 0, 0, 0, 0, static_cast<std::uint8_t>(n), 0};
+        const auto root = IC::IgpNodeId::fromBytes(id);
         ASSERT_FALSE(tables.empty()) << router;
-        ASSERT_EQ(trees.size(), tables.size()) << router;
-        for (std::size_t i = 0; i < trees.size(); ++i) {
-            const Table& t = tables[i];
+        for (const Table& t : tables) {
             SCOPED_TRACE(router + " L" + std::to_string(t.level) +
                          (t.family == IR::Family::ipv4 ? " IPv4" : " IPv6"));
-            IR::RouteTable table(db(t.level), labRouter(n), t.family, IR::Options{true});
+            IR::RouteTable table(keepers.at(t.level)->database(), root, t.family, IR::Options{true});
             std::map<std::string, std::string> listed, ours;
             for (const auto& [prefix, row] : t.rows) {
-                std::vector<std::string> hops;
-                for (const auto& h : row.nextHops) {
-                    hops.push_back(nextHopText(h, t.family));
-                }
-                listed[prefix] = routeText(row.metric, hops, row.sid, row.op);
+                listed[prefix] = routeText(row[0], {row.begin() + 3, row.end()}, row[1], row[2]);
             }
             for (const auto& [prefix, route] : table.routes()) {
                 ours[prefix.stringValue().c_str()] = routeText(route, t.family);
@@ -243,16 +195,16 @@ TEST_F(LabRoutes, EveryRouterComputesTheTablesAndTreesItListed) {
 
             std::map<std::string, Reached> reached;
             for (const auto& v : table.vertices()) {
-                if (v.id.isPnodeId() || v.id == labRouter(n)) {
+                if (v.id.isPnodeId() || v.id == root) {
                     continue;
                 }
                 Reached& r = reached[routerName(v.id.byte(IC::IgpNodeIdIndex(5)))];
-                r.distance = v.distance;
+                r.first = v.distance;
                 for (const auto& h : v.nextHops) {
-                    r.hops.insert(routerName(h.byte(IC::IgpNodeIdIndex(5))));
+                    r.second.insert(routerName(h.byte(IC::IgpNodeIdIndex(5))));
                 }
             }
-            EXPECT_EQ(trees[i], reached);
+            EXPECT_EQ(t.tree, reached);
         }
     }
 }

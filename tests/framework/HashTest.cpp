@@ -48,28 +48,19 @@ std::uint32_t referenceHalfSip(const std::vector<std::uint8_t>& msg, std::uint32
     return v[1] ^ v[3];
 }
 
+// Both round counts against the oracle, over random keys, lengths and item widths 1..4 bytes; the
+// first five messages are those of the published HalfSipHash-2-4 32-bit vectors (key 00..07,
+// message 00 01 .. of length 0..4), which pin the oracle itself.
 TEST(HashTest, CoreMatchesThePublishedVectorsAndAnIndependentOracleForAnyItemWidths) {
-    // Published HalfSipHash-2-4 32-bit vectors: key 00..07, message 00 01 .. of length 0..4.
     const std::uint32_t published[] = {0x5b9f35a9u, 0xb85a4727u, 0x03a662fau, 0x04e7fe8au, 0x89466e2au};
-    std::vector<std::uint8_t> counting;
-    for (const std::uint32_t want : published) {
-        Kest::detail::HalfSipStream<2, 4> s(0x03020100u, 0x07060504u);
-        for (std::uint8_t b : counting) {
-            s.append(b, 1);
-        }
-        EXPECT_EQ(s.result(), want) << "length " << counting.size();
-        EXPECT_EQ((referenceHalfSip<2, 4>(counting, 0x03020100u, 0x07060504u)), want) << counting.size();
-        counting.push_back(static_cast<std::uint8_t>(counting.size()));
-    }
-    // Longer messages, both round counts, items of random width 1..4 bytes, little-endian.
     std::mt19937 rng(99u);
     for (std::size_t n = 0; n < 70; ++n) {
         std::vector<std::uint8_t> msg(n);
-        for (auto& b : msg) {
-            b = static_cast<std::uint8_t>(rng());
+        for (std::size_t i = 0; i < n; ++i) {
+            msg[i] = static_cast<std::uint8_t>(n < 5 ? i : rng());
         }
-        const std::uint32_t k0 = rng();
-        const std::uint32_t k1 = rng();
+        const std::uint32_t k0 = n < 5 ? 0x03020100u : rng();
+        const std::uint32_t k1 = n < 5 ? 0x07060504u : rng();
         Kest::detail::HalfSipStream<2, 4> s24(k0, k1);
         Kest::detail::HalfSipStream<1, 3> s13(k0, k1);
         for (std::size_t i = 0; i < n;) {
@@ -84,9 +75,12 @@ TEST(HashTest, CoreMatchesThePublishedVectorsAndAnIndependentOracleForAnyItemWid
         }
         EXPECT_EQ(s24.result(), (referenceHalfSip<2, 4>(msg, k0, k1))) << "length " << n;
         EXPECT_EQ(s13.result(), (referenceHalfSip<1, 3>(msg, k0, k1))) << "length " << n;
+        EXPECT_TRUE(n >= 5 || s24.result() == published[n]) << "length " << n;
     }
 }
 
+// Items hash as their little-endian bytes in a row; the generic mix takes an item's own width, and
+// the width is part of the input.
 TEST(HashTest, HashStateHashesTheConcatenatedLittleEndianBytesOfItsItems) {
     std::mt19937_64 rng(7u);
     for (int trial = 0; trial < 200; ++trial) {
@@ -106,26 +100,18 @@ TEST(HashTest, HashStateHashesTheConcatenatedLittleEndianBytesOfItsItems) {
         }
         ASSERT_EQ(items.result(), bytes.result()) << "trial " << trial;
     }
-}
-
-TEST(HashTest, TheGenericMixUsesTheItemsOwnWidthAndEverySeedBitCounts) {
     enum class Small : std::uint16_t { a = 0x1234 };
-    enum Wide : std::int64_t { wide = -2 };
-    EXPECT_EQ(Kest::HashState(1).mix(true).result(), Kest::HashState(1).mix8(1).result());
-    EXPECT_EQ(Kest::HashState(1).mix(std::int16_t{-1}).result(), Kest::HashState(1).mix16(0xffff).result());
-    EXPECT_EQ(Kest::HashState(1).mix(Small::a).result(), Kest::HashState(1).mix16(0x1234).result());
-    EXPECT_EQ(Kest::HashState(1).mix(wide).result(), Kest::HashState(1).mix64(~std::uint64_t{1}).result());
-    EXPECT_EQ(Kest::HashState(1).mix(std::uint32_t{9}).result(), Kest::HashHelper::hash(std::uint32_t{9}, 1));
-    // The width is part of the input: the same number as different items hashes differently.
-    EXPECT_NE(Kest::HashState(1).mix8(1).result(), Kest::HashState(1).mix16(1).result());
-    EXPECT_NE(Kest::HashState(1).mix8(0).result(), Kest::HashState(1).result());
-
-    std::set<std::uint32_t> results;
+    const auto h = [] { return Kest::HashState(1); };
+    EXPECT_EQ(h().mix(true).mix(std::int16_t{-1}).mix(Small::a).result(),
+              h().mix8(1).mix16(0xffff).mix16(0x1234).result());
+    EXPECT_EQ(h().mix(std::uint32_t{9}).result(), Kest::HashHelper::hash(std::uint32_t{9}, 1));
+    EXPECT_NE(h().mix8(1).result(), h().mix16(1).result());
+    EXPECT_NE(h().mix8(0).result(), h().result());
+    std::set<std::uint32_t> results{Kest::HashState(0).mix32(0xabcdef01u).result()};
     for (std::uint32_t bit = 0; bit < 32; ++bit) {
         results.insert(Kest::HashState(1u << bit).mix32(0xabcdef01u).result());
     }
-    results.insert(Kest::HashState(0).mix32(0xabcdef01u).result());
-    EXPECT_EQ(results.size(), 33u);
+    EXPECT_EQ(results.size(), 33u) << "every seed bit counts";
 }
 
 }  // namespace

@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
 """Runs README.md as a new user would: every fenced shell block, as written, in a scratch copy.
 
-The copy holds the files git tracks plus untracked ones it does not ignore (so uncommitted edits are
-tested too), and no build tree; it lives under build/ and is removed afterwards. Blocks run in README order, each with `bash -euo pipefail` from the
-copy's root, with HOME pointing into the scratch folder so that `~` paths stay there. A fence whose
-info string names a file after the language (```cpp my_agent/my_agent.cpp) is written to that path
-first, so the README's source snippets must compile as shown. The first failing block stops the
-run with its output; the exit status is 1 then, 0 when every block passed.
+The copy (under build/, removed afterwards) holds the tracked files and the untracked ones git does
+not ignore, and no build tree. Blocks run in order with `bash -euo pipefail` from the copy's root,
+HOME in the scratch folder. A fence naming a file after its language (```cpp my_agent/main.cpp) is
+written to that path first, so source snippets must compile as shown. The first failing block stops
+the run (exit status 1).
 
     python3 tests/readme/readme_test.py [--keep] [--only N,M]   (N: block numbers it prints)
 """
@@ -24,7 +23,6 @@ FENCE = re.compile(r"^(`{3,})\s*(\S*)\s*(\S*)\s*$")
 
 
 def blocks(readme):
-    """(kind, target, text, line) for every fenced block: kind 'sh', 'file' or None."""
     out, lines, i = [], readme.splitlines(), 0
     while i < len(lines):
         m = FENCE.match(lines[i])
@@ -73,8 +71,7 @@ def main():
         sys.exit("README.md has no shell block: nothing would be tested")
     only = {int(n) for n in args.only.split(",")} if args.only else None
 
-    # Under the checkout's build/ (ignored by git), so that ccache with CCACHE_BASEDIR set to the
-    # checkout sees the copy's compilations as the ones it already made.
+    # Under the checkout's build/, so that ccache with CCACHE_BASEDIR reuses the checkout's compilations.
     os.makedirs(os.path.join(repo, "build"), exist_ok=True)
     scratch = tempfile.mkdtemp(prefix="readme-test-", dir=os.path.join(repo, "build"))
     root = os.path.join(scratch, "IgpCommon")

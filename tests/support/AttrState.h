@@ -1,7 +1,5 @@
-// An entity's described attributes in comparable form: one element per description, a scalar as
-// its value, members as an ordered map from key to value (a set's members map to themselves). The
-// mirror rebuilds one from notifications, the fuzzers and property tests compare them; nothing
-// here names an attribute, so a new one is covered once it is described.
+// An entity's described attributes in comparable form: a scalar as its value, members as an ordered
+// map (a set's members map to themselves). Nothing names an attribute: a described one is covered.
 #pragma once
 
 #include <algorithm>
@@ -137,54 +135,33 @@ AttrState<E> drawState(Pick&& pick) {
     return s;
 }
 
-/// Equal states: floats by their bits (see Kest::sameValue).
+/// Equal states: values by Kest::sameValue, but a float zero equals the other zero (setters compare
+/// with `!=`, so writing it is no change).
 template <class... T>
 bool sameState(const std::tuple<T...>& a, const std::tuple<T...>& b) {
-    const auto one = []<class V>(const V& x, const V& y) {
+    const auto value = []<class V>(const V& x, const V& y) {
+        if constexpr (std::is_same_v<V, float>) {
+            return x == y || Kest::sameValue(x, y);
+        } else {
+            return Kest::sameValue(x, y);
+        }
+    };
+    const auto one = [&]<class V>(const V& x, const V& y) {
         if constexpr (requires { x.begin()->second; }) {
             return x.size() == y.size() &&
-                   std::equal(x.begin(), x.end(), y.begin(), [](const auto& p, const auto& q) {
-                       return p.first == q.first && Kest::sameValue(p.second, q.second);
+                   std::equal(x.begin(), x.end(), y.begin(), [&](const auto& p, const auto& q) {
+                       return p.first == q.first && value(p.second, q.second);
                    });
         } else if constexpr (std::is_same_v<V, std::monostate>) {
             return true;
         } else {
-            return Kest::sameValue(x, y);
+            return value(x, y);
         }
     };
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
         return (one(std::get<I>(a), std::get<I>(b)) && ...);
     }
     (std::index_sequence_for<T...>{});
-}
-
-/// Makes every float zero positive: setters compare with `!=`, so the other zero is no change.
-template <class... T>
-void unsignZeros(std::tuple<T...>& s) {
-    const auto fix = [](float& f) {
-        if (f == 0.0f) {
-            f = 0.0f;
-        }
-    };
-    std::apply(
-        [&](auto&... slot) {
-            (
-                [&](auto& x) {
-                    using V = std::remove_cvref_t<decltype(x)>;
-                    if constexpr (std::is_same_v<V, float>) {
-                        fix(x);
-                    } else if constexpr (requires { x.begin()->second; }) {
-                        if constexpr (std::is_same_v<std::remove_cvref_t<decltype(x.begin()->second)>,
-                                                     float>) {
-                            for (auto& [k, v] : x) {
-                                fix(v);
-                            }
-                        }
-                    }
-                }(slot),
-                ...);
-        },
-        s);
 }
 
 /// "name=value" for each attribute that holds one, to describe a failure.
@@ -200,6 +177,10 @@ std::string stateText(const AttrState<E>& s) {
                 for (const auto& [k, v] : slot) {
                     os << Kest::strep(k) << ':' << Kest::strep(v) << ',';
                 }
+            } else if constexpr (requires { slot->toStrep(); }) {
+                os << (slot ? slot->toStrep() : "null");
+            } else if constexpr (requires { slot.get(); }) {
+                os << (slot ? "(a collection)" : "null");
             } else {
                 os << Kest::strep(slot);
             }

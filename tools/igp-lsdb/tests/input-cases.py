@@ -1,8 +1,6 @@
 #!/usr/bin/env python3
-"""igp-lsdb on captures made on the spot, standard input, or an output that fails: each case compares
-the tool with its own output for an equivalent whole capture, so that nothing read before a cut,
-through a pipe or through gzip is lost or added.   input-cases.py TOOL SCRATCH_DIR CASE  (from the root)
-"""
+"""igp-lsdb on captures made on the spot, standard input, or a failing output, compared with its output for
+the equivalent whole capture.   input-cases.py TOOL SCRATCH_DIR CASE  (from the repository root)"""
 import gzip
 import os
 import struct
@@ -15,8 +13,7 @@ EXIT_OUTPUT_FAILED, EXIT_BAD_INPUT, EXIT_CUT_SHORT = 1, 2, 3
 
 
 def check(ok, what):
-    if not ok:
-        sys.exit(f"{sys.argv[3]}: {what}")
+    ok or sys.exit(f"{sys.argv[3]}: {what}")
 
 
 def run(tool, args, stdin=None, stdout=subprocess.PIPE):
@@ -24,8 +21,7 @@ def run(tool, args, stdin=None, stdout=subprocess.PIPE):
     return p.returncode, p.stdout, p.stderr.decode(errors="replace")
 
 
-def records(path):
-    """The file header and each record (header and data) of a classic pcap."""
+def records(path):  # the file header and each record (header and data) of a classic pcap
     data = open(path, "rb").read()
     out, at = [], 24
     while at + 16 <= len(data):
@@ -36,13 +32,11 @@ def records(path):
 
 
 def write(path, data):
-    with open(path, "wb") as f:
-        f.write(data)
+    open(path, "wb").write(data)
     return path
 
 
-def expect_whole(tool, scratch, header, recs, got, what):
-    """`got` (status, stdout) must be the dump of the capture of `recs`, read whole."""
+def expect_whole(tool, scratch, header, recs, got, what):  # `got` (status, stdout): the dump of `recs`, whole
     rc, want, err = run(tool, ["dump", write(os.path.join(scratch, "whole.pcap"), header + b"".join(recs))])
     check(rc == 0 and want, f"the whole capture of {len(recs)} frames: status {rc}\n{err}")
     check(got[1] == want, f"{what}: the database differs from that of the {len(recs)} frames before the cut")

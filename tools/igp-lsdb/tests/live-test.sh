@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
-# Live capture, for real: a network namespace of its own (unshare) holding a veth pair, the lab
-# capture replayed onto one end with tcpreplay, igp-lsdb -i on the other. What it prints after the
-# interrupt must equal what it prints for the capture file: the change lines (events --follow) and
-# the database (dump).
-#   live-test.sh TOOL SCRATCH_DIR        (from the repository root; exit 77: skipped)
+# Live capture in a network namespace (unshare): the lab capture replayed by tcpreplay onto a veth pair,
+# igp-lsdb -i on the other end; after the interrupt, events --follow and dump print what they print for
+# the file.   live-test.sh TOOL SCRATCH_DIR   (from the repository root; exit 77: skipped)
 set -euo pipefail
 tool=$(realpath "$1")
 scratch=$2

@@ -1,10 +1,6 @@
 #!/usr/bin/env python3
-"""Derives the tool's test captures from the decoder tests' captures (run once; outputs committed):
-
-    python3 tools/igp-lsdb/tests/make-test-captures.py
-
-data/README.md says what each capture holds.
-"""
+"""Derives the tool's test captures from the decoder tests' (run once, outputs committed; data/README.md
+says what each holds):  python3 tools/igp-lsdb/tests/make-test-captures.py"""
 import os
 import struct
 
@@ -43,7 +39,6 @@ def pcapng_bytes(records):
     def block(kind, body):
         body += b"\0" * (-len(body) % 4)
         return struct.pack("<II", kind, 12 + len(body)) + body + struct.pack("<I", 12 + len(body))
-
     out = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1)) + block(1, struct.pack("<HHI", 1, 0, 0))
     for sec, frac, frame in records:  # microsecond timestamps, the interface's default
         ts = sec * 1000000 + frac
@@ -51,8 +46,7 @@ def pcapng_bytes(records):
     return out
 
 
-def kind(frame):
-    """The IS-IS PDU type of an 802.3/LLC frame, else None."""
+def kind(frame):  # the IS-IS PDU type of an 802.3/LLC frame, else None
     ok = len(frame) >= 22 and frame[14:17] == b"\xfe\xfe\x03" and frame[17] == 0x83
     return frame[21] & 0x1F if ok else None
 
@@ -76,15 +70,13 @@ def with_checksum(pdu, newer=0):
     return bytes(pdu)
 
 
-def purge(level, lsp_id, seq):
-    """A purge as ISO 10589 7.3.16.4 sends it: the header alone, remaining lifetime 0."""
+def purge(level, lsp_id, seq):  # as ISO 10589 7.3.16.4 sends it: the header alone, remaining lifetime 0
     pdu = struct.pack(">BBBBBBBBHH8sIHB", 0x83, 27, 1, 0, 16 + 2 * level, 1, 0, 0, 27, 0, bytes.fromhex(lsp_id),
                       seq, 0, 0x03)
     return with_pdu(bytes.fromhex("0180c200001" + "45"[level - 1] + "020000000004"), pdu)
 
 
-def with_hostname(frame, name, newer=1):
-    """The LSP with its dynamic host name TLV (137) holding `name`."""
+def with_hostname(frame, name, newer=1):  # the LSP with its dynamic host name TLV (137) holding `name`
     pdu = bytearray(frame[17:17 + struct.unpack(">H", frame[12:14])[0] - 3])
     at = 27
     while at + 2 <= len(pdu) and pdu[at] != 137:
@@ -95,14 +87,12 @@ def with_hostname(frame, name, newer=1):
     return with_pdu(frame, with_checksum(pdu, newer))
 
 
-def replaced(frame, old, new):
-    """The LSP again, one sequence number later, with `old` octets (hex) replaced by `new`."""
+def replaced(frame, old, new):  # the LSP again, one sequence number later, `old` octets (hex) now `new`
     return frame[:17] + with_checksum(frame[17:].replace(bytes.fromhex(old), bytes.fromhex(new)), 1)
 
 
 def narrowed_csnp(frame, range_end, unlisted):
-    """The CSNP covering LSP IDs up to `range_end`, without `unlisted`, in two LSP entries TLVs
-    (ISO 10589 9.10: a 33-octet header, the end LSP ID at octets 25 to 32)."""
+    """The CSNP up to `range_end` without `unlisted`, in two TLVs 9 (ISO 10589 9.10: end LSP ID at 25-32)."""
     pdu, entries, at = frame[17:], [], frame[18]
     while at < len(pdu):
         if pdu[at] == 9:
@@ -152,9 +142,7 @@ def main():
             (s, f, replaced(fr, "060580000001f4", "06058000000258") if n == 3 else fr) for n, s, f, fr in te]),
     }
     for name, data in outputs.items():
-        path = os.path.normpath(os.path.join(TOOL, "tests", "data", name))
-        open(path, "wb").write(data)
-        print(f"{os.path.relpath(path, ROOT)}: {len(data)} bytes")
+        open(os.path.normpath(os.path.join(TOOL, "tests", "data", name)), "wb").write(data)
 
 
 if __name__ == "__main__":
