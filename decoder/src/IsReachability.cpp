@@ -133,12 +133,7 @@ void LspDecoder::addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, c
 // RFC 5305 3 (TLV 22) and RFC 5120 7.2 (TLV 222, after the MT ID).
 void LspDecoder::wideNeighbors(Item& it, IC::IgpMultiTopologyId mt) {
     Cursor& v = it.value;
-    // One entry's sub-TLVs at a time, in vectors that the thread keeps from
-    // one decode to the next: an entry with adjacency SIDs then allocates
-    // nothing once an earlier one has. A sub-TLV block of at most 255 octets
-    // bounds their room.
-    static thread_local LinkAttrs scratch;
-    LinkAttrs& a = scratch;
+    LinkAttrs& a = link_;
     while (!v.empty()) {
         const std::size_t at = v.pos();
         v.need(11, Reason::truncatedEntry, at, "IS reachability entry runs past the TLV end");

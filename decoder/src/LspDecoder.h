@@ -255,6 +255,9 @@ private:
     std::uint32_t msdCount_ = 0;
     Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol> fads_;
     std::vector<UnnumberedSrlg> unnumberedSrlgs_;
+    // One IS reachability entry's sub-TLVs at a time: reused, so that an
+    // entry with adjacency SIDs allocates nothing once an earlier one has.
+    LinkAttrs link_;
 };
 
 }  // namespace Routing::IsisDecoder::detail

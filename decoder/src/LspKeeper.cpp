@@ -460,43 +460,42 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             }
         }
     }
-    const auto uniteLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
-        if (from.isOnly(number)) {
-            return;  // `after` has it as it is
-        }
-        // `number` carries the key exactly when `after` does. The new
-        // copy's own link (`after` is the delta) takes the others
-        // in place when it comes first; else their union is built apart and
-        // copied over it. A link the new copy lacks is built in the delta.
-        const Poldo::Ptr<IC::Neighbor> mine = from.has(number) ? after->neighbor(k) : nullptr;
+    // `number` carries a key exactly when `after` (the delta) does. The new
+    // copy's own member takes the other fragments' in place when it comes
+    // first; else their union is built apart and copied over it. A member
+    // the new copy lacks is built in the delta.
+    const auto uniteCarried = [&](const FragmentSet& from, const auto& mine, const auto& memberOf,
+                                  const auto& build, const auto& unite) {
         const bool inPlace = mine && from.first() == number;
-        Poldo::Ptr<IC::Neighbor> u;
+        auto u = inPlace ? mine : nullptr;
         from.forEach([&](std::uint8_t f) {
-            if (inPlace) {
-                if (f != number) {
-                    uniteNeighbor(*mine, *contentOf(f, detail::linksPart).neighbor(k));
-                }
+            if (inPlace && f == number) {
                 return;
             }
-            const auto n = contentOf(f, detail::linksPart).neighbor(k);
+            const auto m = memberOf(f);
             if (!u) {
-                u = mine ? IC::neighborFactory(k) : delta.neighborIs(k);
-                u->updateAttr(n);
+                u = build();
+                u->updateAttr(m);
             } else {
-                uniteNeighbor(*u, *n);
+                unite(*u, *m);
             }
         });
         if (mine && !inPlace) {
             mine->updateAttr(u);
         }
     };
+    const auto uniteLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
+        if (from.isOnly(number)) {
+            return;  // `after` has it as it is
+        }
+        const Poldo::Ptr<IC::Neighbor> mine = from.has(number) ? after->neighbor(k) : nullptr;
+        uniteCarried(
+            from, mine, [&](std::uint8_t f) { return contentOf(f, detail::linksPart).neighbor(k); },
+            [&] { return mine ? IC::neighborFactory(k) : delta.neighborIs(k); }, uniteNeighbor);
+    };
     for (const NeighborAt it : links) {
         if (it->second.none()) {
-            for (const auto& a : foldAddresses(it->first)) {
-                if (!a.isNone()) {
-                    node.linksByAddr.erase(LinkAt(a, &it->first));
-                }
-            }
+            fileLink(node, it->first, false);
             d.goneNeighbors.push_back(it->first);
             node.neighbors.erase(it);
         } else {
@@ -591,28 +590,10 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         if (from.isOnly(number)) {
             continue;
         }
-        // As for links above.
         const Poldo::Ptr<IC::Prefix> mine = from.has(number) ? after->prefix(*key) : nullptr;
-        const bool inPlace = mine && from.first() == number;
-        Poldo::Ptr<IC::Prefix> u;
-        from.forEach([&](std::uint8_t f) {
-            if (inPlace) {
-                if (f != number) {
-                    unitePrefix(*mine, *contentOf(f).prefix(*key));
-                }
-                return;
-            }
-            const auto p = contentOf(f).prefix(*key);
-            if (!u) {
-                u = mine ? IC::prefixFactory(*key) : delta.prefixIs(*key);
-                u->updateAttr(p);
-            } else {
-                unitePrefix(*u, *p);
-            }
-        });
-        if (mine && !inPlace) {
-            mine->updateAttr(u);
-        }
+        uniteCarried(
+            from, mine, [&](std::uint8_t f) { return contentOf(f).prefix(*key); },
+            [&] { return mine ? IC::prefixFactory(*key) : delta.prefixIs(*key); }, unitePrefix);
     }
 
     // Node attributes.
@@ -642,11 +623,16 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
 }
 
 // SRLG records are filed under an address of either family, never the empty
-// one: a link is filed under the addresses it has.
-void LspKeeper::fileLink(NodeState& node, const IC::NeighborKey& key) {
+// one: a link is filed, or unfiled, under the addresses it has.
+void LspKeeper::fileLink(NodeState& node, const IC::NeighborKey& key, bool on) {
     for (const auto& a : foldAddresses(key)) {
-        if (!a.isNone()) {
+        if (a.isNone()) {
+            continue;
+        }
+        if (on) {
             node.linksByAddr.emplace(a, &key);
+        } else {
+            node.linksByAddr.erase(LinkAt(a, &key));
         }
     }
 }

@@ -268,7 +268,7 @@ private:
     void merge(const Routing::IgpCommon::IgpNodeId& id, const Delta& delta);
     static void index(NodeState& node, std::uint8_t number,
                       const Routing::IgpCommon::IsisLspParsedContent& c);
-    static void fileLink(NodeState& node, const Routing::IgpCommon::NeighborKey& key);
+    static void fileLink(NodeState& node, const Routing::IgpCommon::NeighborKey& key, bool on = true);
     template <class Keys>
     static void indexKeys(NodeState& node, std::uint8_t number, const Keys& c);
 
