@@ -17,6 +17,10 @@ std::uint16_t be16(const std::uint8_t* p) noexcept {
 
 }  // namespace
 
+void failWith(Reason r, std::uint8_t tlv, std::size_t offset, const char* detail) {
+    fail(r, tlv, offset, detail);
+}
+
 LspHeader readHeader(std::span<const std::uint8_t> pdu) {
     if (pdu.size() < headerLength) {
         fail(Reason::truncatedHeader, 0, pdu.size(),
@@ -131,14 +135,14 @@ std::optional<LspHeader> decodeLspHeader(std::span<const std::uint8_t> pdu) {
     }
 }
 
-DecodeResult decodeLsp(std::span<const std::uint8_t> pdu) {
+DecodeResult decodeLsp(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace) {
     try {
         const LspHeader h = readHeader(pdu);
         const auto body = pdu.first(h.pduLength);
         if (!lspChecksumAccepted(h, body)) {
             fail(Reason::badChecksum, 0, 24, "checksum does not verify");
         }
-        LspDecoder d(body.data(), h);
+        LspDecoder d(body.data(), h, workspace);
         auto content = d.run();
         return DecodedLsp{h, content, std::vector<std::uint8_t>(body.begin(), body.end())};
     } catch (const Failure& f) {
@@ -146,10 +150,16 @@ DecodeResult decodeLsp(std::span<const std::uint8_t> pdu) {
     }
 }
 
-Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu) {
+DecodeResult decodeLsp(std::span<const std::uint8_t> pdu) {
+    DecodeWorkspace workspace;
+    return decodeLsp(pdu, workspace);
+}
+
+Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedParts(std::span<const std::uint8_t> pdu, unsigned parts,
+                                                         DecodeWorkspace& workspace) {
     try {
         const LspHeader h = readHeader(pdu);
-        LspDecoder d(pdu.data(), h);
+        LspDecoder d(pdu.data(), h, workspace, parts);
         return d.run();
     } catch (const Failure&) {
         return nullptr;
@@ -157,13 +167,18 @@ Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint
 }
 
 Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedParts(std::span<const std::uint8_t> pdu, unsigned parts) {
-    try {
-        const LspHeader h = readHeader(pdu);
-        LspDecoder d(pdu.data(), h, parts);
-        return d.run();
-    } catch (const Failure&) {
-        return nullptr;
-    }
+    DecodeWorkspace workspace;
+    return decodeAcceptedParts(pdu, parts, workspace);
+}
+
+Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu,
+                                                       DecodeWorkspace& workspace) {
+    return decodeAcceptedParts(pdu, allParts, workspace);
+}
+
+Poldo::Ptr<IC::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu) {
+    DecodeWorkspace workspace;
+    return decodeAcceptedLsp(pdu, workspace);
 }
 
 }  // namespace Routing::IsisDecoder

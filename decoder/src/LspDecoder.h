@@ -52,6 +52,10 @@ struct Failure {
 [[noreturn]] inline void fail(Reason r, std::uint8_t tlv, std::size_t offset, std::string detail) {
     throw Failure{DecodeError{r, tlv, offset, std::move(detail)}};
 }
+// fail() with a fixed text, kept out of line: the checks of every read call
+// it, and their fast paths stay short.
+[[noreturn, gnu::cold, gnu::noinline]] void failWith(Reason r, std::uint8_t tlv, std::size_t offset,
+                                                     const char* detail);
 
 // A bounded view of part of the PDU. Every read checks the bound first, so no
 // read can leave the buffer; offsets are reported relative to the PDU start.
@@ -65,17 +69,29 @@ public:
     bool empty() const noexcept { return pos_ == end_; }
     std::uint8_t tlv() const noexcept { return tlv_; }
 
-    void need(std::size_t n, Reason r, std::size_t at, std::string_view what) const {
-        if (remaining() < n) {
-            fail(r, tlv_, at, std::string(what));
+    void need(std::size_t n, Reason r, std::size_t at, const char* what) const {
+        if (remaining() < n) [[unlikely]] {
+            failWith(r, tlv_, at, what);
         }
     }
-    std::uint8_t u8() { return static_cast<std::uint8_t>(take(1)); }
-    std::uint16_t u16() { return static_cast<std::uint16_t>(take(2)); }
-    std::uint32_t u24() { return take(3); }
-    std::uint32_t u32() { return take(4); }
+    std::uint8_t u8() {
+        check(1);
+        return pdu_[pos_++];
+    }
+    std::uint16_t u16() {
+        const std::uint8_t* p = bytes(2);
+        return static_cast<std::uint16_t>((p[0] << 8) | p[1]);
+    }
+    std::uint32_t u24() {
+        const std::uint8_t* p = bytes(3);
+        return (std::uint32_t{p[0]} << 16) | (std::uint32_t{p[1]} << 8) | p[2];
+    }
+    std::uint32_t u32() {
+        const std::uint8_t* p = bytes(4);
+        return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
+    }
     float f32() {
-        const std::uint32_t bits = take(4);
+        const std::uint32_t bits = u32();
         float f;
         std::memcpy(&f, &bits, sizeof f);
         return f;
@@ -97,18 +113,9 @@ public:
 
 private:
     void check(std::size_t n) const {
-        if (remaining() < n) {
-            fail(Reason::truncatedEntry, tlv_, pos_, "value runs past its container");
+        if (remaining() < n) [[unlikely]] {
+            failWith(Reason::truncatedEntry, tlv_, pos_, "value runs past its container");
         }
-    }
-    std::uint32_t take(std::size_t n) {
-        check(n);
-        std::uint32_t v = 0;
-        for (std::size_t i = 0; i < n; ++i) {
-            v = (v << 8) | pdu_[pos_ + i];
-        }
-        pos_ += n;
-        return v;
     }
 
     const std::uint8_t* pdu_;
@@ -135,15 +142,15 @@ inline Item nextItem(Cursor& c, Reason overrun) {
 }
 
 inline void expectLength(const Item& it, std::size_t n, const char* what) {
-    if (it.value.remaining() != n) {
-        fail(Reason::badLength, it.value.tlv(), it.start, what);
+    if (it.value.remaining() != n) [[unlikely]] {
+        failWith(Reason::badLength, it.value.tlv(), it.start, what);
     }
 }
 
 inline void expectMultiple(const Item& it, std::size_t unit, bool allowEmpty, const char* what) {
     const std::size_t n = it.value.remaining();
-    if (n % unit != 0 || (n == 0 && !allowEmpty)) {
-        fail(Reason::badLength, it.value.tlv(), it.start, what);
+    if (n % unit != 0 || (n == 0 && !allowEmpty)) [[unlikely]] {
+        failWith(Reason::badLength, it.value.tlv(), it.start, what);
     }
 }
 
@@ -167,8 +174,9 @@ LspHeader readHeader(std::span<const std::uint8_t> pdu);
 class LspDecoder {
 public:
     // Only the TLVs of `parts` are read (see ContentParts).
-    LspDecoder(const std::uint8_t* pdu, const LspHeader& h, unsigned parts = allParts)
-        : pdu_(pdu), h_(h), parts_(parts) {}
+    LspDecoder(const std::uint8_t* pdu, const LspHeader& h, DecodeWorkspace& workspace,
+               unsigned parts = allParts)
+        : pdu_(pdu), h_(h), parts_(parts), link_(workspace.link_) {}
 
     Poldo::Ptr<IC::IsisLspParsedContent> run();
 
@@ -191,32 +199,6 @@ private:
 
     // IS reachability (IsReachability.cpp).
 
-    // What the sub-TLVs of one IS reachability entry said; kept apart until the
-    // addresses, which belong to the key, are all known.
-    struct LinkAttrs {
-        IC::Neighbor::NeighborAttrsPresent present;
-        std::uint32_t adminGroup = 0;
-        float maxBw = 0, maxRsvBw = 0;
-        std::array<float, 8> unrsvBw{};
-        std::vector<std::uint32_t> extAdminGroup;
-        std::uint32_t teMetric = 0;
-        IC::LinkDelay delay;
-        std::vector<IC::AdjacencySid> adjSids;
-        std::vector<IC::LanAdjacencySid> lanAdjSids;
-
-        // Empty again, the vectors keeping their room for the next entry.
-        void reset() noexcept {
-            present = {};
-            adminGroup = 0;
-            maxBw = maxRsvBw = 0;
-            unrsvBw = {};
-            extAdminGroup.clear();
-            teMetric = 0;
-            delay = {};
-            adjSids.clear();
-            lanAdjSids.clear();
-        }
-    };
     void linkSubTlv(Item& s, IC::NeighborKey& key, LinkAttrs& a);
     void addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, const LinkAttrs& a);
     void wideNeighbors(Item& it, IC::IgpMultiTopologyId mt);
@@ -256,8 +238,9 @@ private:
     Poldo::Ptr<IC::IgpFlexAlgoDefinitionCol> fads_;
     std::vector<UnnumberedSrlg> unnumberedSrlgs_;
     // One IS reachability entry's sub-TLVs at a time: reused, so that an
-    // entry with adjacency SIDs allocates nothing once an earlier one has.
-    LinkAttrs link_;
+    // entry with adjacency SIDs allocates nothing once an earlier one (of
+    // this LSP or, with a caller's workspace, of an earlier one) has.
+    LinkAttrs& link_;
 };
 
 }  // namespace Routing::IsisDecoder::detail
@@ -268,6 +251,8 @@ namespace Routing::IsisDecoder {
 /// decoded again without verifying its checksum or copying its octets.
 /// Null if it does not decode.
 Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu);
+Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu,
+                                                                       DecodeWorkspace& workspace);
 
 /// The local addresses that the SRLG records of a PDU that decodeLsp()
 /// accepted before are filed under, as decoding it would file them (once per
@@ -277,6 +262,9 @@ Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span
 /// does not decode.
 Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedParts(std::span<const std::uint8_t> pdu,
                                                                          unsigned parts);
+Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedParts(std::span<const std::uint8_t> pdu,
+                                                                         unsigned parts,
+                                                                         DecodeWorkspace& workspace);
 
 void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAddr>& out);
 

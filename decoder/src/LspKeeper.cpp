@@ -283,7 +283,7 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
             }
         }
     }
-    DecodeResult r = decodeLsp(pdu);
+    DecodeResult r = decodeLsp(pdu, workspace_);
     if (!r) {
         if (error != nullptr) {
             *error = r.error();

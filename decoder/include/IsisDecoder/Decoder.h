@@ -103,9 +103,51 @@ private:
     std::variant<DecodedLsp, DecodeError> v_;
 };
 
+namespace detail {
+class LspDecoder;
+
+// What the sub-TLVs of one IS reachability entry said; kept apart until the
+// addresses, which belong to the key, are all known.
+struct LinkAttrs {
+    Routing::IgpCommon::Neighbor::NeighborAttrsPresent present;
+    std::uint32_t adminGroup = 0;
+    float maxBw = 0, maxRsvBw = 0;
+    std::array<float, 8> unrsvBw{};
+    std::vector<std::uint32_t> extAdminGroup;
+    std::uint32_t teMetric = 0;
+    Routing::IgpCommon::LinkDelay delay;
+    std::vector<Routing::IgpCommon::AdjacencySid> adjSids;
+    std::vector<Routing::IgpCommon::LanAdjacencySid> lanAdjSids;
+
+    // Empty again, the vectors keeping their room for the next entry.
+    void reset() noexcept {
+        present = {};
+        adminGroup = 0;
+        maxBw = maxRsvBw = 0;
+        unrsvBw = {};
+        extAdminGroup.clear();
+        teMetric = 0;
+        delay = {};
+        adjSids.clear();
+        lanAdjSids.clear();
+    }
+};
+}  // namespace detail
+
+/// Scratch room that decoding one LSP needs and that a caller decoding many
+/// (an LSP keeper) keeps from one to the next, so that it is allocated once.
+/// What it holds between two decodings means nothing. One thread at a time.
+class DecodeWorkspace {
+private:
+    friend class detail::LspDecoder;
+    detail::LinkAttrs link_;
+};
+
 /// Decodes one LSP PDU starting at the common header (discriminator 0x83).
 /// Octets beyond the PDU length field (link padding) are ignored.
 DecodeResult decodeLsp(std::span<const std::uint8_t> pdu);
+/// The same, with scratch room the caller reuses.
+DecodeResult decodeLsp(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace);
 
 /// The fixed header of an LSP PDU, checked as decodeLsp() checks it (its
 /// checksum aside), or nothing when it is malformed.

@@ -280,6 +280,7 @@ private:
     std::size_t held_ = 0;
     std::size_t ignored_ = 0;
     std::size_t refreshed_ = 0;
+    DecodeWorkspace workspace_;
 };
 
 }  // namespace Routing::IsisDecoder
