@@ -13,51 +13,59 @@ namespace {
 // The two Fletcher sums of ISO 10589 7.3.11 (the algorithm of RFC 1008 and
 // ISO 8473 Annex C) over `data`, each reduced mod 255. The modulo is
 // deferred: from reduced sums, n more octets leave c1 below 255 (n + 1)^2,
-// so 64-bit sums reduced every `block` octets never overflow.
+// so 64-bit sums reduced every `chunk` octets never overflow.
 struct FletcherSums {
     std::uint32_t c0;
     std::uint32_t c1;
 };
 
-// Eight octets b0..b7 at once: c0 gains their sum S, c1 gains 8 c0 plus
-// W = 8 b0 + 7 b1 + ... + 1 b7 (each octet enters that many running sums).
-// The even and the odd octets go to 16-bit lanes; multiplying lanes x0..x3
-// by 0x0001000100010001 leaves their prefix sums in the lanes (the total in
-// the top one), and doing it again leaves 4 x0 + 3 x1 + 2 x2 + x3 on top.
-// Lane values stay below 2^16, so no lane carries into the next.
-struct EightSums {
-    std::uint64_t s;
-    std::uint64_t w;
-};
+// A block of K 8-octet words at once. Their even octets b0 b2 b4 b6 and
+// odd ones b1 b3 b5 b7 go to the four 16-bit lanes of two words: A sums the
+// lanes over the words, and B sums A after each word, so B holds the sum of
+// (K - k) times word k's lanes. An octet i of the n = 8K octets enters
+// n - i running sums, and n - i = 8 (K - k) - j for octet j of word k: so c1
+// gains n c0 + 8 (lanes of B) - (j times lane j of A), c0 the lanes of A.
+// Up to 16 words keep every lane of B below 255 * 16 * 17 / 2 < 2^16.
+constexpr std::size_t blockWords = 16;
 
-inline EightSums eightOctets(const std::uint8_t* p) noexcept {
-    constexpr std::uint64_t lanes = 0x00FF00FF00FF00FFull;
-    constexpr std::uint64_t spread = 0x0001000100010001ull;
-    std::uint64_t v;
-    std::memcpy(&v, p, 8);
-    if constexpr (std::endian::native == std::endian::big) {
-        v = __builtin_bswap64(v);  // b0 in the low octet, as on x86-64
-    }
-    const std::uint64_t even = (v & lanes) * spread;        // b0 b2 b4 b6
-    const std::uint64_t odd = ((v >> 8) & lanes) * spread;  // b1 b3 b5 b7
-    const std::uint64_t both = even + odd;
-    // Even octets weigh 2 (4, 3, 2, 1), odd ones one less.
-    return {both >> 48, 2 * ((both * spread) >> 48) - (odd >> 48)};
+inline std::uint64_t laneSum(std::uint64_t x) noexcept {
+    return (x & 0xFFFF) + ((x >> 16) & 0xFFFF) + ((x >> 32) & 0xFFFF) + (x >> 48);
+}
+
+// Lane 1 once, lane 2 twice, lane 3 three times.
+inline std::uint64_t laneWeighted(std::uint64_t x) noexcept {
+    return ((x >> 16) & 0xFFFF) + 2 * ((x >> 32) & 0xFFFF) + 3 * (x >> 48);
 }
 
 FletcherSums fletcher(std::span<const std::uint8_t> data) noexcept {
-    constexpr std::size_t block = std::size_t{1} << 20;
+    constexpr std::size_t chunk = std::size_t{1} << 20;
+    constexpr std::uint64_t lanes = 0x00FF00FF00FF00FFull;
     std::uint64_t c0 = 0;
     std::uint64_t c1 = 0;
     const std::uint8_t* p = data.data();
     std::size_t left = data.size();
     while (left != 0) {
-        std::size_t n = left < block ? left : block;
+        std::size_t n = left < chunk ? left : chunk;
         left -= n;
-        for (; n >= 8; n -= 8, p += 8) {
-            const EightSums e = eightOctets(p);
-            c1 += 8 * c0 + e.w;
-            c0 += e.s;
+        while (n >= 8) {
+            const std::size_t words = n / 8 < blockWords ? n / 8 : blockWords;
+            std::uint64_t aEven = 0, aOdd = 0, bEven = 0, bOdd = 0;
+            for (std::size_t k = 0; k < words; ++k, p += 8) {
+                std::uint64_t v;
+                std::memcpy(&v, p, 8);
+                if constexpr (std::endian::native == std::endian::big) {
+                    v = __builtin_bswap64(v);  // b0 in the low octet, as on x86-64
+                }
+                aEven += v & lanes;
+                aOdd += (v >> 8) & lanes;
+                bEven += aEven;
+                bOdd += aOdd;
+            }
+            const std::uint64_t octets = 8 * words;
+            c1 += octets * c0 + 8 * (laneSum(bEven) + laneSum(bOdd)) -
+                  (2 * laneWeighted(aEven) + 2 * laneWeighted(aOdd) + laneSum(aOdd));
+            c0 += laneSum(aEven) + laneSum(aOdd);
+            n -= octets;
         }
         for (; n != 0; --n, ++p) {
             c0 += *p;

@@ -36,6 +36,48 @@ Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
     return content_;
 }
 
+namespace {
+
+// How the entries of a TLV are counted to size the content's tables.
+enum class Entries : std::uint8_t {
+    none,
+    narrowLinks,     // ISO 10589 9.9: 11 octets each
+    wideLinks,       // RFC 5305 3: 11 octets and a sub-TLV block
+    narrowPrefixes,  // RFC 1195 5: 12 octets each
+    v4Prefixes,      // RFC 5305 4
+    v6Prefixes,      // RFC 5308 2
+    one,             // a SID/label binding: one prefix
+};
+
+// What the walk knows of a TLV type: the part of the content it fills, how
+// its entries count, and whether an MT ID (RFC 5120 7) comes first.
+struct TlvRole {
+    std::uint8_t part;
+    Entries entries;
+    std::uint8_t mtOctets;
+};
+
+constexpr std::array<TlvRole, 256> tlvRoles = [] {
+    std::array<TlvRole, 256> r{};
+    r.fill({nodePart, Entries::none, 0});
+    r[Tlv::isNeighbors] = {linksPart, Entries::narrowLinks, 0};
+    r[Tlv::extendedIsReachability] = {linksPart, Entries::wideLinks, 0};
+    r[Tlv::mtIsReachability] = {linksPart, Entries::wideLinks, 2};
+    r[Tlv::srlg] = {linksPart, Entries::none, 0};
+    r[Tlv::ipv6Srlg] = {linksPart, Entries::none, 0};
+    r[Tlv::ipInternalReachability] = {prefixesPart, Entries::narrowPrefixes, 0};
+    r[Tlv::ipExternalReachability] = {prefixesPart, Entries::narrowPrefixes, 0};
+    r[Tlv::extendedIpReachability] = {prefixesPart, Entries::v4Prefixes, 0};
+    r[Tlv::mtIpReachability] = {prefixesPart, Entries::v4Prefixes, 2};
+    r[Tlv::ipv6Reachability] = {prefixesPart, Entries::v6Prefixes, 0};
+    r[Tlv::mtIpv6Reachability] = {prefixesPart, Entries::v6Prefixes, 2};
+    r[Tlv::sidLabelBinding] = {prefixesPart, Entries::one, 0};
+    r[Tlv::mtSidLabelBinding] = {prefixesPart, Entries::one, 0};
+    return r;
+}();
+
+}  // namespace
+
 // Sizes the content's link and prefix tables once, from a count of the
 // entries of the TLVs to be read, rather than letting them grow by rehashing.
 // The count is an upper bound (entries may repeat a key) that the PDU's
@@ -67,46 +109,37 @@ void LspDecoder::reserveTables() {
     };
     std::size_t at = headerLength;
     while (at + 2 <= pduEnd) {
-        const std::uint8_t type = pdu_[at];
+        const TlvRole& role = tlvRoles[pdu_[at]];
         const std::size_t len = pdu_[at + 1];
-        const std::size_t value = at + 2;
-        const std::size_t end = value + len;
+        const std::size_t value = at + 2 + role.mtOctets;
+        const std::size_t end = at + 2 + len;
         if (end > pduEnd) {
             break;
         }
         at = end;
-        if (parts_ != allParts && (parts_ & partOf(type)) == 0) {
+        if ((parts_ & role.part) == 0) {
             continue;
         }
-        const std::size_t mt =
-            type == Tlv::mtIsReachability || type == Tlv::mtIpReachability || type == Tlv::mtIpv6Reachability
-                ? 2
-                : 0;
-        switch (type) {
-            case Tlv::isNeighbors:
+        switch (role.entries) {
+            case Entries::none:
+                break;
+            case Entries::narrowLinks:
                 links += static_cast<std::uint32_t>(len / 11);
                 break;
-            case Tlv::extendedIsReachability:
-            case Tlv::mtIsReachability:
-                links += entries(value + mt, end, 11, 0, 0, 0, 0);  // RFC 5305 3
+            case Entries::wideLinks:
+                links += entries(value, end, 11, 0, 0, 0, 0);
                 break;
-            case Tlv::ipInternalReachability:
-            case Tlv::ipExternalReachability:
+            case Entries::narrowPrefixes:
                 prefixes += static_cast<std::uint32_t>(len / 12);
                 break;
-            case Tlv::extendedIpReachability:
-            case Tlv::mtIpReachability:
-                prefixes += entries(value + mt, end, 5, 4, 4, 0x40, 0x3F);  // RFC 5305 4
+            case Entries::v4Prefixes:
+                prefixes += entries(value, end, 5, 4, 4, 0x40, 0x3F);
                 break;
-            case Tlv::ipv6Reachability:
-            case Tlv::mtIpv6Reachability:
-                prefixes += entries(value + mt, end, 6, 5, 4, 0x20, 0xFF);  // RFC 5308 2
+            case Entries::v6Prefixes:
+                prefixes += entries(value, end, 6, 5, 4, 0x20, 0xFF);
                 break;
-            case Tlv::sidLabelBinding:
-            case Tlv::mtSidLabelBinding:
+            case Entries::one:
                 ++prefixes;
-                break;
-            default:
                 break;
         }
     }
@@ -120,25 +153,7 @@ void LspDecoder::reserveTables() {
 
 // Which part of the content a TLV fills.
 unsigned LspDecoder::partOf(std::uint8_t type) noexcept {
-    switch (type) {
-        case Tlv::isNeighbors:
-        case Tlv::extendedIsReachability:
-        case Tlv::mtIsReachability:
-        case Tlv::srlg:
-        case Tlv::ipv6Srlg:
-            return linksPart;
-        case Tlv::ipInternalReachability:
-        case Tlv::ipExternalReachability:
-        case Tlv::extendedIpReachability:
-        case Tlv::mtIpReachability:
-        case Tlv::ipv6Reachability:
-        case Tlv::mtIpv6Reachability:
-        case Tlv::sidLabelBinding:
-        case Tlv::mtSidLabelBinding:
-            return prefixesPart;
-        default:
-            return nodePart;
-    }
+    return tlvRoles[type].part;
 }
 
 void LspDecoder::decodeTlv(Item& it) {
