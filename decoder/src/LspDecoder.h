@@ -163,8 +163,21 @@ inline Lumo::Ip6Addr readV6(Cursor& c) {
 
 // A prefix of `len` bits stored in the fewest octets (RFC 5305 4, RFC 5308 2).
 Lumo::IpGenPrefix readPrefix(Cursor& c, std::uint8_t len, bool v6, std::size_t at);
-// A SID whose flags' V and L bits say label or index (RFC 8667 2.1, 2.2.1).
-std::uint32_t readSidValue(Cursor& c, std::uint8_t flags, std::uint8_t vlMask, std::size_t at);
+// The failure of readSidValue(): flags and length disagree.
+[[noreturn, gnu::cold, gnu::noinline]] void failSidValue(const Cursor& c, std::uint8_t flags, std::size_t at);
+// A SID whose flags' V and L bits say label (both set, 3 octets) or index
+// (both clear, 4 octets) (RFC 8667 2.1, 2.2.1); anything else is inconsistent.
+inline std::uint32_t readSidValue(Cursor& c, std::uint8_t flags, std::uint8_t vlMask, std::size_t at) {
+    const std::uint8_t vl = flags & vlMask;
+    const std::size_t n = c.remaining();
+    if (vl == vlMask && n == 3) {
+        return c.u24() & labelMask;
+    }
+    if (vl == 0 && n == 4) {
+        return c.u32();
+    }
+    failSidValue(c, flags, at);
+}
 // A SID/label sub-TLV (RFC 8667 2.3).
 IC::LabelSid readSidLabel(const Item& it);
 
@@ -199,7 +212,6 @@ private:
 
     // IS reachability (IsReachability.cpp).
 
-    void linkSubTlv(Item& s, IC::NeighborKey& key, LinkAttrs& a);
     void addNeighbor(const IC::NeighborKey& key, std::uint32_t metric, const LinkAttrs& a);
     void wideNeighbors(Item& it, IC::IgpMultiTopologyId mt);
     void narrowNeighbors(Item& it);

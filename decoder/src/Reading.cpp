@@ -15,26 +15,19 @@ Lumo::IpGenPrefix readPrefix(Cursor& c, std::uint8_t len, bool v6, std::size_t a
     c.need(n, Reason::truncatedEntry, at, "prefix octets run past the TLV end");
     std::uint8_t buf[16] = {};
     std::memcpy(buf, c.bytes(n), n);
-    if (v6) {
-        return Lumo::IpGenPrefix(Lumo::Ip6Addr::fromBytes(buf), len).masked();
+    // Bits past the length are cleared here, as IpGenPrefix::masked() would.
+    if (len % 8 != 0) {
+        buf[n - 1] &= static_cast<std::uint8_t>(0xFF00u >> (len % 8));
     }
-    return Lumo::IpGenPrefix(Lumo::IpAddr::fromBytes(buf), len).masked();
+    if (v6) {
+        return Lumo::IpGenPrefix(Lumo::Ip6Addr::fromBytes(buf), len);
+    }
+    return Lumo::IpGenPrefix(Lumo::IpAddr::fromBytes(buf), len);
 }
 
-// A SID whose flags' V and L bits say label (both set, 3 octets) or index
-// (both clear, 4 octets) (RFC 8667 2.1, 2.2.1); anything else is inconsistent.
-std::uint32_t readSidValue(Cursor& c, std::uint8_t flags, std::uint8_t vlMask, std::size_t at) {
-    const bool isLabel = (flags & vlMask) == vlMask;
-    const bool isIndex = (flags & vlMask) == 0;
-    const std::size_t n = c.remaining();
-    if (isLabel && n == 3) {
-        return c.u24() & labelMask;
-    }
-    if (isIndex && n == 4) {
-        return c.u32();
-    }
+void failSidValue(const Cursor& c, std::uint8_t flags, std::size_t at) {
     char buf[80];
-    std::snprintf(buf, sizeof buf, "SID flags 0x%02x do not match a %zu-octet value", flags, n);
+    std::snprintf(buf, sizeof buf, "SID flags 0x%02x do not match a %zu-octet value", flags, c.remaining());
     fail(Reason::badSidLength, c.tlv(), at, buf);
 }
 
