@@ -103,6 +103,13 @@ public:
         return p;
     }
     void skip(std::size_t n) { bytes(n); }
+    // The next `n` octets; `r` at `at` when they are not all there.
+    const std::uint8_t* bytes(std::size_t n, Reason r, std::size_t at, const char* what) {
+        need(n, r, at, what);
+        const std::uint8_t* p = pdu_ + pos_;
+        pos_ += n;
+        return p;
+    }
     // The next `n` octets as a cursor of their own; `r` when they are not all there.
     Cursor sub(std::size_t n, Reason r, std::size_t at, const char* what) {
         need(n, r, at, what);
@@ -134,11 +141,9 @@ struct Item {
 // The next TLV or sub-TLV of `c`, `overrun` when its header or value does not fit.
 inline Item nextItem(Cursor& c, Reason overrun) {
     const std::size_t start = c.pos();
-    c.need(2, overrun, start, "type and length octets do not fit");
-    const std::uint8_t type = c.u8();
-    const std::uint8_t len = c.u8();
-    Cursor value = c.sub(len, overrun, start, "length runs past the end of its container");
-    return Item{type, start, value};
+    const std::uint8_t* typeAndLength = c.bytes(2, overrun, start, "type and length octets do not fit");
+    return Item{typeAndLength[0], start,
+                c.sub(typeAndLength[1], overrun, start, "length runs past the end of its container")};
 }
 
 inline void expectLength(const Item& it, std::size_t n, const char* what) {

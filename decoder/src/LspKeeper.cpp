@@ -132,9 +132,9 @@ std::vector<Key> inEntryOrder(std::vector<Key> keys) {
 }
 
 // The content of octets that decoded when they were taken.
-Poldo::Ptr<IC::IsisLspParsedContent> decodeHeld(const IC::IgpNodeId& id,
-                                                std::span<const std::uint8_t> octets) {
-    if (auto content = decodeAcceptedLsp(octets)) {
+Poldo::Ptr<IC::IsisLspParsedContent> decodeHeld(const IC::IgpNodeId& id, std::span<const std::uint8_t> octets,
+                                                DecodeWorkspace& workspace) {
+    if (auto content = decodeAcceptedLsp(octets, workspace)) {
         return content;
     }
     auto empty = IC::isisLspParsedContentFactory();
@@ -251,7 +251,7 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
     // The keeper merges contents of its own: the caller's stays as it was.
     Poldo::Ptr<IC::IsisLspParsedContent> content;
     if (!h.isPurge()) {
-        content = decodeAcceptedLsp(lsp.octets);
+        content = decodeAcceptedLsp(lsp.octets, workspace_);
         if (!content) {
             ++ignored_;
             return Outcome::ignored;
@@ -310,7 +310,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
     // fragment is merged whole and needs no such account.
     const std::size_t heldAfter = node.held - (f.held ? 1 : 0) + (content ? 1 : 0);
     const Poldo::Ptr<IC::IsisLspParsedContent> before =
-        f.held && heldAfter >= 2 ? decodeHeld(id, f.octets) : nullptr;
+        f.held && heldAfter >= 2 ? decodeHeld(id, f.octets, workspace_) : nullptr;
     const bool wasNodeWide = f.held && f.nodeWide;
     f.header = h;
     f.fromPdu = fromPdu;
@@ -364,7 +364,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         const auto only = std::find_if(node.fragments.begin(), node.fragments.end(),
                                        [](const auto& f) { return f.second.held; });
         if (only->first != number) {
-            d.content = decodeHeld(id, only->second.octets);
+            d.content = decodeHeld(id, only->second.octets, workspace_);
         }
         if (only->first != 0) {
             d.content->node()->flagsIs(IC::NodeFlags());
@@ -391,7 +391,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
                 continue;
             }
             if (!entry) {
-                index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets)).first->second);
+                index(node, num, *decoded.emplace(num, decodeHeld(id, f.octets, workspace_)).first->second);
                 continue;
             }
             indexKeys(node, num, *entry);
@@ -426,9 +426,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         auto& [has, content] = partial[f];
         if (!content || (has & parts) != parts) {
             has |= parts;
-            content = has == detail::allParts ? nullptr : decodeAcceptedParts(octets, has);
+            content = has == detail::allParts ? nullptr : decodeAcceptedParts(octets, has, workspace_);
             if (!content) {
-                content = decodeHeld(id, octets);
+                content = decodeHeld(id, octets, workspace_);
                 has = detail::allParts;
             }
         }
