@@ -47,6 +47,7 @@ enum class Entries : std::uint8_t {
     v4Prefixes,      // RFC 5305 4
     v6Prefixes,      // RFC 5308 2
     one,             // a SID/label binding: one prefix
+    srlg,            // one SRLG record at most
 };
 
 // What the walk knows of a TLV type: the part of the content it fills, how
@@ -63,8 +64,8 @@ constexpr std::array<TlvRole, 256> tlvRoles = [] {
     r[Tlv::isNeighbors] = {linksPart, Entries::narrowLinks, 0};
     r[Tlv::extendedIsReachability] = {linksPart, Entries::wideLinks, 0};
     r[Tlv::mtIsReachability] = {linksPart, Entries::wideLinks, 2};
-    r[Tlv::srlg] = {linksPart, Entries::none, 0};
-    r[Tlv::ipv6Srlg] = {linksPart, Entries::none, 0};
+    r[Tlv::srlg] = {linksPart, Entries::srlg, 0};
+    r[Tlv::ipv6Srlg] = {linksPart, Entries::srlg, 0};
     r[Tlv::ipInternalReachability] = {prefixesPart, Entries::narrowPrefixes, 0};
     r[Tlv::ipExternalReachability] = {prefixesPart, Entries::narrowPrefixes, 0};
     r[Tlv::extendedIpReachability] = {prefixesPart, Entries::v4Prefixes, 0};
@@ -78,13 +79,14 @@ constexpr std::array<TlvRole, 256> tlvRoles = [] {
 
 }  // namespace
 
-// Sizes the content's link and prefix tables once, from a count of the
+// Sizes the content's link, prefix and SRLG tables once, from a count of the
 // entries of the TLVs to be read, rather than letting them grow by rehashing.
 // The count is an upper bound (entries may repeat a key) that the PDU's
 // length bounds; a malformed TLV ends it, and the walk proper reports it.
 void LspDecoder::reserveTables() {
     std::uint32_t links = 0;
     std::uint32_t prefixes = 0;
+    std::uint32_t srlgs = 0;
     const std::size_t pduEnd = h_.pduLength;
     // Entries of `fixed` octets (`lenAt` octets in, the prefix length; `subFlag`
     // in the control octet `controlAt` octets in, a sub-TLV block follows), or
@@ -141,6 +143,9 @@ void LspDecoder::reserveTables() {
             case Entries::one:
                 ++prefixes;
                 break;
+            case Entries::srlg:
+                ++srlgs;
+                break;
         }
     }
     if (links != 0) {
@@ -148,6 +153,9 @@ void LspDecoder::reserveTables() {
     }
     if (prefixes != 0) {
         content_->prefixReserve(prefixes);
+    }
+    if (srlgs != 0) {
+        content_->parsedSrLgReserve(srlgs);
     }
 }
 
