@@ -25,21 +25,16 @@ struct FletcherSums {
 // (K - k) times word k's lanes. An octet i of the n = 8K octets enters
 // n - i running sums, and n - i = 8 (K - k) - j for octet j of word k: so c1
 // gains n c0 + 8 (lanes of B) - (j times lane j of A), c0 the lanes of A.
-// Up to 16 words keep every lane of B below 255 * 16 * 17 / 2 < 2^16.
-constexpr std::size_t blockWords = 16;
-
-inline std::uint64_t laneSum(std::uint64_t x) noexcept {
-    return (x & 0xFFFF) + ((x >> 16) & 0xFFFF) + ((x >> 32) & 0xFFFF) + (x >> 48);
-}
-
-// Lane 1 once, lane 2 twice, lane 3 three times.
-inline std::uint64_t laneWeighted(std::uint64_t x) noexcept {
-    return ((x >> 16) & 0xFFFF) + 2 * ((x >> 32) & 0xFFFF) + 3 * (x >> 48);
-}
+// With 15 words a lane of the even and odd B together stays below
+// 2 * 255 * 15 * 16 / 2 < 2^16, and the lane sums of A below 2^16 too, so
+// multiplying by a constant adds lanes into the top one without carries.
+constexpr std::size_t blockWords = 15;
+constexpr std::uint64_t lanes = 0x00FF00FF00FF00FFull;
+constexpr std::uint64_t spread = 0x0001000100010001ull;  // top lane: x0 + x1 + x2 + x3
+constexpr std::uint64_t ramp = 0x0000000100020003ull;    // top lane: x1 + 2 x2 + 3 x3
 
 FletcherSums fletcher(std::span<const std::uint8_t> data) noexcept {
     constexpr std::size_t chunk = std::size_t{1} << 20;
-    constexpr std::uint64_t lanes = 0x00FF00FF00FF00FFull;
     std::uint64_t c0 = 0;
     std::uint64_t c1 = 0;
     const std::uint8_t* p = data.data();
@@ -61,10 +56,15 @@ FletcherSums fletcher(std::span<const std::uint8_t> data) noexcept {
                 bEven += aEven;
                 bOdd += aOdd;
             }
+            // Octet j of a word sits in lane j / 2 of A: j = 2 lane (+ 1 if odd).
+            const std::uint64_t a = aEven + aOdd;
+            const std::uint64_t weighted = 2 * ((a * ramp) >> 48) + ((aOdd * spread) >> 48);
+            const std::uint64_t b = bEven + bOdd;
+            const std::uint64_t bPairs = (b & 0x0000FFFF0000FFFFull) + ((b >> 16) & 0x0000FFFF0000FFFFull);
+            const std::uint64_t bSum = (bPairs & 0xFFFFFFFFu) + (bPairs >> 32);
             const std::uint64_t octets = 8 * words;
-            c1 += octets * c0 + 8 * (laneSum(bEven) + laneSum(bOdd)) -
-                  (2 * laneWeighted(aEven) + 2 * laneWeighted(aOdd) + laneSum(aOdd));
-            c0 += laneSum(aEven) + laneSum(aOdd);
+            c1 += octets * c0 + 8 * bSum - weighted;
+            c0 += (a * spread) >> 48;
             n -= octets;
         }
         for (; n != 0; --n, ++p) {
