@@ -139,6 +139,7 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"sub-TLV overrun", one(22, Enc(nbr).u8(4).raw({3, 4, 0, 0})), Reason::subTlvOverrun, 22, 40},
         {"IS entry short", one(22, Enc().raw(nbrId(2)).u16(1)), Reason::truncatedEntry, 22, 29},
         {"admin group 3 octets", one(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1})), Reason::badLength, 22, 40},
+        {"empty extended admin group", one(22, Enc(nbr).u8(2).tlv(14, Enc())), Reason::badLength, 22, 40},
         {"empty host name", one(137, Enc()), Reason::badLength, 137, 27},
         {"zero area length", one(1, Enc{0}), Reason::badLength, 1, 29},
         {"area overruns TLV", one(1, Enc{3, 0x49, 0}), Reason::truncatedEntry, 1, 29},
