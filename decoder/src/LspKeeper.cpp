@@ -48,6 +48,17 @@ bool carriesNodeWide(const IC::Node& n) {
     return Kest::carriesUnited(n);
 }
 
+// Whether a fragment's links carry SRLGs of their own: the entry's copy of
+// such a link cannot tell them from the ones folded from records.
+bool carriesLinkSrlg(const IC::IsisLspParsedContent& c) {
+    for (const auto& n : c.neighbor()) {
+        if (n->attrsPresent().srlgValues() || !n->srlgValues().empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // The addresses whose SRLG records the merge folds onto a link: its first
 // local IPv4 and first local IPv6 address, the empty address for a family
 // the key has none of.
@@ -318,6 +329,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
         f.octets = std::move(octets);
         f.nodeWide = carriesNodeWide(*content->node());
         f.srlg = !content->parsedSrLg().empty();
+        f.linkSrlg = carriesLinkSrlg(*content);
         node.held += f.held ? 0 : 1;
         held_ += f.held ? 0 : 1;
         f.held = true;
@@ -325,6 +337,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
         f.octets = {};
         f.nodeWide = false;
         f.srlg = false;
+        f.linkSrlg = false;
         node.held -= f.held ? 1 : 0;
         held_ -= f.held ? 1 : 0;
         f.held = false;
@@ -519,6 +532,25 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         reserveEmpty(node.srlgs, after->parsedSrLg().size());
         touchSrlg(*after, true);
     }
+    // A link that only other fragments carry is in the entry as their union
+    // with the records folded in; when none of them gives it SRLGs of its
+    // own, that copy without its SRLGs is the union, and none is decoded.
+    const Poldo::Ptr<IC::IgpLsp> entry = srlgAddrs.empty() ? nullptr : db_->lsp(id);
+    const auto refoldLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
+        bool own = from.has(number);
+        from.forEach([&](std::uint8_t f) { own = own || node.fragments.at(f).linkSrlg; });
+        const Poldo::Ptr<IC::Neighbor> held = own || !entry ? nullptr : entry->neighbor(k);
+        if (!held) {
+            uniteLink(k, from);
+            return;
+        }
+        const Poldo::Ptr<IC::Neighbor> u = delta.neighborIs(k);
+        u->updateAttr(held);
+        IC::Neighbor::NeighborAttrsPresent present = u->attrsPresent();
+        present.srlgValuesIs(false);
+        u->attrsPresentIs(present);
+        u->srlgValuesDelAll();
+    };
     for (const auto& a : srlgAddrs) {
         if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
             node.srlgs.erase(a);
@@ -528,7 +560,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             // A link already in the delta is there with its union: `after`
             // carries it, or it was built above.
             if (!delta.neighbor(*l->second)) {
-                uniteLink(*l->second, node.neighbors.at(*l->second));
+                refoldLink(*l->second, node.neighbors.at(*l->second));
             }
         }
     }

@@ -196,6 +196,7 @@ private:
         bool fromPdu = false;   // received by receivePdu(): eligible for the refresh shortcut
         bool nodeWide = false;  // carries a node-wide value besides the header flags
         bool srlg = false;      // carries an SRLG record
+        bool linkSrlg = false;  // carries a link with SRLGs of its own (not folded from a record)
     };
 
     // A key of a node's entry and the fragments that carry it. `from` is
