@@ -532,24 +532,61 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         reserveEmpty(node.srlgs, after->parsedSrLg().size());
         touchSrlg(*after, true);
     }
+    // Each link to merge needs the union of the records it folds.
+    std::pmr::vector<Lumo::IpGenAddr> filed(&scratch);
+    const auto uniteRecords = [&](const IC::NeighborKey& k) {
+        for (const auto& a : foldAddresses(k)) {
+            const auto* from = node.srlgs.find(a);
+            if (from == nullptr || from->from.isOnly(number) ||
+                std::find(filed.begin(), filed.end(), a) != filed.end()) {
+                continue;
+            }
+            filed.push_back(a);
+            const auto record = delta.parsedSrLgIs(a);
+            from->from.forEach([&](std::uint8_t f) {
+                if (f == number) {
+                    return;  // already in `record`
+                }
+                if (const auto theirs = contentOf(f, detail::linksPart).parsedSrLg(a)) {
+                    for (auto v = theirs->srlgValue().begin(); v != theirs->srlgValue().end(); ++v) {
+                        record->srlgValueIs(*v);
+                    }
+                }
+            });
+        }
+    };
+    if (!node.srlgs.empty()) {
+        for (const auto& n : delta.neighbor()) {
+            uniteRecords(n->key());
+        }
+    }
     // A link that only other fragments carry is in the entry as their union
-    // with the records folded in; when none of them gives it SRLGs of its
-    // own, that copy without its SRLGs is the union, and none is decoded.
+    // with every record at its addresses folded in. When the old copy of
+    // fragment `number` had no record, records were only added: the entry's
+    // copy with the new values folded in is the link to merge. Else, when
+    // none of its fragments gives it SRLGs of its own, the entry's copy
+    // without SRLGs is their union. Only otherwise are they decoded.
     const Poldo::Ptr<IC::IgpLsp> entry = srlgAddrs.empty() ? nullptr : db_->lsp(id);
+    const bool recordsAdded = !before || before->parsedSrLg().empty();
     const auto refoldLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
-        bool own = from.has(number);
-        from.forEach([&](std::uint8_t f) { own = own || node.fragments.at(f).linkSrlg; });
-        const Poldo::Ptr<IC::Neighbor> held = own || !entry ? nullptr : entry->neighbor(k);
-        if (!held) {
-            uniteLink(k, from);
+        const Poldo::Ptr<IC::Neighbor> held = entry ? entry->neighbor(k) : nullptr;
+        if (held && recordsAdded) {
+            delta.neighborIs(k)->updateAttr(held);
             return;
         }
-        const Poldo::Ptr<IC::Neighbor> u = delta.neighborIs(k);
-        u->updateAttr(held);
-        IC::Neighbor::NeighborAttrsPresent present = u->attrsPresent();
-        present.srlgValuesIs(false);
-        u->attrsPresentIs(present);
-        u->srlgValuesDelAll();
+        bool own = false;
+        from.forEach([&](std::uint8_t f) { own = own || node.fragments.at(f).linkSrlg; });
+        if (held && !own) {
+            const Poldo::Ptr<IC::Neighbor> u = delta.neighborIs(k);
+            u->updateAttr(held);
+            IC::Neighbor::NeighborAttrsPresent present = u->attrsPresent();
+            present.srlgValuesIs(false);
+            u->attrsPresentIs(present);
+            u->srlgValuesDelAll();
+        } else {
+            uniteLink(k, from);
+        }
+        uniteRecords(k);
     };
     for (const auto& a : srlgAddrs) {
         if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
@@ -561,31 +598,6 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             // carries it, or it was built above.
             if (!delta.neighbor(*l->second)) {
                 refoldLink(*l->second, node.neighbors.at(*l->second));
-            }
-        }
-    }
-    // Each link to merge needs the union of the records it folds.
-    if (!node.srlgs.empty()) {
-        std::pmr::vector<Lumo::IpGenAddr> filed(&scratch);
-        for (const auto& n : delta.neighbor()) {
-            for (const auto& a : foldAddresses(n->key())) {
-                const auto* from = node.srlgs.find(a);
-                if (from == nullptr || from->from.isOnly(number) ||
-                    std::find(filed.begin(), filed.end(), a) != filed.end()) {
-                    continue;
-                }
-                filed.push_back(a);
-                const auto record = delta.parsedSrLgIs(a);
-                from->from.forEach([&](std::uint8_t f) {
-                    if (f == number) {
-                        return;  // already in `record`
-                    }
-                    if (const auto theirs = contentOf(f, detail::linksPart).parsedSrLg(a)) {
-                        for (auto v = theirs->srlgValue().begin(); v != theirs->srlgValue().end(); ++v) {
-                            record->srlgValueIs(*v);
-                        }
-                    }
-                });
             }
         }
     }
