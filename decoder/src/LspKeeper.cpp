@@ -96,6 +96,12 @@ auto& carry(Map& map, const Key& key) {
     return map.findOrInsert(key, [&] { return typename Map::member_type{key, {}}; }).first->from;
 }
 
+// The same for a prefix, held in the table by `p`.
+template <class Map>
+auto& carry(Map& map, const Poldo::Ptr<IC::Prefix>& p) {
+    return map.findOrInsert(p->prefixKey(), [&] { return typename Map::member_type{p, {}}; }).first->from;
+}
+
 // Sizes an empty table for its first fragment's keys. A table that holds
 // some already grows by its own doubling: reserving exactly what each
 // fragment adds would rebuild it for every fragment of a large node.
@@ -463,9 +469,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     }
     if (after) {
         for (const auto& n : after->neighbor()) {
-            const auto [it, added] = node.neighbors.try_emplace(n->key());
+            const auto [it, added] = node.neighbors.try_emplace(n);
             if (added) {
-                fileLink(node, it->first);
+                fileLink(node, it->first->key());
             }
             it->second.set(number);
             if (!before || !before->neighbor(n->key())) {
@@ -508,11 +514,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     };
     for (const NeighborAt it : links) {
         if (it->second.none()) {
-            fileLink(node, it->first, false);
-            d.goneNeighbors.push_back(it->first);
+            fileLink(node, it->first->key(), false);
+            d.goneNeighbors.push_back(it->first->key());
             node.neighbors.erase(it);
         } else {
-            uniteLink(it->first, it->second);
+            uniteLink(it->first->key(), it->second);
         }
     }
 
@@ -597,7 +603,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             // A link already in the delta is there with its union: `after`
             // carries it, or it was built above.
             if (!delta.neighbor(*l->second)) {
-                refoldLink(*l->second, node.neighbors.at(*l->second));
+                refoldLink(*l->second, node.neighbors.find(*l->second)->second);
             }
         }
     }
@@ -617,7 +623,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     if (after) {
         reserveEmpty(node.prefixes, after->prefix().size());
         for (const auto& p : after->prefix()) {
-            carry(node.prefixes, p->prefixKey()).set(number);
+            carry(node.prefixes, p).set(number);
             if (!before || !before->prefix(p->prefixKey())) {
                 prefixes.push_back(&p->prefixKey());
             }
@@ -686,24 +692,24 @@ template <class Keys>
 void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
     constexpr bool entry = std::is_same_v<Keys, IC::IgpLsp>;
     for (const auto& n : c.neighbor()) {
-        const IC::NeighborKey* key;
+        const Poldo::Ptr<IC::Neighbor>* member;
         if constexpr (entry) {
-            key = &n.key;
+            member = &n.value;
         } else {
-            key = &n->key();
+            member = &n;
         }
-        const auto [it, added] = node.neighbors.try_emplace(*key);
+        const auto [it, added] = node.neighbors.try_emplace(*member);
         if (added) {
-            fileLink(node, it->first);
+            fileLink(node, it->first->key());
         }
         it->second.set(number);
     }
     reserveEmpty(node.prefixes, c.prefix().size());
     for (const auto& p : c.prefix()) {
         if constexpr (entry) {
-            carry(node.prefixes, p.key).set(number);
+            carry(node.prefixes, p.value).set(number);
         } else {
-            carry(node.prefixes, p->prefixKey()).set(number);
+            carry(node.prefixes, p).set(number);
         }
     }
 }

@@ -211,14 +211,38 @@ private:
         const Key& operator()(const Carried<Key>& c) const noexcept {
             return c.key;
         }
+        // A prefix is held by a member with its key (the entry's, once
+        // merged): no copy of the key.
+        const Routing::IgpCommon::PrefixKey& operator()(
+            const Carried<Poldo::Ptr<Routing::IgpCommon::Prefix>>& c) const noexcept {
+            return c.key->prefixKey();
+        }
     };
     // Seeded tables of one heap block each: their keys come from the
     // senders, so no sender can aim at a bucket (see Kest::HashMap2018).
     template <class Key, std::uint32_t Salt>
     using CarriedMap = Kest::HashMap2018<Carried<Key>, Key, CarriedKey, Salt>;
-    using PrefixesCarried = CarriedMap<Routing::IgpCommon::PrefixKey, 0x5C1E7A93>;
+    using PrefixesCarried = Kest::HashMap2018<Carried<Poldo::Ptr<Routing::IgpCommon::Prefix>>,
+                                              Routing::IgpCommon::PrefixKey, CarriedKey, 0x5C1E7A93>;
     using SrlgsCarried = CarriedMap<Lumo::IpGenAddr, 0xB2D4096E>;
 
+    // Links by key, each held by a member with that key (the entry's, once
+    // merged) rather than by a copy of the key.
+    struct LinkOrder {
+        using is_transparent = void;
+        static const Routing::IgpCommon::NeighborKey& keyOf(
+            const Routing::IgpCommon::NeighborKey& k) noexcept {
+            return k;
+        }
+        static const Routing::IgpCommon::NeighborKey& keyOf(
+            const Poldo::Ptr<Routing::IgpCommon::Neighbor>& n) noexcept {
+            return n->key();
+        }
+        template <class A, class B>
+        bool operator()(const A& a, const B& b) const noexcept {
+            return keyOf(a) < keyOf(b);
+        }
+    };
     using LinkAt = std::pair<Lumo::IpGenAddr, const Routing::IgpCommon::NeighborKey*>;
     struct LinkAtOrder {
         bool operator()(const LinkAt& a, const LinkAt& b) const noexcept {
@@ -231,7 +255,7 @@ private:
 
     // A node's fragments and, for each key of its entry, the fragments that
     // carry it. linksByAddr pairs the address an SRLG record is filed under
-    // with the links that record folds onto (keys owned by `neighbors`).
+    // with the links that record folds onto (keys of the members of `neighbors`).
     //
     // The node-based containers draw on the keeper's pool: a link costs no
     // heap block of its own.
@@ -242,7 +266,7 @@ private:
         std::size_t held = 0;
         // A node of one fragment needs no index: that fragment is the union.
         bool indexed = false;
-        std::pmr::map<Routing::IgpCommon::NeighborKey, FragmentSet> neighbors;
+        std::pmr::map<Poldo::Ptr<Routing::IgpCommon::Neighbor>, FragmentSet, LinkOrder> neighbors;
         PrefixesCarried prefixes;
         SrlgsCarried srlgs;
         std::pmr::set<LinkAt, LinkAtOrder> linksByAddr;
