@@ -363,6 +363,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& after, bool nodeTouched) {
     Delta d;
     d.content = after;
+    refolded_.clear();
     if (!d.content) {
         d.content = IC::isisLspParsedContentFactory();
         d.content->nodeIs(IC::nodeFactory(id));
@@ -454,6 +455,10 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         return *content;
     };
 
+    // Keys new to the index are new to the entry.
+    d.linksNew = !before;
+    d.prefixesNew = !before;
+
     // Links.
     using NeighborAt = decltype(node.neighbors)::iterator;
     std::pmr::vector<NeighborAt> links(&scratch);
@@ -473,6 +478,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             if (added) {
                 fileLink(node, it->first->key());
             }
+            d.linksNew = d.linksNew && added;
             it->second.set(number);
             if (!before || !before->neighbor(n->key())) {
                 links.push_back(it);
@@ -512,6 +518,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             from, mine, [&](std::uint8_t f) { return contentOf(f, detail::linksPart).neighbor(k); },
             [&] { return mine ? IC::neighborFactory(k) : delta.neighborIs(k); }, uniteNeighbor);
     };
+    // The links in the delta that `number` does not carry (built here or
+    // refolded below), by their keys' addresses in the index.
+    std::pmr::set<const IC::NeighborKey*> apart(&scratch);
     for (const NeighborAt it : links) {
         if (it->second.none()) {
             fileLink(node, it->first->key(), false);
@@ -519,6 +528,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             node.neighbors.erase(it);
         } else {
             uniteLink(it->first->key(), it->second);
+            if (!it->second.has(number)) {
+                apart.insert(&it->first->key());
+            }
         }
     }
 
@@ -576,8 +588,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     const bool recordsAdded = !before || before->parsedSrLg().empty();
     const auto refoldLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
         const Poldo::Ptr<IC::Neighbor> held = entry ? entry->neighbor(k) : nullptr;
+        apart.insert(&k);
         if (held && recordsAdded) {
-            delta.neighborIs(k)->updateAttr(held);
+            const Poldo::Ptr<IC::Neighbor> u = delta.neighborIs(k);
+            u->updateAttr(held);
+            refolded_.emplace_back(u.get(), held);
             return;
         }
         bool own = false;
@@ -589,8 +604,10 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             present.srlgValuesIs(false);
             u->attrsPresentIs(present);
             u->srlgValuesDelAll();
+            refolded_.emplace_back(u.get(), held);
         } else {
             uniteLink(k, from);
+            d.linksNew = false;  // merge looks its member up
         }
         uniteRecords(k);
     };
@@ -602,11 +619,15 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
              l != node.linksByAddr.end() && l->first == a; ++l) {
             // A link already in the delta is there with its union: `after`
             // carries it, or it was built above.
-            if (!delta.neighbor(*l->second)) {
-                refoldLink(*l->second, node.neighbors.find(*l->second)->second);
+            const FragmentSet& from = node.neighbors.find(*l->second)->second;
+            if (!from.has(number) && apart.count(l->second) == 0) {
+                refoldLink(*l->second, from);
             }
         }
     }
+
+    std::sort(refolded_.begin(), refolded_.end(),
+              [](const auto& a, const auto& b) { return std::less<const void*>()(a.first, b.first); });
 
     // Prefixes.
     // The keys, not the members: an insertion moves the table's members.
@@ -623,7 +644,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     if (after) {
         reserveEmpty(node.prefixes, after->prefix().size());
         for (const auto& p : after->prefix()) {
-            carry(node.prefixes, p).set(number);
+            FragmentSet& from = carry(node.prefixes, p);
+            d.prefixesNew = d.prefixesNew && from.none();
+            from.set(number);
             if (!before || !before->prefix(p->prefixKey())) {
                 prefixes.push_back(&p->prefixKey());
             }
@@ -748,7 +771,18 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
         for (const auto& a : foldAddresses(p->key())) {
             foldSrlg(c, a, *p);
         }
-        if (const auto existing = entry->neighbor(p->key())) {
+        // A refolded link's member was looked up already; the other links
+        // are all new when the delta says so.
+        Poldo::Ptr<IC::Neighbor> existing;
+        const auto held = std::lower_bound(
+            refolded_.begin(), refolded_.end(), p.get(),
+            [](const auto& r, const IC::Neighbor* n) { return std::less<const void*>()(r.first, n); });
+        if (held != refolded_.end() && held->first == p.get()) {
+            existing = held->second;
+        } else if (!d.linksNew) {
+            existing = entry->neighbor(p->key());
+        }
+        if (existing) {
             existing->updateAttr(p);
         } else {
             entry->neighborIs(p->key(), p);
@@ -761,7 +795,7 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
     }
     for (auto it = c.prefix().begin(); it != c.prefix().end(); ++it) {
         const Poldo::Ptr<IC::Prefix>& p = *it;
-        if (const auto existing = entry->prefix(p->prefixKey())) {
+        if (const auto existing = d.prefixesNew ? nullptr : entry->prefix(p->prefixKey())) {
             existing->updateAttr(p);
         } else {
             entry->prefixIs(p->prefixKey(), p);
@@ -773,6 +807,7 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
     if (created) {
         db_->lspIs(entry);
     }
+    refolded_.clear();
 }
 
 }  // namespace Routing::IsisDecoder

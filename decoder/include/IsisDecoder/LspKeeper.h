@@ -279,7 +279,9 @@ private:
         Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
         bool nodeChanged = false;
         bool nodeGone = false;
-        bool whole = false;  // `content` is the whole union: merged as such
+        bool whole = false;        // `content` is the whole union: merged as such
+        bool linksNew = false;     // the entry has none of the links of `content` but the refolded ones
+        bool prefixesNew = false;  // the entry has none of the prefixes of `content`
         std::vector<Routing::IgpCommon::NeighborKey> goneNeighbors;
         std::vector<Routing::IgpCommon::PrefixKey> gonePrefixes;
     };
@@ -302,6 +304,11 @@ private:
     // Before the containers that draw on it, so that it outlives them.
     std::unique_ptr<std::pmr::unsynchronized_pool_resource> pool_;
     std::pmr::map<Routing::IgpCommon::IgpNodeId, NodeState> nodes_;
+    // Links of the delta that only other fragments carry, built from the
+    // entry's member (which merge then updates without looking it up
+    // again), by the delta's member; kept across updates for its room.
+    std::vector<std::pair<const Routing::IgpCommon::Neighbor*, Poldo::Ptr<Routing::IgpCommon::Neighbor>>>
+        refolded_;
     std::size_t held_ = 0;
     std::size_t ignored_ = 0;
     std::size_t refreshed_ = 0;
