@@ -245,4 +245,51 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
     EXPECT_EQ(seen, 250u);
 }
 
+// SRLG records that reach links of other fragments (RFC 5307 1.4), sent
+// after those links, then replaced and purged: the entry is always the one
+// that a single PDU of the same TLVs gives. Fragment 1's link also has an
+// SRLG of its own, from an unnumbered record to its neighbor.
+TEST(LspKeeper, SrlgRecordsOfOtherFragmentsFoldOntoLinks) {
+    const auto record = [](std::uint8_t nbr, bool numbered, std::uint8_t local, std::uint32_t value) {
+        return Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, nbr, 0, static_cast<std::uint8_t>(numbered),
+                                  10, 255, 0, local, 10, 255, 0, static_cast<std::uint8_t>(local + 1)}
+                                  .u32(value));
+    };
+    const auto link = [](std::uint8_t nbr, std::uint8_t local) {
+        return Enc().tlv(22, Enc().isEntry(nbr, 10, Enc().tlv(6, Enc{10, 255, 0, local})));
+    };
+    std::map<std::uint8_t, Enc> held = {{0, prefix(1, 10)},
+                                        {1, link(2, 1).raw(record(2, false, 1, 55))},
+                                        {2, record(2, true, 1, 77)},
+                                        {3, link(3, 5)},
+                                        {4, record(3, true, 5, 88)}};
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    const auto expectUnion = [&](const std::string& what) {
+        Enc all;
+        for (const auto& [f, tlvs] : held) {
+            all.raw(tlvs);
+        }
+        LspKeeper one(IC::igpLevelIsisLevel2);
+        ASSERT_EQ(one.receivePdu(pdu(0, 1, all)), Outcome::installed);
+        EXPECT_EQ(dumpOf(*k.database()), dumpOf(*one.database())) << what;
+    };
+    for (const auto& [f, tlvs] : held) {
+        ASSERT_EQ(k.receivePdu(pdu(f, 1, tlvs)), Outcome::installed);
+    }
+    const std::string all = dumpOf(*k.database());
+    for (const char* value : {"55", "77", "88"}) {
+        EXPECT_NE(all.find(value), std::string::npos) << value;
+    }
+    expectUnion("records after their links");
+    held[2] = record(2, true, 1, 78);
+    ASSERT_EQ(k.receivePdu(pdu(2, 2, held[2])), Outcome::installed);
+    expectUnion("the record of a link with an SRLG of its own replaced");
+    held[4] = record(3, true, 5, 89);
+    ASSERT_EQ(k.receivePdu(pdu(4, 2, held[4])), Outcome::installed);
+    expectUnion("a record replaced");
+    held.erase(2);
+    ASSERT_EQ(k.receivePdu(pdu(2, 3, Enc(), 0)), Outcome::purged);
+    expectUnion("a record purged");
+}
+
 }  // namespace
