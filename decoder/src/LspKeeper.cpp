@@ -238,9 +238,8 @@ std::optional<LspKeeper::HeldFragment> LspKeeper::fragment(const IC::IgpNodeId& 
 
 // ISO 10589 7.3.16: a newer sequence number wins; a purge also replaces the
 // copy of the same number that it removes.
-bool LspKeeper::newer(const LspHeader& h) {
-    const auto node = nodes_.find(h.nodeId());
-    if (node == nodes_.end()) {
+bool LspKeeper::newer(const LspHeader& h, NodeMap::iterator node) {
+    if (node == nodes_.end() || node->first != h.nodeId()) {
         return true;
     }
     const auto held = node->second.fragments.find(h.fragment);
@@ -262,7 +261,8 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
         ++ignored_;
         return Outcome::ignored;
     }
-    if (!newer(h)) {
+    const auto at = nodes_.lower_bound(h.nodeId());
+    if (!newer(h, at)) {
         return Outcome::ignored;
     }
     // The keeper merges contents of its own: the caller's stays as it was.
@@ -275,28 +275,27 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
         }
     }
     return take(h, content ? std::vector<std::uint8_t>(lsp.octets) : std::vector<std::uint8_t>{}, content,
-                false);
+                false, at);
 }
 
 LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
-    if (const auto h = decodeLspHeader(pdu); h && !h->isPurge()) {
-        const auto node = nodes_.find(h->nodeId());
-        if (node != nodes_.end()) {
-            const auto held = node->second.fragments.find(h->fragment);
-            const auto body = pdu.first(h->pduLength);
-            if (held != node->second.fragments.end()) {
-                Fragment& f = held->second;
-                // Held octets from a PDU passed the checksum when installed, so
-                // only the new sequence number and checksum need summing.
-                if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber && h->checksum != 0 &&
-                    sameButHeader(body, f.octets) &&
-                    detail::checksumValidAfterEdit(f.octets, body, seqAt, flagsAt)) {
-                    f.header = *h;
-                    std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt,
-                              f.octets.begin() + lifetimeAt);
-                    ++refreshed_;
-                    return Outcome::refreshed;
-                }
+    const auto h = decodeLspHeader(pdu);
+    const IC::IgpNodeId id = h ? h->nodeId() : IC::IgpNodeId();
+    auto at = h ? nodes_.lower_bound(id) : nodes_.end();
+    if (h && !h->isPurge() && at != nodes_.end() && at->first == id) {
+        const auto held = at->second.fragments.find(h->fragment);
+        const auto body = pdu.first(h->pduLength);
+        if (held != at->second.fragments.end()) {
+            Fragment& f = held->second;
+            // Held octets from a PDU passed the checksum when installed, so
+            // only the new sequence number and checksum need summing.
+            if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber && h->checksum != 0 &&
+                sameButHeader(body, f.octets) &&
+                detail::checksumValidAfterEdit(f.octets, body, seqAt, flagsAt)) {
+                f.header = *h;
+                std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt, f.octets.begin() + lifetimeAt);
+                ++refreshed_;
+                return Outcome::refreshed;
             }
         }
     }
@@ -312,16 +311,20 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
         ++ignored_;
         return Outcome::ignored;
     }
-    if (!newer(lsp.header)) {
+    if (!h || id != lsp.header.nodeId()) {
+        at = nodes_.lower_bound(lsp.header.nodeId());
+    }
+    if (!newer(lsp.header, at)) {
         return Outcome::ignored;
     }
-    return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true);
+    return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true, at);
 }
 
 LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
-                                   const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu) {
+                                   const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu,
+                                   NodeMap::iterator at) {
     const IC::IgpNodeId id = h.nodeId();
-    NodeState& node = nodes_.try_emplace(id, pool_.get()).first->second;
+    NodeState& node = nodes_.try_emplace(at, id, pool_.get())->second;
     Fragment& f = node.fragments[h.fragment];
     // The old copy tells which keys it carried; a node left with one
     // fragment is merged whole and needs no such account.

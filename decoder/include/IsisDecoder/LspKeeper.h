@@ -286,9 +286,13 @@ private:
         std::vector<Routing::IgpCommon::PrefixKey> gonePrefixes;
     };
 
-    bool newer(const LspHeader& h);
+    using NodeMap = std::pmr::map<Routing::IgpCommon::IgpNodeId, NodeState>;
+    // `at` is where the LSP's node is or would go: nodes_.lower_bound() of
+    // its identifier, looked up once per LSP.
+    bool newer(const LspHeader& h, NodeMap::iterator at);
     Outcome take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
-                 const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& content, bool fromPdu);
+                 const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& content, bool fromPdu,
+                 NodeMap::iterator at);
     Delta update(const Routing::IgpCommon::IgpNodeId& id, NodeState& node, std::uint8_t number,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& before,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& after, bool nodeTouched);
@@ -303,7 +307,7 @@ private:
     Poldo::Ptr<Routing::IgpCommon::IgpLspDatabase> db_;
     // Before the containers that draw on it, so that it outlives them.
     std::unique_ptr<std::pmr::unsynchronized_pool_resource> pool_;
-    std::pmr::map<Routing::IgpCommon::IgpNodeId, NodeState> nodes_;
+    NodeMap nodes_;
     // Links of the delta that only other fragments carry, built from the
     // entry's member (which merge then updates without looking it up
     // again), by the delta's member; kept across updates for its room.
