@@ -219,13 +219,13 @@ void LspKeeper::FragmentSet::set(std::uint8_t f, bool on) {
 }
 
 std::size_t LspKeeper::fragmentCount(const IC::IgpNodeId& id) const noexcept {
-    const auto it = nodes_.find(id);
+    const auto it = nodes_.find(id.toU64());
     return it == nodes_.end() ? 0 : it->second.held;
 }
 
 std::optional<LspKeeper::HeldFragment> LspKeeper::fragment(const IC::IgpNodeId& id,
                                                            std::uint8_t number) const {
-    const auto node = nodes_.find(id);
+    const auto node = nodes_.find(id.toU64());
     if (node == nodes_.end()) {
         return std::nullopt;
     }
@@ -239,7 +239,7 @@ std::optional<LspKeeper::HeldFragment> LspKeeper::fragment(const IC::IgpNodeId& 
 // ISO 10589 7.3.16: a newer sequence number wins; a purge also replaces the
 // copy of the same number that it removes.
 bool LspKeeper::newer(const LspHeader& h, NodeMap::iterator node) {
-    if (node == nodes_.end() || node->first != h.nodeId()) {
+    if (node == nodes_.end() || node->first != h.nodeId().toU64()) {
         return true;
     }
     const auto held = node->second.fragments.find(h.fragment);
@@ -261,7 +261,7 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
         ++ignored_;
         return Outcome::ignored;
     }
-    const auto at = nodes_.lower_bound(h.nodeId());
+    const auto at = nodes_.lower_bound(h.nodeId().toU64());
     if (!newer(h, at)) {
         return Outcome::ignored;
     }
@@ -280,7 +280,7 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
 
 LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
     const auto h = decodeLspHeader(pdu);
-    const IC::IgpNodeId id = h ? h->nodeId() : IC::IgpNodeId();
+    const std::uint64_t id = h ? h->nodeId().toU64() : 0;
     auto at = h ? nodes_.lower_bound(id) : nodes_.end();
     if (h && !h->isPurge() && at != nodes_.end() && at->first == id) {
         const auto held = at->second.fragments.find(h->fragment);
@@ -311,8 +311,8 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
         ++ignored_;
         return Outcome::ignored;
     }
-    if (!h || id != lsp.header.nodeId()) {
-        at = nodes_.lower_bound(lsp.header.nodeId());
+    if (!h || id != lsp.header.nodeId().toU64()) {
+        at = nodes_.lower_bound(lsp.header.nodeId().toU64());
     }
     if (!newer(lsp.header, at)) {
         return Outcome::ignored;
@@ -324,7 +324,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu,
                                    NodeMap::iterator at) {
     const IC::IgpNodeId id = h.nodeId();
-    NodeState& node = nodes_.try_emplace(at, id, pool_.get())->second;
+    NodeState& node = nodes_.try_emplace(at, id.toU64(), pool_.get())->second;
     Fragment& f = node.fragments[h.fragment];
     // The old copy tells which keys it carried; a node left with one
     // fragment is merged whole and needs no such account.

@@ -286,7 +286,8 @@ private:
         std::vector<Routing::IgpCommon::PrefixKey> gonePrefixes;
     };
 
-    using NodeMap = std::pmr::map<Routing::IgpCommon::IgpNodeId, NodeState>;
+    // By IgpNodeId::toU64(): the identifiers' own order, compared as one word.
+    using NodeMap = std::pmr::map<std::uint64_t, NodeState>;
     // `at` is where the LSP's node is or would go: nodes_.lower_bound() of
     // its identifier, looked up once per LSP.
     bool newer(const LspHeader& h, NodeMap::iterator at);
