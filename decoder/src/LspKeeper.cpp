@@ -614,6 +614,17 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
         uniteRecords(k);
     };
+    // Room in the delta, at once, for every link that the records may refold.
+    std::size_t refolds = 0;
+    for (const auto& a : srlgAddrs) {
+        for (auto l = node.linksByAddr.lower_bound(LinkAt(a, nullptr));
+             l != node.linksByAddr.end() && l->first == a; ++l) {
+            ++refolds;
+        }
+    }
+    if (refolds != 0) {
+        delta.neighborReserve(static_cast<std::uint32_t>(delta.neighbor().size() + refolds));
+    }
     for (const auto& a : srlgAddrs) {
         if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
             node.srlgs.erase(a);
