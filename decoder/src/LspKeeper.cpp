@@ -661,7 +661,8 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             FragmentSet& from = carry(node.prefixes, p);
             d.prefixesNew = d.prefixesNew && from.none();
             from.set(number);
-            if (!before || !before->prefix(p->prefixKey())) {
+            // A prefix that only the new copy carries is in it as it is.
+            if (!from.isOnly(number) && (!before || !before->prefix(p->prefixKey()))) {
                 prefixes.push_back(&p->prefixKey());
             }
         }
