@@ -553,6 +553,12 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         reserveEmpty(node.srlgs, after->parsedSrLg().size());
         touchSrlg(*after, true);
     }
+    // Records no fragment carries any more go first: a link folds none of them.
+    for (const auto& a : srlgAddrs) {
+        if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
+            node.srlgs.erase(a);
+        }
+    }
     // Each link to merge needs the union of the records it folds.
     std::pmr::vector<Lumo::IpGenAddr> filed(&scratch);
     const auto uniteRecords = [&](const IC::NeighborKey& k) {
@@ -626,9 +632,6 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         delta.neighborReserve(static_cast<std::uint32_t>(delta.neighbor().size() + refolds));
     }
     for (const auto& a : srlgAddrs) {
-        if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
-            node.srlgs.erase(a);
-        }
         for (auto l = node.linksByAddr.lower_bound(LinkAt(a, nullptr));
              l != node.linksByAddr.end() && l->first == a; ++l) {
             // A link already in the delta is there with its union: `after`
