@@ -359,8 +359,9 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
 // The union of the node's fragments differs from what it was only in the
 // keys that the old or the new copy of fragment `number` carries (and in the
 // links that an SRLG record of either folds onto): their union is built again
-// from the fragments that carry them now, lowest first, into `after`, which
-// then holds every key the merge has to touch.
+// from the fragments that carry them now, lowest first (or, for such a link,
+// from the entry's copy), into `after`, which then holds every key the merge
+// has to touch.
 LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std::uint8_t number,
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& before,
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& after, bool nodeTouched) {

@@ -10,7 +10,9 @@
 // fragment and to what it changes: the keeper knows which fragments carry
 // each link, prefix and SRLG record, decodes the old and the new copy of the
 // fragment that changed (and, for a key that other fragments carry too,
-// those fragments) and merges only the keys whose union changed.
+// those fragments; a link that only an SRLG record of the changed fragment
+// reaches is taken from the entry instead) and merges only the keys whose
+// union changed.
 #pragma once
 
 #include <bitset>
