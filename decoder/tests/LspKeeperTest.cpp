@@ -262,11 +262,9 @@ TEST(LspKeeper, SrlgRecordsOfOtherFragmentsFoldOntoLinks) {
     const Enc link1 = Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1})));
     const Enc link3 =
         Enc().tlv(22, Enc().isEntry(3, 10, Enc().tlv(6, Enc{10, 255, 0, 5}).tlv(12, Enc().raw(local6))));
-    std::map<std::uint8_t, Enc> held = {{0, prefix(1, 10)},
-                                        {1, Enc(link1).raw(record(2, false, 1, 55))},
-                                        {2, record(2, true, 1, 77)},
-                                        {3, link3},
-                                        {4, record(3, true, 5, 88).raw(record6(99))}};
+    std::map<std::uint8_t, Enc> held = {
+        {0, prefix(1, 10)}, {1, Enc(link1).raw(record(2, false, 1, 55))}, {2, record(2, true, 1, 77)},
+        {3, link3},         {4, record(3, true, 5, 88).raw(record6(99))}, {5, record(3, true, 5, 66)}};
     LspKeeper k(IC::igpLevelIsisLevel2);
     const auto expectUnion = [&](const std::string& what) {
         Enc all;
@@ -288,7 +286,7 @@ TEST(LspKeeper, SrlgRecordsOfOtherFragmentsFoldOntoLinks) {
         ASSERT_EQ(k.receivePdu(pdu(f, seq, tlvs)), Outcome::installed);
     }
     const std::string all = dumpOf(*k.database());
-    for (const char* value : {"55", "77", "88", "99"}) {
+    for (const char* value : {"55", "66", "77", "88", "99"}) {
         EXPECT_NE(all.find(value), std::string::npos) << value;
     }
     expectUnion("records after their links");
@@ -299,6 +297,7 @@ TEST(LspKeeper, SrlgRecordsOfOtherFragmentsFoldOntoLinks) {
     };
     replace(2, record(2, true, 1, 78), "the record of a link with an SRLG of its own replaced");
     replace(4, record(3, true, 5, 89).raw(record6(98)), "records replaced");
+    replace(5, prefix(5, 10), "a second record at one address dropped");
     replace(4, prefix(4, 10), "both records of a link dropped");
     held.erase(2);
     ASSERT_EQ(k.receivePdu(pdu(2, ++seq, Enc(), 0)), Outcome::purged);
