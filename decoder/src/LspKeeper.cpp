@@ -48,6 +48,17 @@ bool carriesNodeWide(const IC::Node& n) {
     return Kest::carriesUnited(n);
 }
 
+// Whether a fragment's links carry SRLGs of their own: the entry's copy of
+// such a link cannot tell them from the ones folded from records.
+bool carriesLinkSrlg(const IC::IsisLspParsedContent& c) {
+    for (const auto& n : c.neighbor()) {
+        if (n->attrsPresent().srlgValues() || !n->srlgValues().empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // The addresses whose SRLG records the merge folds onto a link: its first
 // local IPv4 and first local IPv6 address, the empty address for a family
 // the key has none of.
@@ -83,6 +94,12 @@ void foldSrlg(const IC::IsisLspParsedContent& parsed, const Lumo::IpGenAddr& add
 template <class Map, class Key>
 auto& carry(Map& map, const Key& key) {
     return map.findOrInsert(key, [&] { return typename Map::member_type{key, {}}; }).first->from;
+}
+
+// The same for a prefix, held in the table by `p`.
+template <class Map>
+auto& carry(Map& map, const Poldo::Ptr<IC::Prefix>& p) {
+    return map.findOrInsert(p->prefixKey(), [&] { return typename Map::member_type{p, {}}; }).first->from;
 }
 
 // Sizes an empty table for its first fragment's keys. A table that holds
@@ -202,13 +219,13 @@ void LspKeeper::FragmentSet::set(std::uint8_t f, bool on) {
 }
 
 std::size_t LspKeeper::fragmentCount(const IC::IgpNodeId& id) const noexcept {
-    const auto it = nodes_.find(id);
+    const auto it = nodes_.find(id.toU64());
     return it == nodes_.end() ? 0 : it->second.held;
 }
 
 std::optional<LspKeeper::HeldFragment> LspKeeper::fragment(const IC::IgpNodeId& id,
                                                            std::uint8_t number) const {
-    const auto node = nodes_.find(id);
+    const auto node = nodes_.find(id.toU64());
     if (node == nodes_.end()) {
         return std::nullopt;
     }
@@ -221,9 +238,8 @@ std::optional<LspKeeper::HeldFragment> LspKeeper::fragment(const IC::IgpNodeId& 
 
 // ISO 10589 7.3.16: a newer sequence number wins; a purge also replaces the
 // copy of the same number that it removes.
-bool LspKeeper::newer(const LspHeader& h) {
-    const auto node = nodes_.find(h.nodeId());
-    if (node == nodes_.end()) {
+bool LspKeeper::newer(const LspHeader& h, NodeMap::iterator node) {
+    if (node == nodes_.end() || node->first != h.nodeId().toU64()) {
         return true;
     }
     const auto held = node->second.fragments.find(h.fragment);
@@ -245,7 +261,8 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
         ++ignored_;
         return Outcome::ignored;
     }
-    if (!newer(h)) {
+    const auto at = nodes_.lower_bound(h.nodeId().toU64());
+    if (!newer(h, at)) {
         return Outcome::ignored;
     }
     // The keeper merges contents of its own: the caller's stays as it was.
@@ -258,28 +275,27 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
         }
     }
     return take(h, content ? std::vector<std::uint8_t>(lsp.octets) : std::vector<std::uint8_t>{}, content,
-                false);
+                false, at);
 }
 
 LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
-    if (const auto h = decodeLspHeader(pdu); h && !h->isPurge()) {
-        const auto node = nodes_.find(h->nodeId());
-        if (node != nodes_.end()) {
-            const auto held = node->second.fragments.find(h->fragment);
-            const auto body = pdu.first(h->pduLength);
-            if (held != node->second.fragments.end()) {
-                Fragment& f = held->second;
-                // Held octets from a PDU passed the checksum when installed, so
-                // only the new sequence number and checksum need summing.
-                if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber && h->checksum != 0 &&
-                    sameButHeader(body, f.octets) &&
-                    detail::checksumValidAfterEdit(f.octets, body, seqAt, flagsAt)) {
-                    f.header = *h;
-                    std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt,
-                              f.octets.begin() + lifetimeAt);
-                    ++refreshed_;
-                    return Outcome::refreshed;
-                }
+    const auto h = decodeLspHeader(pdu);
+    const std::uint64_t id = h ? h->nodeId().toU64() : 0;
+    auto at = h ? nodes_.lower_bound(id) : nodes_.end();
+    if (h && !h->isPurge() && at != nodes_.end() && at->first == id) {
+        const auto held = at->second.fragments.find(h->fragment);
+        const auto body = pdu.first(h->pduLength);
+        if (held != at->second.fragments.end()) {
+            Fragment& f = held->second;
+            // Held octets from a PDU passed the checksum when installed, so
+            // only the new sequence number and checksum need summing.
+            if (f.held && f.fromPdu && h->sequenceNumber > f.header.sequenceNumber && h->checksum != 0 &&
+                sameButHeader(body, f.octets) &&
+                detail::checksumValidAfterEdit(f.octets, body, seqAt, flagsAt)) {
+                f.header = *h;
+                std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt, f.octets.begin() + lifetimeAt);
+                ++refreshed_;
+                return Outcome::refreshed;
             }
         }
     }
@@ -295,16 +311,20 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
         ++ignored_;
         return Outcome::ignored;
     }
-    if (!newer(lsp.header)) {
+    if (!h || id != lsp.header.nodeId().toU64()) {
+        at = nodes_.lower_bound(lsp.header.nodeId().toU64());
+    }
+    if (!newer(lsp.header, at)) {
         return Outcome::ignored;
     }
-    return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true);
+    return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true, at);
 }
 
 LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
-                                   const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu) {
+                                   const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu,
+                                   NodeMap::iterator at) {
     const IC::IgpNodeId id = h.nodeId();
-    NodeState& node = nodes_.try_emplace(id, pool_.get()).first->second;
+    NodeState& node = nodes_.try_emplace(at, id.toU64(), pool_.get())->second;
     Fragment& f = node.fragments[h.fragment];
     // The old copy tells which keys it carried; a node left with one
     // fragment is merged whole and needs no such account.
@@ -318,6 +338,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
         f.octets = std::move(octets);
         f.nodeWide = carriesNodeWide(*content->node());
         f.srlg = !content->parsedSrLg().empty();
+        f.linkSrlg = carriesLinkSrlg(*content);
         node.held += f.held ? 0 : 1;
         held_ += f.held ? 0 : 1;
         f.held = true;
@@ -325,6 +346,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
         f.octets = {};
         f.nodeWide = false;
         f.srlg = false;
+        f.linkSrlg = false;
         node.held -= f.held ? 1 : 0;
         held_ -= f.held ? 1 : 0;
         f.held = false;
@@ -337,13 +359,15 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
 // The union of the node's fragments differs from what it was only in the
 // keys that the old or the new copy of fragment `number` carries (and in the
 // links that an SRLG record of either folds onto): their union is built again
-// from the fragments that carry them now, lowest first, into `after`, which
-// then holds every key the merge has to touch.
+// from the fragments that carry them now, lowest first (or, for such a link,
+// from the entry's copy), into `after`, which then holds every key the merge
+// has to touch.
 LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std::uint8_t number,
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& before,
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& after, bool nodeTouched) {
     Delta d;
     d.content = after;
+    refolded_.clear();
     if (!d.content) {
         d.content = IC::isisLspParsedContentFactory();
         d.content->nodeIs(IC::nodeFactory(id));
@@ -435,6 +459,10 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         return *content;
     };
 
+    // Keys new to the index are new to the entry.
+    d.linksNew = !before;
+    d.prefixesNew = !before;
+
     // Links.
     using NeighborAt = decltype(node.neighbors)::iterator;
     std::pmr::vector<NeighborAt> links(&scratch);
@@ -450,10 +478,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     }
     if (after) {
         for (const auto& n : after->neighbor()) {
-            const auto [it, added] = node.neighbors.try_emplace(n->key());
+            const auto [it, added] = node.neighbors.try_emplace(n);
             if (added) {
-                fileLink(node, it->first);
+                fileLink(node, it->first->key());
             }
+            d.linksNew = d.linksNew && added;
             it->second.set(number);
             if (!before || !before->neighbor(n->key())) {
                 links.push_back(it);
@@ -493,13 +522,19 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             from, mine, [&](std::uint8_t f) { return contentOf(f, detail::linksPart).neighbor(k); },
             [&] { return mine ? IC::neighborFactory(k) : delta.neighborIs(k); }, uniteNeighbor);
     };
+    // The links in the delta that `number` does not carry (built here or
+    // refolded below), by their keys' addresses in the index.
+    std::pmr::set<const IC::NeighborKey*> apart(&scratch);
     for (const NeighborAt it : links) {
         if (it->second.none()) {
-            fileLink(node, it->first, false);
-            d.goneNeighbors.push_back(it->first);
+            fileLink(node, it->first->key(), false);
+            d.goneNeighbors.push_back(it->first->key());
             node.neighbors.erase(it);
         } else {
-            uniteLink(it->first, it->second);
+            uniteLink(it->first->key(), it->second);
+            if (!it->second.has(number)) {
+                apart.insert(&it->first->key());
+            }
         }
     }
 
@@ -519,44 +554,98 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         reserveEmpty(node.srlgs, after->parsedSrLg().size());
         touchSrlg(*after, true);
     }
+    // Records no fragment carries any more go first: a link folds none of them.
     for (const auto& a : srlgAddrs) {
         if (const auto* c = node.srlgs.find(a); c != nullptr && c->from.none()) {
             node.srlgs.erase(a);
         }
+    }
+    // Each link to merge needs the union of the records it folds.
+    std::pmr::vector<Lumo::IpGenAddr> filed(&scratch);
+    const auto uniteRecords = [&](const IC::NeighborKey& k) {
+        for (const auto& a : foldAddresses(k)) {
+            const auto* from = node.srlgs.find(a);
+            if (from == nullptr || from->from.isOnly(number) ||
+                std::find(filed.begin(), filed.end(), a) != filed.end()) {
+                continue;
+            }
+            filed.push_back(a);
+            const auto record = delta.parsedSrLgIs(a);
+            from->from.forEach([&](std::uint8_t f) {
+                if (f == number) {
+                    return;  // already in `record`
+                }
+                if (const auto theirs = contentOf(f, detail::linksPart).parsedSrLg(a)) {
+                    for (auto v = theirs->srlgValue().begin(); v != theirs->srlgValue().end(); ++v) {
+                        record->srlgValueIs(*v);
+                    }
+                }
+            });
+        }
+    };
+    if (!node.srlgs.empty()) {
+        for (const auto& n : delta.neighbor()) {
+            uniteRecords(n->key());
+        }
+    }
+    // A link that only other fragments carry is in the entry as their union
+    // with every record at its addresses folded in. When the old copy of
+    // fragment `number` had no record, records were only added: the entry's
+    // copy with the new values folded in is the link to merge. Else, when
+    // none of its fragments gives it SRLGs of its own, the entry's copy
+    // without SRLGs is their union. Only otherwise are they decoded.
+    const Poldo::Ptr<IC::IgpLsp> entry = srlgAddrs.empty() ? nullptr : db_->lsp(id);
+    const bool recordsAdded = !before || before->parsedSrLg().empty();
+    const auto refoldLink = [&](const IC::NeighborKey& k, const FragmentSet& from) {
+        const Poldo::Ptr<IC::Neighbor> held = entry ? entry->neighbor(k) : nullptr;
+        apart.insert(&k);
+        if (held && recordsAdded) {
+            const Poldo::Ptr<IC::Neighbor> u = delta.neighborIs(k);
+            u->updateAttr(held);
+            refolded_.emplace_back(u.get(), held);
+            return;
+        }
+        bool own = false;
+        from.forEach([&](std::uint8_t f) { own = own || node.fragments.at(f).linkSrlg; });
+        if (held && !own) {
+            const Poldo::Ptr<IC::Neighbor> u = delta.neighborIs(k);
+            u->updateAttr(held);
+            IC::Neighbor::NeighborAttrsPresent present = u->attrsPresent();
+            present.srlgValuesIs(false);
+            u->attrsPresentIs(present);
+            u->srlgValuesDelAll();
+            refolded_.emplace_back(u.get(), held);
+        } else {
+            uniteLink(k, from);
+            d.linksNew = false;  // merge looks its member up
+        }
+        uniteRecords(k);
+    };
+    // Room in the delta, at once, for every link that the records may refold.
+    std::size_t refolds = 0;
+    for (const auto& a : srlgAddrs) {
+        for (auto l = node.linksByAddr.lower_bound(LinkAt(a, nullptr));
+             l != node.linksByAddr.end() && l->first == a; ++l) {
+            ++refolds;
+        }
+    }
+    if (refolds != 0) {
+        delta.neighborReserve(static_cast<std::uint32_t>(delta.neighbor().size() + refolds));
+    }
+    for (const auto& a : srlgAddrs) {
         for (auto l = node.linksByAddr.lower_bound(LinkAt(a, nullptr));
              l != node.linksByAddr.end() && l->first == a; ++l) {
             // A link already in the delta is there with its union: `after`
             // carries it, or it was built above.
-            if (!delta.neighbor(*l->second)) {
-                uniteLink(*l->second, node.neighbors.at(*l->second));
+            const FragmentSet& from = node.neighbors.find(*l->second)->second;
+            if (!from.has(number) && apart.count(l->second) == 0) {
+                refoldLink(*l->second, from);
             }
         }
     }
-    // Each link to merge needs the union of the records it folds.
-    if (!node.srlgs.empty()) {
-        std::pmr::vector<Lumo::IpGenAddr> filed(&scratch);
-        for (const auto& n : delta.neighbor()) {
-            for (const auto& a : foldAddresses(n->key())) {
-                const auto* from = node.srlgs.find(a);
-                if (from == nullptr || from->from.isOnly(number) ||
-                    std::find(filed.begin(), filed.end(), a) != filed.end()) {
-                    continue;
-                }
-                filed.push_back(a);
-                const auto record = delta.parsedSrLgIs(a);
-                from->from.forEach([&](std::uint8_t f) {
-                    if (f == number) {
-                        return;  // already in `record`
-                    }
-                    if (const auto theirs = contentOf(f, detail::linksPart).parsedSrLg(a)) {
-                        for (auto v = theirs->srlgValue().begin(); v != theirs->srlgValue().end(); ++v) {
-                            record->srlgValueIs(*v);
-                        }
-                    }
-                });
-            }
-        }
-    }
+
+    std::sort(refolded_.begin(), refolded_.end(),
+              [](const auto& a, const auto& b) { return std::less<const void*>()(a.first, b.first); });
 
     // Prefixes.
     // The keys, not the members: an insertion moves the table's members.
@@ -573,8 +662,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
     if (after) {
         reserveEmpty(node.prefixes, after->prefix().size());
         for (const auto& p : after->prefix()) {
-            carry(node.prefixes, p->prefixKey()).set(number);
-            if (!before || !before->prefix(p->prefixKey())) {
+            FragmentSet& from = carry(node.prefixes, p);
+            d.prefixesNew = d.prefixesNew && from.none();
+            from.set(number);
+            // A prefix that only the new copy carries is in it as it is.
+            if (!from.isOnly(number) && (!before || !before->prefix(p->prefixKey()))) {
                 prefixes.push_back(&p->prefixKey());
             }
         }
@@ -642,24 +734,24 @@ template <class Keys>
 void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
     constexpr bool entry = std::is_same_v<Keys, IC::IgpLsp>;
     for (const auto& n : c.neighbor()) {
-        const IC::NeighborKey* key;
+        const Poldo::Ptr<IC::Neighbor>* member;
         if constexpr (entry) {
-            key = &n.key;
+            member = &n.value;
         } else {
-            key = &n->key();
+            member = &n;
         }
-        const auto [it, added] = node.neighbors.try_emplace(*key);
+        const auto [it, added] = node.neighbors.try_emplace(*member);
         if (added) {
-            fileLink(node, it->first);
+            fileLink(node, it->first->key());
         }
         it->second.set(number);
     }
     reserveEmpty(node.prefixes, c.prefix().size());
     for (const auto& p : c.prefix()) {
         if constexpr (entry) {
-            carry(node.prefixes, p.key).set(number);
+            carry(node.prefixes, p.value).set(number);
         } else {
-            carry(node.prefixes, p->prefixKey()).set(number);
+            carry(node.prefixes, p).set(number);
         }
     }
 }
@@ -698,7 +790,18 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
         for (const auto& a : foldAddresses(p->key())) {
             foldSrlg(c, a, *p);
         }
-        if (const auto existing = entry->neighbor(p->key())) {
+        // A refolded link's member was looked up already; the other links
+        // are all new when the delta says so.
+        Poldo::Ptr<IC::Neighbor> existing;
+        const auto held = std::lower_bound(
+            refolded_.begin(), refolded_.end(), p.get(),
+            [](const auto& r, const IC::Neighbor* n) { return std::less<const void*>()(r.first, n); });
+        if (held != refolded_.end() && held->first == p.get()) {
+            existing = held->second;
+        } else if (!d.linksNew) {
+            existing = entry->neighbor(p->key());
+        }
+        if (existing) {
             existing->updateAttr(p);
         } else {
             entry->neighborIs(p->key(), p);
@@ -711,7 +814,7 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
     }
     for (auto it = c.prefix().begin(); it != c.prefix().end(); ++it) {
         const Poldo::Ptr<IC::Prefix>& p = *it;
-        if (const auto existing = entry->prefix(p->prefixKey())) {
+        if (const auto existing = d.prefixesNew ? nullptr : entry->prefix(p->prefixKey())) {
             existing->updateAttr(p);
         } else {
             entry->prefixIs(p->prefixKey(), p);
@@ -723,6 +826,7 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
     if (created) {
         db_->lspIs(entry);
     }
+    refolded_.clear();
 }
 
 }  // namespace Routing::IsisDecoder

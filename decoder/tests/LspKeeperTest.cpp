@@ -245,4 +245,63 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
     EXPECT_EQ(seen, 250u);
 }
 
+// SRLG records that reach links of other fragments (RFC 5307 1.4, RFC 6119
+// 4.3), sent after those links, then replaced and dropped: the entry is
+// always the one that a single PDU of the same TLVs gives, down to whether a
+// link has SRLGs at all. Fragment 1's link also has an SRLG of its own, from
+// an unnumbered record to its neighbor.
+TEST(LspKeeper, SrlgRecordsOfOtherFragmentsFoldOntoLinks) {
+    const auto record = [](std::uint8_t nbr, bool numbered, std::uint8_t local, std::uint32_t value) {
+        return Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, nbr, 0, static_cast<std::uint8_t>(numbered),
+                                  10, 255, 0, local, 10, 255, 0, static_cast<std::uint8_t>(local + 1)}
+                                  .u32(value));
+    };
+    const auto record6 = [](std::uint32_t value) {
+        return Enc().tlv(139, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 3, 0, 0}.raw(local6).u32(value));
+    };
+    const Enc link1 = Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1})));
+    const Enc link3 =
+        Enc().tlv(22, Enc().isEntry(3, 10, Enc().tlv(6, Enc{10, 255, 0, 5}).tlv(12, Enc().raw(local6))));
+    std::map<std::uint8_t, Enc> held = {
+        {0, prefix(1, 10)}, {1, Enc(link1).raw(record(2, false, 1, 55))}, {2, record(2, true, 1, 77)},
+        {3, link3},         {4, record(3, true, 5, 88).raw(record6(99))}, {5, record(3, true, 5, 66)}};
+    LspKeeper k(IC::igpLevelIsisLevel2);
+    const auto expectUnion = [&](const std::string& what) {
+        Enc all;
+        for (const auto& [f, tlvs] : held) {
+            all.raw(tlvs);
+        }
+        LspKeeper one(IC::igpLevelIsisLevel2);
+        ASSERT_EQ(one.receivePdu(pdu(0, 1, all)), Outcome::installed);
+        EXPECT_EQ(dumpOf(*k.database()), dumpOf(*one.database())) << what;
+        const auto mine = k.database()->lsp(node1);
+        for (const auto& n : one.database()->lsp(node1)->neighbor()) {
+            const auto m = mine->neighbor(n.key);
+            ASSERT_TRUE(m) << what;
+            EXPECT_EQ(m->attrsPresent().srlgValues(), n.value->attrsPresent().srlgValues()) << what;
+        }
+    };
+    std::uint32_t seq = 1;
+    for (const auto& [f, tlvs] : held) {
+        ASSERT_EQ(k.receivePdu(pdu(f, seq, tlvs)), Outcome::installed);
+    }
+    const std::string all = dumpOf(*k.database());
+    for (const char* value : {"55", "66", "77", "88", "99"}) {
+        EXPECT_NE(all.find(value), std::string::npos) << value;
+    }
+    expectUnion("records after their links");
+    const auto replace = [&](std::uint8_t f, const Enc& tlvs, const std::string& what) {
+        held[f] = tlvs;
+        ASSERT_EQ(k.receivePdu(pdu(f, ++seq, tlvs)), Outcome::installed);
+        expectUnion(what);
+    };
+    replace(2, record(2, true, 1, 78), "the record of a link with an SRLG of its own replaced");
+    replace(4, record(3, true, 5, 89).raw(record6(98)), "records replaced");
+    replace(5, prefix(5, 10), "a second record at one address dropped");
+    replace(4, prefix(4, 10), "both records of a link dropped");
+    held.erase(2);
+    ASSERT_EQ(k.receivePdu(pdu(2, ++seq, Enc(), 0)), Outcome::purged);
+    expectUnion("a record purged");
+}
+
 }  // namespace

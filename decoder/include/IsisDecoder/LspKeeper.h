@@ -10,7 +10,9 @@
 // fragment and to what it changes: the keeper knows which fragments carry
 // each link, prefix and SRLG record, decodes the old and the new copy of the
 // fragment that changed (and, for a key that other fragments carry too,
-// those fragments) and merges only the keys whose union changed.
+// those fragments; a link that only an SRLG record of the changed fragment
+// reaches is taken from the entry instead) and merges only the keys whose
+// union changed.
 #pragma once
 
 #include <bitset>
@@ -196,6 +198,7 @@ private:
         bool fromPdu = false;   // received by receivePdu(): eligible for the refresh shortcut
         bool nodeWide = false;  // carries a node-wide value besides the header flags
         bool srlg = false;      // carries an SRLG record
+        bool linkSrlg = false;  // carries a link with SRLGs of its own (not folded from a record)
     };
 
     // A key of a node's entry and the fragments that carry it. `from` is
@@ -210,14 +213,38 @@ private:
         const Key& operator()(const Carried<Key>& c) const noexcept {
             return c.key;
         }
+        // A prefix is held by a member with its key (the entry's, once
+        // merged): no copy of the key.
+        const Routing::IgpCommon::PrefixKey& operator()(
+            const Carried<Poldo::Ptr<Routing::IgpCommon::Prefix>>& c) const noexcept {
+            return c.key->prefixKey();
+        }
     };
     // Seeded tables of one heap block each: their keys come from the
     // senders, so no sender can aim at a bucket (see Kest::HashMap2018).
     template <class Key, std::uint32_t Salt>
     using CarriedMap = Kest::HashMap2018<Carried<Key>, Key, CarriedKey, Salt>;
-    using PrefixesCarried = CarriedMap<Routing::IgpCommon::PrefixKey, 0x5C1E7A93>;
+    using PrefixesCarried = Kest::HashMap2018<Carried<Poldo::Ptr<Routing::IgpCommon::Prefix>>,
+                                              Routing::IgpCommon::PrefixKey, CarriedKey, 0x5C1E7A93>;
     using SrlgsCarried = CarriedMap<Lumo::IpGenAddr, 0xB2D4096E>;
 
+    // Links by key, each held by a member with that key (the entry's, once
+    // merged) rather than by a copy of the key.
+    struct LinkOrder {
+        using is_transparent = void;
+        static const Routing::IgpCommon::NeighborKey& keyOf(
+            const Routing::IgpCommon::NeighborKey& k) noexcept {
+            return k;
+        }
+        static const Routing::IgpCommon::NeighborKey& keyOf(
+            const Poldo::Ptr<Routing::IgpCommon::Neighbor>& n) noexcept {
+            return n->key();
+        }
+        template <class A, class B>
+        bool operator()(const A& a, const B& b) const noexcept {
+            return keyOf(a) < keyOf(b);
+        }
+    };
     using LinkAt = std::pair<Lumo::IpGenAddr, const Routing::IgpCommon::NeighborKey*>;
     struct LinkAtOrder {
         bool operator()(const LinkAt& a, const LinkAt& b) const noexcept {
@@ -230,7 +257,7 @@ private:
 
     // A node's fragments and, for each key of its entry, the fragments that
     // carry it. linksByAddr pairs the address an SRLG record is filed under
-    // with the links that record folds onto (keys owned by `neighbors`).
+    // with the links that record folds onto (keys of the members of `neighbors`).
     //
     // The node-based containers draw on the keeper's pool: a link costs no
     // heap block of its own.
@@ -241,7 +268,7 @@ private:
         std::size_t held = 0;
         // A node of one fragment needs no index: that fragment is the union.
         bool indexed = false;
-        std::pmr::map<Routing::IgpCommon::NeighborKey, FragmentSet> neighbors;
+        std::pmr::map<Poldo::Ptr<Routing::IgpCommon::Neighbor>, FragmentSet, LinkOrder> neighbors;
         PrefixesCarried prefixes;
         SrlgsCarried srlgs;
         std::pmr::set<LinkAt, LinkAtOrder> linksByAddr;
@@ -254,14 +281,21 @@ private:
         Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content;
         bool nodeChanged = false;
         bool nodeGone = false;
-        bool whole = false;  // `content` is the whole union: merged as such
+        bool whole = false;        // `content` is the whole union: merged as such
+        bool linksNew = false;     // the entry has none of the links of `content` but the refolded ones
+        bool prefixesNew = false;  // the entry has none of the prefixes of `content`
         std::vector<Routing::IgpCommon::NeighborKey> goneNeighbors;
         std::vector<Routing::IgpCommon::PrefixKey> gonePrefixes;
     };
 
-    bool newer(const LspHeader& h);
+    // By IgpNodeId::toU64(): the identifiers' own order, compared as one word.
+    using NodeMap = std::pmr::map<std::uint64_t, NodeState>;
+    // `at` is where the LSP's node is or would go: nodes_.lower_bound() of
+    // its identifier, looked up once per LSP.
+    bool newer(const LspHeader& h, NodeMap::iterator at);
     Outcome take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
-                 const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& content, bool fromPdu);
+                 const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& content, bool fromPdu,
+                 NodeMap::iterator at);
     Delta update(const Routing::IgpCommon::IgpNodeId& id, NodeState& node, std::uint8_t number,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& before,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& after, bool nodeTouched);
@@ -276,7 +310,12 @@ private:
     Poldo::Ptr<Routing::IgpCommon::IgpLspDatabase> db_;
     // Before the containers that draw on it, so that it outlives them.
     std::unique_ptr<std::pmr::unsynchronized_pool_resource> pool_;
-    std::pmr::map<Routing::IgpCommon::IgpNodeId, NodeState> nodes_;
+    NodeMap nodes_;
+    // Links of the delta that only other fragments carry, built from the
+    // entry's member (which merge then updates without looking it up
+    // again), by the delta's member; kept across updates for its room.
+    std::vector<std::pair<const Routing::IgpCommon::Neighbor*, Poldo::Ptr<Routing::IgpCommon::Neighbor>>>
+        refolded_;
     std::size_t held_ = 0;
     std::size_t ignored_ = 0;
     std::size_t refreshed_ = 0;
