@@ -120,21 +120,39 @@ std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
     // the norm, share one word; a word of all ones announces four full sizes.
     // Every part fills whole words up to the node identifier, so the words go
     // to the mixer as they are: the same hash as streaming the same bytes.
-    Kest::WordHash h(seed);
     const std::uint32_t sizes[] = {remoteIpv4Addr_.size(), remoteIpv6Addr_.size(), localIpv4Addr_.size(),
                                    localIpv6Addr_.size()};
-    if (std::all_of(std::begin(sizes), std::end(sizes), [](std::uint32_t n) { return n < 0xff; })) {
+    Kest::WordHash h(seed);
+    if ((sizes[0] | sizes[1] | sizes[2] | sizes[3]) <= 1) {
+        // The usual link: at most one address per family and side, hashed
+        // straight through.
         h.word(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
-    } else {
-        h.word(0xffffffffu);
-        for (const std::uint32_t n : sizes) {
-            h.word(n);
+        if (sizes[0] != 0) {
+            h.word(remoteIpv4Addr_.front().value());
         }
+        if (sizes[1] != 0) {
+            h.bytes16(remoteIpv6Addr_.front().bytes().data());
+        }
+        if (sizes[2] != 0) {
+            h.word(localIpv4Addr_.front().value());
+        }
+        if (sizes[3] != 0) {
+            h.bytes16(localIpv6Addr_.front().bytes().data());
+        }
+    } else {
+        if (std::all_of(std::begin(sizes), std::end(sizes), [](std::uint32_t n) { return n < 0xff; })) {
+            h.word(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
+        } else {
+            h.word(0xffffffffu);
+            for (const std::uint32_t n : sizes) {
+                h.word(n);
+            }
+        }
+        mixMembers(h, remoteIpv4Addr_);
+        mixMembers(h, remoteIpv6Addr_);
+        mixMembers(h, localIpv4Addr_);
+        mixMembers(h, localIpv6Addr_);
     }
-    mixMembers(h, remoteIpv4Addr_);
-    mixMembers(h, remoteIpv6Addr_);
-    mixMembers(h, localIpv4Addr_);
-    mixMembers(h, localIpv6Addr_);
     // Seven identifier bytes and the two of the topology: two words and a byte.
     const std::uint64_t id = nodeId_.littleEndian();
     const std::uint32_t mt = mtId_.value();

@@ -80,7 +80,7 @@ public:
     constexpr HalfSip(std::uint32_t k0, std::uint32_t k1) noexcept
         : v0_(k0), v1_(k1), v2_(0x6c796765u ^ k0), v3_(0x74656462u ^ k1) {}
 
-    constexpr void compress(std::uint32_t m) noexcept {
+    [[gnu::always_inline]] constexpr void compress(std::uint32_t m) noexcept {
         v3_ ^= m;
         for (int i = 0; i < C; ++i) {
             round();
@@ -89,7 +89,7 @@ public:
     }
 
     /// `last` holds the final (length << 24 | up to three trailing bytes) word.
-    constexpr std::uint32_t finish(std::uint32_t last) const noexcept {
+    [[gnu::always_inline]] constexpr std::uint32_t finish(std::uint32_t last) const noexcept {
         HalfSip s = *this;
         s.compress(last);
         s.v2_ ^= 0xffu;
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    constexpr void round() noexcept {
+    [[gnu::always_inline]] constexpr void round() noexcept {
         v0_ += v1_;
         v1_ = rotl(v1_, 5);
         v1_ ^= v0_;
@@ -226,13 +226,13 @@ public:
     constexpr explicit WordHash(std::uint32_t seed) noexcept : core_(seed, detail::seedKey1(seed)) {}
 
     /// Four bytes, little-endian.
-    constexpr WordHash& word(std::uint32_t w) noexcept {
+    [[gnu::always_inline]] constexpr WordHash& word(std::uint32_t w) noexcept {
         core_.compress(w);
         length_ += 4;
         return *this;
     }
     /// The sixteen bytes at `p` in order, as HashState::mixBytes(p, 16).
-    WordHash& bytes16(const std::uint8_t* p) noexcept {
+    [[gnu::always_inline]] WordHash& bytes16(const std::uint8_t* p) noexcept {
         return word(detail::loadLe32(p))
             .word(detail::loadLe32(p + 4))
             .word(detail::loadLe32(p + 8))

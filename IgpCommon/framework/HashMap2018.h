@@ -252,6 +252,12 @@ public:
         }
     }
 
+    /// The first member in iteration order; the collection must not be empty.
+    const Member& front() const noexcept {
+        KEST_ASSERT_MSG(!empty(), "!empty()");
+        return memberAt(nextUsed(0));
+    }
+
     /// The member with that key, or null.
     const Member* find(const Key& k) const noexcept {
         const std::uint32_t i = findPos(k);
