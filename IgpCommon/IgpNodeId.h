@@ -68,6 +68,12 @@ public:
     /// Mixes the seven bytes into a key's hash (a key never mixes an
     /// identifier's hash made with a seed everybody knows).
     void mixInto(Kest::HashState& s) const noexcept { s.mixBytes(&bytes_.slot(0), 7); }
+    /// The seven bytes as a little-endian number, byte 0 lowest: how a hash
+    /// that takes whole words reads them.
+    std::uint64_t littleEndian() const noexcept {
+        return Kest::detail::loadLe32(&bytes_.slot(0)) |
+               (std::uint64_t{Kest::detail::loadLe32(&bytes_.slot(3)) >> 8} << 32);
+    }
 
     /// The generic text form (the byte array); dumps use toStrep().
     friend std::ostream& operator<<(std::ostream& os, const IgpNodeId& id);

@@ -82,9 +82,10 @@ std::strong_ordering operator<=>(const IgpNodeId& a, const IgpNodeId& b) noexcep
 }
 
 std::uint32_t IgpNodeId::hash(std::uint32_t seed) const noexcept {
-    Kest::HashState s(seed);
-    mixInto(s);
-    return s.result();
+    const std::uint64_t id = littleEndian();
+    return Kest::WordHash(seed)
+        .word(static_cast<std::uint32_t>(id))
+        .result(static_cast<std::uint32_t>(id >> 32), 3);
 }
 
 std::ostream& operator<<(std::ostream& os, const IgpNodeId& id) {

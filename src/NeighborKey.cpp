@@ -32,14 +32,14 @@ std::strong_ordering compareSets(const Set& a, const Set& b) noexcept {
 }
 
 template <class Set>
-void mixMembers(Kest::HashState& s, const Set& set) noexcept {
-    for (auto it = set.uncheckedBegin(); it != set.uncheckedEnd(); ++it) {
+void mixMembers(Kest::WordHash& h, const Set& set) noexcept {
+    set.forEachUnchecked([&h](const typename Set::key_type& a) noexcept {
         if constexpr (std::is_same_v<typename Set::key_type, Lumo::IpAddr>) {
-            s.mix32(it->value());
+            h.word(a.value());
         } else {
-            s.mixBytes(it->bytes().data(), 16);
+            h.bytes16(a.bytes().data());
         }
-    }
+    });
 }
 
 template <class Set>
@@ -118,23 +118,46 @@ std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
     // that hold under every seed), and the set sizes come first, so that an
     // address cannot pass from one set to the next unnoticed. Sizes below 255,
     // the norm, share one word; a word of all ones announces four full sizes.
-    Kest::HashState s(seed);
+    // Every part fills whole words up to the node identifier, so the words go
+    // to the mixer as they are: the same hash as streaming the same bytes.
     const std::uint32_t sizes[] = {remoteIpv4Addr_.size(), remoteIpv6Addr_.size(), localIpv4Addr_.size(),
                                    localIpv6Addr_.size()};
-    if (std::all_of(std::begin(sizes), std::end(sizes), [](std::uint32_t n) { return n < 0xff; })) {
-        s.mix32(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
-    } else {
-        s.mix32(0xffffffffu);
-        for (const std::uint32_t n : sizes) {
-            s.mix32(n);
+    Kest::WordHash h(seed);
+    if ((sizes[0] | sizes[1] | sizes[2] | sizes[3]) <= 1) {
+        // The usual link: at most one address per family and side, hashed
+        // straight through.
+        h.word(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
+        if (sizes[0] != 0) {
+            h.word(remoteIpv4Addr_.front().value());
         }
+        if (sizes[1] != 0) {
+            h.bytes16(remoteIpv6Addr_.front().bytes().data());
+        }
+        if (sizes[2] != 0) {
+            h.word(localIpv4Addr_.front().value());
+        }
+        if (sizes[3] != 0) {
+            h.bytes16(localIpv6Addr_.front().bytes().data());
+        }
+    } else {
+        if (std::all_of(std::begin(sizes), std::end(sizes), [](std::uint32_t n) { return n < 0xff; })) {
+            h.word(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
+        } else {
+            h.word(0xffffffffu);
+            for (const std::uint32_t n : sizes) {
+                h.word(n);
+            }
+        }
+        mixMembers(h, remoteIpv4Addr_);
+        mixMembers(h, remoteIpv6Addr_);
+        mixMembers(h, localIpv4Addr_);
+        mixMembers(h, localIpv6Addr_);
     }
-    mixMembers(s, remoteIpv4Addr_);
-    mixMembers(s, remoteIpv6Addr_);
-    mixMembers(s, localIpv4Addr_);
-    mixMembers(s, localIpv6Addr_);
-    nodeId_.mixInto(s);
-    return s.mix16(mtId_.value()).result();
+    // Seven identifier bytes and the two of the topology: two words and a byte.
+    const std::uint64_t id = nodeId_.littleEndian();
+    const std::uint32_t mt = mtId_.value();
+    h.word(static_cast<std::uint32_t>(id)).word(static_cast<std::uint32_t>(id >> 32) | ((mt & 0xffu) << 24));
+    return h.result(mt >> 8, 1);
 }
 
 bool NeighborKey::isEq(const NeighborKey& a, const NeighborKey& b) noexcept {

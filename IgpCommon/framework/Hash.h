@@ -27,6 +27,7 @@
 // library being loaded has nobody to return an error to.
 #pragma once
 
+#include <bit>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -57,6 +58,21 @@ constexpr std::uint32_t rotl(std::uint32_t x, int b) noexcept {
     return (x << b) | (x >> (32 - b));
 }
 
+/// The four bytes at `p` as a little-endian word: one load, whatever the alignment.
+inline std::uint32_t loadLe32(const std::uint8_t* p) noexcept {
+    std::uint32_t w;
+    std::memcpy(&w, p, sizeof w);
+    if constexpr (std::endian::native == std::endian::big) {
+        w = (w >> 24) | ((w >> 8) & 0xff00u) | ((w << 8) & 0xff0000u) | (w << 24);
+    }
+    return w;
+}
+
+/// The second key word the 32-bit seed expands to (the first is the seed).
+constexpr std::uint32_t seedKey1(std::uint32_t seed) noexcept {
+    return rotl(seed, 16) ^ 0x9e3779b9u;
+}
+
 /// HalfSipHash state with C compression and D finalization rounds.
 template <int C, int D>
 class HalfSip {
@@ -64,7 +80,7 @@ public:
     constexpr HalfSip(std::uint32_t k0, std::uint32_t k1) noexcept
         : v0_(k0), v1_(k1), v2_(0x6c796765u ^ k0), v3_(0x74656462u ^ k1) {}
 
-    constexpr void compress(std::uint32_t m) noexcept {
+    [[gnu::always_inline]] constexpr void compress(std::uint32_t m) noexcept {
         v3_ ^= m;
         for (int i = 0; i < C; ++i) {
             round();
@@ -73,7 +89,7 @@ public:
     }
 
     /// `last` holds the final (length << 24 | up to three trailing bytes) word.
-    constexpr std::uint32_t finish(std::uint32_t last) const noexcept {
+    [[gnu::always_inline]] constexpr std::uint32_t finish(std::uint32_t last) const noexcept {
         HalfSip s = *this;
         s.compress(last);
         s.v2_ ^= 0xffu;
@@ -84,7 +100,7 @@ public:
     }
 
 private:
-    constexpr void round() noexcept {
+    [[gnu::always_inline]] constexpr void round() noexcept {
         v0_ += v1_;
         v1_ = rotl(v1_, 5);
         v1_ ^= v0_;
@@ -143,8 +159,7 @@ private:
 class HashState {
 public:
     /// Expands the 32-bit seed to the mixer's two key words.
-    constexpr explicit HashState(std::uint32_t seed) noexcept
-        : s_(seed, detail::rotl(seed, 16) ^ 0x9e3779b9u) {}
+    constexpr explicit HashState(std::uint32_t seed) noexcept : s_(seed, detail::seedKey1(seed)) {}
 
     constexpr HashState& mix8(std::uint8_t v) noexcept {
         s_.append(v, 1);
@@ -199,6 +214,39 @@ public:
 
 private:
     detail::HalfSipStream<1, 3> s_;
+};
+
+/// The same hash as HashState, for a key laid out in whole 32-bit words and
+/// at most three trailing bytes: each word goes straight to the mixer, with
+/// none of HashState's bookkeeping of pending bytes per item. word(w) equals
+/// HashState::mix32(w) on a state that holds a multiple of four bytes, so a
+/// key whose items fit its words hashes to the same value either way.
+class WordHash {
+public:
+    constexpr explicit WordHash(std::uint32_t seed) noexcept : core_(seed, detail::seedKey1(seed)) {}
+
+    /// Four bytes, little-endian.
+    [[gnu::always_inline]] constexpr WordHash& word(std::uint32_t w) noexcept {
+        core_.compress(w);
+        length_ += 4;
+        return *this;
+    }
+    /// The sixteen bytes at `p` in order, as HashState::mixBytes(p, 16).
+    [[gnu::always_inline]] WordHash& bytes16(const std::uint8_t* p) noexcept {
+        return word(detail::loadLe32(p))
+            .word(detail::loadLe32(p + 4))
+            .word(detail::loadLe32(p + 8))
+            .word(detail::loadLe32(p + 12));
+    }
+    /// The result once the `tailBytes` (0 to 3) low bytes of `tail`, the rest
+    /// of which must be zero, have been added.
+    constexpr std::uint32_t result(std::uint32_t tail = 0, std::uint32_t tailBytes = 0) const noexcept {
+        return core_.finish(((length_ + tailBytes) << 24) | tail);
+    }
+
+private:
+    detail::HalfSip<1, 3> core_;
+    std::uint32_t length_ = 0;
 };
 
 /// A type with its own seeded hash.

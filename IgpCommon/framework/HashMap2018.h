@@ -231,6 +231,33 @@ public:
     Unchecked uncheckedBegin() const noexcept { return Unchecked(this, nextUsed(0)); }
     Unchecked uncheckedEnd() const noexcept { return Unchecked(this, endPos()); }
 
+    /// Calls `f(member)` for every member in iteration order, with no
+    /// iterator between: for hot read-only walks (hashing a key's sets), where
+    /// `f` must not change the collection.
+    template <class F>
+    void forEachUnchecked(F&& f) const noexcept(noexcept(f(std::declval<const Member&>()))) {
+        if (!isHeap()) {
+            if constexpr (hasInline) {
+                for (std::uint32_t i = 0, n = inlineCount(); i < n; ++i) {
+                    f(*inlineAt(i));
+                }
+            }
+            return;
+        }
+        const Slot* s = slots();
+        for (std::uint32_t i = 0, n = block()->slotCount; i < n; ++i) {
+            if (s[i].used) {
+                f(s[i].m());
+            }
+        }
+    }
+
+    /// The first member in iteration order; the collection must not be empty.
+    const Member& front() const noexcept {
+        KEST_ASSERT_MSG(!empty(), "!empty()");
+        return memberAt(nextUsed(0));
+    }
+
     /// The member with that key, or null.
     const Member* find(const Key& k) const noexcept {
         const std::uint32_t i = findPos(k);
@@ -246,6 +273,11 @@ public:
     /// An iterator at the member with that key, or end().
     iterator findIter(const Key& k) const noexcept {
         const std::uint32_t i = findPos(k);
+        return iterator(this, i == npos ? endPos() : i);
+    }
+    /// The same with the key's hash, hashOf(k), computed by the caller.
+    iterator findIter(const Key& k, std::uint32_t h) const noexcept {
+        const std::uint32_t i = isHeap() ? locate(h, k) : inlineFind(k);
         return iterator(this, i == npos ? endPos() : i);
     }
 
@@ -858,6 +890,10 @@ public:
     }
     bool contains(const Key& k) const noexcept { return table_.contains(k); }
     iterator findIter(const Key& k) const noexcept { return iterator(table_.findIter(k)); }
+    /// The same with the key's hash, hashOf(k), computed by the caller.
+    iterator findIter(const Key& k, std::uint32_t h) const noexcept {
+        return iterator(table_.findIter(k, h));
+    }
 
     /// Inserts `m` under its own key unless that key is present; true when inserted.
     bool insert(Member m) { return table_.insert(std::move(m)).second; }

@@ -55,7 +55,7 @@ public:
     /// The unseeded hash: the murmur3 fmix32 finalizer of the value.
     std::uint32_t hash() const noexcept;
     std::uint32_t hash(std::uint32_t seed) const noexcept {
-        return Kest::HashState(seed).mix32(value_).result();
+        return Kest::WordHash(seed).word(value_).result();
     }
 
     Poldo::String stringValue() const;
@@ -203,7 +203,7 @@ public:
     Poldo::String prettyString() const;
 
     std::uint32_t hash(std::uint32_t seed) const noexcept {
-        return Kest::HashState(seed).mix32(value_).result();
+        return Kest::WordHash(seed).word(value_).result();
     }
 
     Poldo::String stringValue() const;

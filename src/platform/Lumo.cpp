@@ -224,7 +224,7 @@ std::uint32_t Ip6Addr::hash() const noexcept {
 }
 
 std::uint32_t Ip6Addr::hash(std::uint32_t seed) const noexcept {
-    return Kest::HashState(seed).mixBytes(bytes_.data(), bytes_.size()).result();
+    return Kest::WordHash(seed).bytes16(bytes_.data()).result();
 }
 
 Poldo::String Ip6Addr::stringValue() const {
@@ -309,14 +309,22 @@ std::uint32_t IpGenAddr::hash() const noexcept {
 }
 
 std::uint32_t IpGenAddr::hash(std::uint32_t seed) const noexcept {
-    Kest::HashState s(seed);
-    s.mix8(static_cast<std::uint8_t>(family_));
+    // The family byte, then the address: words that straddle the address's own.
+    const std::uint32_t family = static_cast<std::uint8_t>(family_);
+    Kest::WordHash h(seed);
     if (isIpv4()) {
-        s.mix32(v4_.value());
-    } else if (isIpv6()) {
-        s.mixBytes(v6_.bytes().data(), 16);
+        const std::uint32_t v = v4_.value();
+        return h.word(family | (v << 8)).result(v >> 24, 1);
     }
-    return s.result();
+    if (isIpv6()) {
+        const std::uint8_t* b = v6_.bytes().data();
+        return h.word(family | (Kest::detail::loadLe32(b) << 8))
+            .word(Kest::detail::loadLe32(b + 3))
+            .word(Kest::detail::loadLe32(b + 7))
+            .word(Kest::detail::loadLe32(b + 11))
+            .result(b[15], 1);
+    }
+    return h.result(family, 1);
 }
 
 Poldo::String IpGenAddr::stringValue() const {
@@ -368,30 +376,38 @@ IpGenPrefix::IpGenPrefix(Kest::CharRange& r) {
 }
 
 IpGenPrefix IpGenPrefix::masked() const {
+    // The length was checked when the prefix was made: no constructor checks it again.
+    IpGenPrefix out = *this;
     if (isIpv4()) {
         const std::uint32_t mask = length_ == 0 ? 0 : ~std::uint32_t{0} << (32 - length_);
-        return IpGenPrefix(IpAddr(ipv4Addr().value() & mask), length_);
-    }
-    if (isIpv6()) {
+        out.addr_ = IpGenAddr(IpAddr(ipv4Addr().value() & mask));
+    } else if (isIpv6() && length_ < 128) {
         std::array<std::uint8_t, 16> b = ipv6Addr().bytes();
-        for (unsigned i = 0; i < 16; ++i) {
-            const unsigned kept = length_ > 8 * i ? std::min(8u, length_ - 8 * i) : 0u;
-            b[i] = static_cast<std::uint8_t>(b[i] & (0xff00u >> kept));
-        }
-        return IpGenPrefix(Ip6Addr::fromBytes(b.data()), length_);
+        const unsigned whole = length_ / 8u;
+        b[whole] = static_cast<std::uint8_t>(b[whole] & (0xff00u >> (length_ % 8u)));
+        std::fill(b.begin() + whole + 1, b.end(), std::uint8_t{0});
+        out.addr_ = IpGenAddr(Ip6Addr::fromBytes(b.data()));
     }
-    return *this;
+    return out;
 }
 
 std::uint32_t IpGenPrefix::hash(std::uint32_t seed) const noexcept {
-    Kest::HashState s(seed);
-    s.mix8(family()).mix8(length_);
+    // The family and length bytes, then the address: words that straddle the address's own.
+    const std::uint32_t head = std::uint32_t{family()} | (std::uint32_t{length_} << 8);
+    Kest::WordHash h(seed);
     if (isIpv4()) {
-        s.mix32(ipv4Addr().value());
-    } else if (isIpv6()) {
-        s.mixBytes(ipv6Addr().bytes().data(), 16);
+        const std::uint32_t v = ipv4Addr().value();
+        return h.word(head | (v << 16)).result(v >> 16, 2);
     }
-    return s.result();
+    if (isIpv6()) {
+        const std::uint8_t* b = ipv6Addr().bytes().data();
+        return h.word(head | (Kest::detail::loadLe32(b) << 16))
+            .word(Kest::detail::loadLe32(b + 2))
+            .word(Kest::detail::loadLe32(b + 6))
+            .word(Kest::detail::loadLe32(b + 10))
+            .result(b[14] | (std::uint32_t{b[15]} << 8), 2);
+    }
+    return h.result(head, 2);
 }
 
 Poldo::String IpGenPrefix::stringValue() const {
