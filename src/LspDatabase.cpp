@@ -29,43 +29,8 @@ Poldo::Ptr<Prefix> IgpLsp::prefix(const PrefixKey& key) const {
     return e ? e->value : nullptr;
 }
 
-namespace {
-
-// Puts `value` (null: removes) under `key` and publishes the change as
-// ObservedEntity::entryPut does, with the key hashed once: the look-up that
-// finds the member is the one that inserts on a miss.
-template <class Map, class V, class Publish>
-void putHashedOnce(Map& map, const typename Map::key_type& key, const V& value, Publish publish) {
-    const std::uint32_t h = Map::hashOf(key);
-    if (value) {
-        KEST_ASSERT_MSG(key == Map::keyOf(value), "key == Map::keyOf(value)");
-        const auto [member, inserted] = map.findOrInsert(key, h, [&value] { return value; });
-        if (inserted) {
-            publish(key, nullptr);
-            return;
-        }
-        if (*member == value) {
-            return;
-        }
-        const V old = map.replace(map.findIter(key, h), value);
-        publish(key, &old);
-        return;
-    }
-    const auto it = map.findIter(key, h);
-    if (it == map.end()) {
-        return;
-    }
-    V removed;
-    map.erase(it, &removed);
-    publish(Map::keyOf(removed), &removed);
-}
-
-}  // namespace
-
 void IgpLsp::neighborIs(const NeighborKey& key, const Poldo::Ptr<Neighbor>& nbr) {
-    putHashedOnce(neighbor_, key, nbr, [this](const NeighborKey& k, const Poldo::Ptr<Neighbor>* old) {
-        publishMember(Attr::neighbor, k, old);
-    });
+    entryPut(Attr::neighbor, neighbor_, key, nbr);
 }
 Poldo::Ptr<Neighbor> IgpLsp::neighborDel(const NeighborKey& key) {
     return entryTake(Attr::neighbor, neighbor_, key);
@@ -75,9 +40,7 @@ void IgpLsp::neighborDelAll() {
 }
 
 void IgpLsp::prefixIs(const PrefixKey& key, const Poldo::Ptr<Prefix>& pfx) {
-    putHashedOnce(prefix_, key, pfx, [this](const PrefixKey& k, const Poldo::Ptr<Prefix>* old) {
-        publishMember(Attr::prefix, k, old);
-    });
+    entryPut(Attr::prefix, prefix_, key, pfx);
 }
 Poldo::Ptr<Prefix> IgpLsp::prefixDel(const PrefixKey& key) {
     return entryTake(Attr::prefix, prefix_, key);

@@ -119,28 +119,29 @@ protected:
     /// member is dropped after publication.
     template <class Map, class V>
     void entryPut(AttrId id, Map& map, const typename Map::key_type& key, const V& value) {
-        if (value) {
-            KEST_ASSERT_MSG(key == Map::keyOf(value), "key == Map::keyOf(value)");
-        }
-        const auto it = map.findIter(key);
-        if (it == map.end()) {
-            if (value) {
-                map.insert(value);
-                publishMember<typename Map::key_type, V>(id, key, nullptr);
+        // One hash of the key serves the look-up, the insertion on a miss and
+        // a replacement.
+        const std::uint32_t h = Map::hashOf(key);
+        if (!value) {
+            const auto it = map.findIter(key, h);
+            if (it != map.end()) {
+                V removed;
+                map.erase(it, &removed);
+                publishMember(id, Map::keyOf(removed), &removed);
             }
             return;
         }
-        if (it->value == value) {
+        KEST_ASSERT_MSG(key == Map::keyOf(value), "key == Map::keyOf(value)");
+        const auto [member, inserted] = map.findOrInsert(key, h, [&value] { return value; });
+        if (inserted) {
+            publishMember<typename Map::key_type, V>(id, key, nullptr);
             return;
         }
-        if (value) {
-            const V old = map.replace(it, value);
-            publishMember(id, key, &old);
-        } else {
-            V removed;
-            map.erase(it, &removed);
-            publishMember(id, Map::keyOf(removed), &removed);
+        if (*member == value) {
+            return;
         }
+        const V old = map.replace(map.findIter(key, h), value);
+        publishMember(id, key, &old);
     }
     /// Removes the member of `key` and hands it back (null when absent).
     template <class Map>
