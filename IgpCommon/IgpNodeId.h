@@ -65,11 +65,9 @@ public:
     /// The bytes as an unsigned byte string, byte 0 first.
     friend std::strong_ordering operator<=>(const IgpNodeId& a, const IgpNodeId& b) noexcept;
     std::uint32_t hash(std::uint32_t seed) const noexcept;
-    /// Mixes the seven bytes into a key's hash (a key never mixes an
-    /// identifier's hash made with a seed everybody knows).
-    void mixInto(Kest::HashState& s) const noexcept { s.mixBytes(&bytes_.slot(0), 7); }
-    /// The seven bytes as a little-endian number, byte 0 lowest: how a hash
-    /// that takes whole words reads them.
+    /// The seven bytes as a little-endian number, byte 0 lowest: how a key's
+    /// hash takes them in whole words (a key never mixes an identifier's hash
+    /// made with a seed everybody knows).
     std::uint64_t littleEndian() const noexcept {
         return Kest::detail::loadLe32(&bytes_.slot(0)) |
                (std::uint64_t{Kest::detail::loadLe32(&bytes_.slot(3)) >> 8} << 32);

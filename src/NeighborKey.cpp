@@ -123,10 +123,17 @@ std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
     const std::uint32_t sizes[] = {remoteIpv4Addr_.size(), remoteIpv6Addr_.size(), localIpv4Addr_.size(),
                                    localIpv6Addr_.size()};
     Kest::WordHash h(seed);
-    if ((sizes[0] | sizes[1] | sizes[2] | sizes[3]) <= 1) {
-        // The usual link: at most one address per family and side, hashed
-        // straight through.
+    if (std::all_of(std::begin(sizes), std::end(sizes), [](std::uint32_t n) { return n < 0xff; })) {
         h.word(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
+    } else {
+        h.word(0xffffffffu);
+        for (const std::uint32_t n : sizes) {
+            h.word(n);
+        }
+    }
+    if ((sizes[0] | sizes[1] | sizes[2] | sizes[3]) <= 1) {
+        // The usual link, at most one address per family and side: each
+        // set's member taken straight, without walking the set.
         if (sizes[0] != 0) {
             h.word(remoteIpv4Addr_.front().value());
         }
@@ -140,14 +147,6 @@ std::uint32_t NeighborKey::hash(std::uint32_t seed) const noexcept {
             h.bytes16(localIpv6Addr_.front().bytes().data());
         }
     } else {
-        if (std::all_of(std::begin(sizes), std::end(sizes), [](std::uint32_t n) { return n < 0xff; })) {
-            h.word(sizes[0] | (sizes[1] << 8) | (sizes[2] << 16) | (sizes[3] << 24));
-        } else {
-            h.word(0xffffffffu);
-            for (const std::uint32_t n : sizes) {
-                h.word(n);
-            }
-        }
         mixMembers(h, remoteIpv4Addr_);
         mixMembers(h, remoteIpv6Addr_);
         mixMembers(h, localIpv4Addr_);
