@@ -340,7 +340,9 @@ public:
         touch();
     }
 
-    /// Makes room for `n` members without further growth.
+    /// Makes room for `n` members: inserting them never grows the table for
+    /// load. A run that spills past the few spare slots after the last bucket
+    /// still rebuilds it once with more (rare, and up to the seed).
     void reserve(std::uint32_t n) {
         if (n > InlineN && (!isHeap() || n > maxLoad(block()->buckets))) {
             const std::uint32_t buckets = bucketsFor(n);
