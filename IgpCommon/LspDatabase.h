@@ -76,12 +76,19 @@ public:
     /// Removes every neighbor: in one sweep while nobody ever observed this
     /// entry, else one published removal each.
     void neighborDelAll();
+    /// Makes room for `n` neighbors in all, so that adding members up to that
+    /// count never regrows the table for load (one heap block, sized exactly);
+    /// never shrinks it. A caller about to add several members reserves
+    /// size() plus their number at once.
+    void neighborReserve(std::uint32_t n) { neighbor_.reserve(n); }
 
     Poldo::Ptr<Prefix> prefix(const PrefixKey& key) const;
     const PrefixMap& prefix() const noexcept { return prefix_; }
     void prefixIs(const PrefixKey& key, const Poldo::Ptr<Prefix>& pfx);
     Poldo::Ptr<Prefix> prefixDel(const PrefixKey& key);
     void prefixDelAll();
+    /// The same for the prefixes.
+    void prefixReserve(std::uint32_t n) { prefix_.reserve(n); }
 
     /// Merges the parsed neighbors into this entry. First, for every parsed
     /// neighbor, the SRLG records of its first local IPv4 and first local

@@ -688,6 +688,9 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             [&] { return mine ? IC::prefixFactory(*key) : delta.prefixIs(*key); }, unitePrefix);
     }
 
+    d.linksAfter = node.neighbors.size();
+    d.prefixesAfter = node.prefixes.size();
+
     // Node attributes.
     d.nodeChanged = nodeTouched || !db_->lsp(id);
     if (d.nodeChanged) {
@@ -785,6 +788,21 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
     } else if (d.nodeChanged) {
         entry->node()->updateNodeAttrs(c.nodeRawPtr());
     }
+    // The delta's new members go in before the gone ones come out, so the
+    // entry peaks at the keys it ends with (the index's) plus the gone ones.
+    // New members that more than double the entry get that room at once;
+    // fewer regrow the table at most once, by doubling, whereas a table
+    // sized exactly for each delta would be rebuilt by the next one that
+    // adds anything.
+    const auto makeRoom = [](std::uint32_t size, std::size_t peak, const auto& reserve) {
+        if (peak > 2 * std::size_t{size}) {
+            reserve(static_cast<std::uint32_t>(peak));
+        }
+    };
+    makeRoom(entry->neighbor().size(), d.linksAfter + d.goneNeighbors.size(),
+             [&](std::uint32_t n) { entry->neighborReserve(n); });
+    makeRoom(entry->prefix().size(), d.prefixesAfter + d.gonePrefixes.size(),
+             [&](std::uint32_t n) { entry->prefixReserve(n); });
     for (auto it = c.neighbor().begin(); it != c.neighbor().end(); ++it) {
         const Poldo::Ptr<IC::Neighbor>& p = *it;
         for (const auto& a : foldAddresses(p->key())) {

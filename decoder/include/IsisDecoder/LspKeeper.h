@@ -286,6 +286,10 @@ private:
         bool prefixesNew = false;  // the entry has none of the prefixes of `content`
         std::vector<Routing::IgpCommon::NeighborKey> goneNeighbors;
         std::vector<Routing::IgpCommon::PrefixKey> gonePrefixes;
+        // The keys the union holds once merged (the index's): the entry's
+        // links and prefixes after the merge.
+        std::size_t linksAfter = 0;
+        std::size_t prefixesAfter = 0;
     };
 
     // By IgpNodeId::toU64(): the identifiers' own order, compared as one word.
