@@ -222,8 +222,20 @@ IGP_DEFINE_ENTITY(IgpMultiTopologyIdCol,
 
 // ---- IsisAreaIdCol ---------------------------------------------------------------
 
+// The text order without the text. The text is the first byte's two
+// lower-case hex digits, then a dot before each further pair of bytes (the
+// last may be a lone byte), and "none" for an empty area. Two texts have
+// their dots at the same places up to the first byte that differs, so they
+// first differ at its digits, whose order is the bytes' ('0'-'9' precede
+// 'a'-'f'); one area's bytes prefix the other's exactly when its text
+// prefixes the other's. And "none" follows every text of hex digits.
 bool AreaIdTextLess::operator()(const Isis::AreaId& a, const Isis::AreaId& b) const noexcept {
-    return a.stringValue() < b.stringValue();
+    if (a.isEmpty() || b.isEmpty()) {
+        return !a.isEmpty();
+    }
+    const auto x = a.bytes();
+    const auto y = b.bytes();
+    return std::lexicographical_compare(x.begin(), x.end(), y.begin(), y.end());
 }
 
 Poldo::Ptr<IsisAreaIdCol> IsisAreaIdCol::IsisAreaIdColIs() {

@@ -145,6 +145,35 @@ TEST(IgpNodeCollections, PublicationAndContentComparisonOfDefinitionsMsdsTopolog
     EXPECT_FALSE(areas->compareAreaIds(areas2.get())) << "same count, different areas";
 }
 
+TEST(IsisAreaIdCol, AreasOrderAsTheirTextsDo) {
+    // Prefixes of one another at either group parity, digits against letters
+    // in either nibble, and the empty area, whose text is "none".
+    std::vector<AreaId> areas{AreaId()};
+    for (const std::vector<std::uint8_t>& b : std::vector<std::vector<std::uint8_t>>{
+             {0x49},
+             {0x49, 0x00},
+             {0x49, 0x00, 0x01},
+             {0x49, 0x00, 0x01, 0x02},
+             {0x49, 0x0a},
+             {0x49, 0x09, 0xff},
+             {0x09},
+             {0x0a},
+             {0x90},
+             {0xa0},
+             {0x00},
+             {0xff},
+             {0x39, 0x08, 0x40, 0x00, 0x01},
+             {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}}) {
+        areas.push_back(AreaId::fromBytes(b.data(), b.size()));
+    }
+    const AreaIdTextLess less;
+    for (const AreaId& a : areas) {
+        for (const AreaId& b : areas) {
+            EXPECT_EQ(less(a, b), a.stringValue() < b.stringValue()) << a << " against " << b;
+        }
+    }
+}
+
 TEST(SrCapabilities, PublishOnlyRealChangesAndCompareTheRangesBelowTheCount) {
     const auto at = [](unsigned i) { return SrSidRangeIndex(static_cast<std::uint8_t>(i)); };
     auto a = SrCapabilities::SrCapabilitiesIs();
