@@ -420,10 +420,11 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             }
             indexKeys(node, num, *entry);
             if (f.srlg) {
-                std::vector<Lumo::IpGenAddr> addrs;
-                srlgAddresses(f.octets, addrs);
-                reserveEmpty(node.srlgs, addrs.size());
-                for (const auto& a : addrs) {
+                srlgAddrs_.clear();
+                srlgAddresses(f.octets, srlgAddrs_);
+                // Room for the new fragment's records too.
+                reserveEmpty(node.srlgs, srlgAddrs_.size() + (after ? after->parsedSrLg().size() : 0));
+                for (const auto& a : srlgAddrs_) {
                     carry(node.srlgs, a).set(num);
                 }
             }
