@@ -77,9 +77,10 @@ public:
     /// entry, else one published removal each.
     void neighborDelAll();
     /// Makes room for `n` neighbors in all, so that adding members up to that
-    /// count never regrows the table for load (one heap block, sized exactly);
-    /// never shrinks it. A caller about to add several members reserves
-    /// size() plus their number at once.
+    /// count never regrows the table for load (a run that spills past its
+    /// end may still rebuild it once); never shrinks it. Neither the
+    /// iteration order nor anything published depends on the room. A caller
+    /// about to add many members reserves size() plus their number at once.
     void neighborReserve(std::uint32_t n) { neighbor_.reserve(n); }
 
     Poldo::Ptr<Prefix> prefix(const PrefixKey& key) const;
