@@ -102,13 +102,21 @@ auto& carry(Map& map, const Poldo::Ptr<IC::Prefix>& p) {
     return map.findOrInsert(p->prefixKey(), [&] { return typename Map::member_type{p, {}}; }).first->from;
 }
 
-// Sizes an empty table for its first fragment's keys. A table that holds
-// some already grows by its own doubling: reserving exactly what each
-// fragment adds would rebuild it for every fragment of a large node.
+// Whether a table of `size` keys that is about to hold `total` is worth
+// sizing for them at once: only when they more than double it. Fewer regrow
+// it at most once, by doubling, whereas a table sized exactly for each
+// fragment would be rebuilt by every fragment that adds anything.
+bool roomWanted(std::size_t size, std::size_t total) {
+    return total > 2 * size;
+}
+
+// Makes room for `added` more keys (some may be there already) when
+// roomWanted: an empty table is sized once for its first fragment's keys,
+// and a large fragment does not regrow a small table several times over.
 template <class Map>
-void reserveEmpty(Map& map, std::size_t n) {
-    if (map.size() == 0 && n != 0) {
-        map.reserve(static_cast<std::uint32_t>(n));
+void makeRoom(Map& map, std::size_t added) {
+    if (roomWanted(map.size(), map.size() + added)) {
+        map.reserve(static_cast<std::uint32_t>(map.size() + added));
     }
 }
 
@@ -408,8 +416,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         // SRLG records, which the entry folds into links, need decoding.
         const Poldo::Ptr<IC::IgpLsp> entry = db_->lsp(id);
         // Room for the held fragment's prefixes and the new one's at once.
-        reserveEmpty(node.prefixes,
-                     (entry ? entry->prefix().size() : 0) + (after ? after->prefix().size() : 0));
+        makeRoom(node.prefixes, (entry ? entry->prefix().size() : 0) + (after ? after->prefix().size() : 0));
         for (const auto& [num, f] : node.fragments) {
             if (!f.held || num == number) {
                 continue;
@@ -423,7 +430,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
                 srlgAddrs_.clear();
                 srlgAddresses(f.octets, srlgAddrs_);
                 // Room for the new fragment's records too.
-                reserveEmpty(node.srlgs, srlgAddrs_.size() + (after ? after->parsedSrLg().size() : 0));
+                makeRoom(node.srlgs, srlgAddrs_.size() + (after ? after->parsedSrLg().size() : 0));
                 for (const auto& a : srlgAddrs_) {
                     carry(node.srlgs, a).set(num);
                 }
@@ -552,7 +559,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         touchSrlg(*before, false);
     }
     if (after) {
-        reserveEmpty(node.srlgs, after->parsedSrLg().size());
+        makeRoom(node.srlgs, after->parsedSrLg().size());
         touchSrlg(*after, true);
     }
     // Records no fragment carries any more go first: a link folds none of them.
@@ -661,7 +668,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
         }
     }
     if (after) {
-        reserveEmpty(node.prefixes, after->prefix().size());
+        makeRoom(node.prefixes, after->prefix().size());
         for (const auto& p : after->prefix()) {
             FragmentSet& from = carry(node.prefixes, p);
             d.prefixesNew = d.prefixesNew && from.none();
@@ -750,7 +757,7 @@ void LspKeeper::indexKeys(NodeState& node, std::uint8_t number, const Keys& c) {
         }
         it->second.set(number);
     }
-    reserveEmpty(node.prefixes, c.prefix().size());
+    makeRoom(node.prefixes, c.prefix().size());
     for (const auto& p : c.prefix()) {
         if constexpr (entry) {
             carry(node.prefixes, p.value).set(number);
@@ -791,19 +798,14 @@ void LspKeeper::merge(const IC::IgpNodeId& id, const Delta& d) {
     }
     // The delta's new members go in before the gone ones come out, so the
     // entry peaks at the keys it ends with (the index's) plus the gone ones.
-    // New members that more than double the entry get that room at once;
-    // fewer regrow the table at most once, by doubling, whereas a table
-    // sized exactly for each delta would be rebuilt by the next one that
-    // adds anything.
-    const auto makeRoom = [](std::uint32_t size, std::size_t peak, const auto& reserve) {
-        if (peak > 2 * std::size_t{size}) {
-            reserve(static_cast<std::uint32_t>(peak));
-        }
-    };
-    makeRoom(entry->neighbor().size(), d.linksAfter + d.goneNeighbors.size(),
-             [&](std::uint32_t n) { entry->neighborReserve(n); });
-    makeRoom(entry->prefix().size(), d.prefixesAfter + d.gonePrefixes.size(),
-             [&](std::uint32_t n) { entry->prefixReserve(n); });
+    const std::size_t linksPeak = d.linksAfter + d.goneNeighbors.size();
+    if (roomWanted(entry->neighbor().size(), linksPeak)) {
+        entry->neighborReserve(static_cast<std::uint32_t>(linksPeak));
+    }
+    const std::size_t prefixesPeak = d.prefixesAfter + d.gonePrefixes.size();
+    if (roomWanted(entry->prefix().size(), prefixesPeak)) {
+        entry->prefixReserve(static_cast<std::uint32_t>(prefixesPeak));
+    }
     for (auto it = c.neighbor().begin(); it != c.neighbor().end(); ++it) {
         const Poldo::Ptr<IC::Neighbor>& p = *it;
         for (const auto& a : foldAddresses(p->key())) {
