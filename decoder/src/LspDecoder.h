@@ -194,12 +194,12 @@ public:
     // Only the TLVs of `parts` are read (see ContentParts).
     LspDecoder(const std::uint8_t* pdu, const LspHeader& h, DecodeWorkspace& workspace,
                unsigned parts = allParts)
-        : pdu_(pdu), h_(h), parts_(parts), link_(workspace.link_) {}
+        : pdu_(pdu), h_(h), parts_(parts), link_(workspace.link_), spare_(workspace.content_) {}
 
     Poldo::Ptr<IC::IsisLspParsedContent> run();
 
 private:
-    void reserveTables();
+    void makeContent();
     void decodeTlv(Item& it);
     static unsigned partOf(std::uint8_t type) noexcept;
     static IC::IgpMultiTopologyId readMtId(Item& it);
@@ -258,6 +258,8 @@ private:
     // entry with adjacency SIDs allocates nothing once an earlier one (of
     // this LSP or, with a caller's workspace, of an earlier one) has.
     LinkAttrs& link_;
+    // The workspace's content, filled again when no one else holds it.
+    Poldo::Ptr<IC::IsisLspParsedContent>& spare_;
 };
 
 }  // namespace Routing::IsisDecoder::detail
