@@ -273,9 +273,6 @@ Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span
 Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu,
                                                                        DecodeWorkspace& workspace);
 
-/// The local addresses that the SRLG records of a PDU that decodeLsp()
-/// accepted before are filed under, as decoding it would file them (once per
-/// TLV, so an address may repeat), without decoding the rest.
 /// Part of such a PDU's content, as decodeAcceptedLsp() gives it but for the
 /// TLVs of the other parts (ContentParts), which are skipped. Null if it
 /// does not decode.
@@ -285,6 +282,10 @@ Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedParts(std::sp
                                                                          unsigned parts,
                                                                          DecodeWorkspace& workspace);
 
-void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAddr>& out);
+/// The local addresses that the SRLG records of a PDU that decodeLsp()
+/// accepted before are filed under, as decoding it would file them (once per
+/// TLV, so an address may repeat), without decoding the rest. They are held
+/// in the workspace until its next use.
+std::span<const Lumo::IpGenAddr> srlgAddresses(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace);
 
 }  // namespace Routing::IsisDecoder

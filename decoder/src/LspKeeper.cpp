@@ -420,8 +420,7 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             }
             indexKeys(node, num, *entry);
             if (f.srlg) {
-                std::vector<Lumo::IpGenAddr> addrs;
-                srlgAddresses(f.octets, addrs);
+                const auto addrs = srlgAddresses(f.octets, workspace_);
                 reserveEmpty(node.srlgs, addrs.size());
                 for (const auto& a : addrs) {
                     carry(node.srlgs, a).set(num);

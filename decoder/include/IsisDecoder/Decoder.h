@@ -145,8 +145,11 @@ struct LinkAttrs {
 class DecodeWorkspace {
 private:
     friend class detail::LspDecoder;
+    friend std::span<const Lumo::IpGenAddr> srlgAddresses(std::span<const std::uint8_t> pdu,
+                                                          DecodeWorkspace& workspace);
     detail::LinkAttrs link_;
     Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content_;
+    std::vector<Lumo::IpGenAddr> srlgAddrs_;
 };
 
 /// Decodes one LSP PDU starting at the common header (discriminator 0x83).
