@@ -126,6 +126,15 @@ public:
     void parsedSrLgDelAll() noexcept { parsedSrLg_.clear(); }
     void parsedSrLgReserve(std::uint32_t n) { parsedSrLg_.reserve(n); }
 
+    /// Makes this content what a fresh one is (no node, fragment ids 0,
+    /// default scratch keys, every collection empty) with room for that many
+    /// members, as the reserves above make it; a collection keeps its heap
+    /// table when that fits (HashMap2018::clearFor), so that a decoder
+    /// reusing one content allocates no tables. The members are released,
+    /// never reused: whoever took one keeps it as it is. Only for a content
+    /// that nobody else holds.
+    void recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs);
+
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
     static Drimm::AllocTracker& allocTracker();

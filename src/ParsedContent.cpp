@@ -67,6 +67,21 @@ Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgDel(const Lumo::IpGenAd
     return take(parsedSrLg_, localAddr);
 }
 
+void IsisLspParsedContent::recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs) {
+    // A kept table may be this many times larger than the members need:
+    // iterating it costs a walk over its slots, but less than a new block
+    // for every LSP whose size differs from the last one's.
+    constexpr std::uint32_t maxTimes = 8;
+    node_ = nullptr;
+    parsedSrCapFragId_ = 0;
+    parsedSrlbFragId_ = 0;
+    neighborKey_ = NeighborKey();
+    prefixKey_ = PrefixKey();
+    neighbor_.clearFor(neighbors, maxTimes);
+    parsedSrLg_.clearFor(srlgs, maxTimes);
+    prefix_.clearFor(prefixes, maxTimes);
+}
+
 using Kest::AttrKind;
 IGP_DEFINE_ENTITY(IsisLspParsedContent, {"node", Attr::node, AttrKind::pointer},
                   {"parsedSrCapFragId", Attr::parsedSrCapFragId, AttrKind::scalar},

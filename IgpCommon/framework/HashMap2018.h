@@ -350,6 +350,30 @@ public:
         }
     }
 
+    /// clear() then reserve(n), but a heap table that has room for `n`
+    /// members and at most `maxTimes` the buckets they need (an empty
+    /// collection needs two) is emptied in place: a collection refilled
+    /// again and again keeps its one block. A larger one is given back, since
+    /// a walk visits every slot; so is a table whose members now fit inline.
+    void clearFor(std::uint32_t n, std::uint32_t maxTimes) {
+        if (isHeap() && (n > InlineN || !hasInline) && n <= maxLoad(block()->buckets) &&
+            block()->buckets <= std::uint64_t{maxTimes} * bucketsFor(n)) {
+            Block* b = block();
+            Slot* s = slotsOf(b);
+            for (std::uint32_t i = 0; i < b->slotCount; ++i) {
+                if (s[i].used) {
+                    s[i].m().~Member();
+                    s[i].used = false;
+                }
+            }
+            b->size = 0;
+            touch();
+            return;
+        }
+        clear();
+        reserve(n);
+    }
+
 private:
     // ---- geometry ------------------------------------------------------
     // A heap table has `buckets` home slots, any number of them: a hash's

@@ -5,15 +5,13 @@
 namespace Routing::IsisDecoder::detail {
 
 Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
-    content_ = IC::isisLspParsedContentFactory();
+    makeContent();
     node_ = IC::nodeFactory(h_.nodeId());
     content_->nodeIs(node_);
     IC::NodeFlags flags;
     flags.overloadBitIs(h_.overload());
     flags.attachedBitIs(h_.attached());
     node_->flagsIs(flags);
-
-    reserveTables();
 
     Cursor all(pdu_, headerLength, h_.pduLength, 0);
     while (!all.empty()) {
@@ -79,11 +77,13 @@ constexpr std::array<TlvRole, 256> tlvRoles = [] {
 
 }  // namespace
 
-// Sizes the content's link, prefix and SRLG tables once, from a count of the
-// entries of the TLVs to be read, rather than letting them grow by rehashing.
-// The count is an upper bound (entries may repeat a key) that the PDU's
-// length bounds; a malformed TLV ends it, and the walk proper reports it.
-void LspDecoder::reserveTables() {
+// The content to fill: the workspace's when no one else holds it, else a
+// new one, which the workspace keeps for next time. Its link, prefix and
+// SRLG tables are sized once, from a count of the entries of the TLVs to be
+// read, rather than left to grow by rehashing. The count is an upper bound
+// (entries may repeat a key) that the PDU's length bounds; a malformed TLV
+// ends it, and the walk proper reports it.
+void LspDecoder::makeContent() {
     std::uint32_t links = 0;
     std::uint32_t prefixes = 0;
     std::uint32_t srlgs = 0;
@@ -148,6 +148,13 @@ void LspDecoder::reserveTables() {
                 break;
         }
     }
+    if (spare_ && spare_->useCount() == 1) {
+        spare_->recycle(links, prefixes, srlgs);
+        content_ = spare_;
+        return;
+    }
+    content_ = IC::isisLspParsedContentFactory();
+    spare_ = content_;
     if (links != 0) {
         content_->neighborReserve(links);
     }

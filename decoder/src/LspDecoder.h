@@ -194,12 +194,12 @@ public:
     // Only the TLVs of `parts` are read (see ContentParts).
     LspDecoder(const std::uint8_t* pdu, const LspHeader& h, DecodeWorkspace& workspace,
                unsigned parts = allParts)
-        : pdu_(pdu), h_(h), parts_(parts), link_(workspace.link_) {}
+        : pdu_(pdu), h_(h), parts_(parts), link_(workspace.link_), spare_(workspace.content_) {}
 
     Poldo::Ptr<IC::IsisLspParsedContent> run();
 
 private:
-    void reserveTables();
+    void makeContent();
     void decodeTlv(Item& it);
     static unsigned partOf(std::uint8_t type) noexcept;
     static IC::IgpMultiTopologyId readMtId(Item& it);
@@ -258,6 +258,8 @@ private:
     // entry with adjacency SIDs allocates nothing once an earlier one (of
     // this LSP or, with a caller's workspace, of an earlier one) has.
     LinkAttrs& link_;
+    // The workspace's content, filled again when no one else holds it.
+    Poldo::Ptr<IC::IsisLspParsedContent>& spare_;
 };
 
 }  // namespace Routing::IsisDecoder::detail
@@ -271,9 +273,6 @@ Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span
 Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedLsp(std::span<const std::uint8_t> pdu,
                                                                        DecodeWorkspace& workspace);
 
-/// The local addresses that the SRLG records of a PDU that decodeLsp()
-/// accepted before are filed under, as decoding it would file them (once per
-/// TLV, so an address may repeat), without decoding the rest.
 /// Part of such a PDU's content, as decodeAcceptedLsp() gives it but for the
 /// TLVs of the other parts (ContentParts), which are skipped. Null if it
 /// does not decode.
@@ -283,6 +282,10 @@ Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> decodeAcceptedParts(std::sp
                                                                          unsigned parts,
                                                                          DecodeWorkspace& workspace);
 
-void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAddr>& out);
+/// The local addresses that the SRLG records of a PDU that decodeLsp()
+/// accepted before are filed under, as decoding it would file them (once per
+/// TLV, so an address may repeat), without decoding the rest. They are held
+/// in the workspace until its next use.
+std::span<const Lumo::IpGenAddr> srlgAddresses(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace);
 
 }  // namespace Routing::IsisDecoder

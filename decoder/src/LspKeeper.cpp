@@ -427,11 +427,10 @@ LspKeeper::Delta LspKeeper::update(const IC::IgpNodeId& id, NodeState& node, std
             }
             indexKeys(node, num, *entry);
             if (f.srlg) {
-                srlgAddrs_.clear();
-                srlgAddresses(f.octets, srlgAddrs_);
+                const auto addrs = srlgAddresses(f.octets, workspace_);
                 // Room for the new fragment's records too.
-                makeRoom(node.srlgs, srlgAddrs_.size() + (after ? after->parsedSrLg().size() : 0));
-                for (const auto& a : srlgAddrs_) {
+                makeRoom(node.srlgs, addrs.size() + (after ? after->parsedSrLg().size() : 0));
+                for (const auto& a : addrs) {
                     carry(node.srlgs, a).set(num);
                 }
             }

@@ -89,10 +89,13 @@ namespace Routing::IsisDecoder {
 // the keeper indexes a held fragment's SRLG records this way rather than
 // decoding the whole fragment again. Lengths are checked as if the octets
 // had not been accepted before.
-void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAddr>& out) {
+std::span<const Lumo::IpGenAddr> srlgAddresses(std::span<const std::uint8_t> pdu,
+                                               DecodeWorkspace& workspace) {
     using detail::headerLength;
+    std::vector<Lumo::IpGenAddr>& out = workspace.srlgAddrs_;
+    out.clear();
     if (pdu.size() < headerLength) {
-        return;
+        return out;
     }
     const std::size_t end = std::min<std::size_t>(pdu.size(), (std::size_t{pdu[8]} << 8) | pdu[9]);
     std::size_t at = headerLength;
@@ -101,7 +104,7 @@ void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAdd
         const std::size_t len = pdu[at + 1];
         const std::uint8_t* v = pdu.data() + at + 2;
         if (at + 2 + len > end) {
-            return;
+            return out;
         }
         at += 2 + len;
         if (type == Tlv::srlg) {
@@ -117,6 +120,7 @@ void srlgAddresses(std::span<const std::uint8_t> pdu, std::vector<Lumo::IpGenAdd
             }
         }
     }
+    return out;
 }
 
 }  // namespace Routing::IsisDecoder

@@ -110,6 +110,71 @@ TEST(DecoderContent, UnnumberedLinksParallelAndTheirSrlgs) {
                     linesOf(*k.database()->lsp(d.lsp().header.nodeId())), "the entry");
 }
 
+// A workspace fills the content of its last decoding again once the caller
+// has let go of it: the next LSP then decodes exactly as into a new content.
+// A content the caller still holds is left as it is.
+TEST(DecoderWorkspace, ContentRecycledOnlyOnceReleased) {
+    const auto srlgs = [](std::uint8_t net, std::uint32_t value) {
+        Enc e;
+        for (std::uint8_t i = 1; i <= 5; ++i) {  // more records than the table keeps in place
+            e.tlv(138, Enc().raw(nbrId(2)).u8(1).raw({10, net, i, 1, 10, net, i, 2}).u32(value + i));
+        }
+        return e;
+    };
+    const auto prefixes = [](std::uint8_t net, std::uint8_t n) {
+        Enc e;
+        for (std::uint8_t i = 0; i < n; ++i) {
+            e.u32(10 + i).u8(24).raw({10, net, i});
+        }
+        return e;
+    };
+    const Bytes big = buildLsp(
+        {.fragment = 1, .flags = 0x0b},
+        Enc()
+            .tlv(137, Enc{'b', 'i', 'g'})
+            .tlv(22, Enc().isEntry(2, 10).isEntry(3, 20).isEntry(4, 30, Enc().tlv(6, Enc{10, 9, 0, 1})))
+            .tlv(135, prefixes(1, 6))
+            .raw(srlgs(1, 100))
+            .tlv(242, Enc{10, 0, 0, 1, 0x00}
+                          .tlv(2, Enc{0xc0}.u24(8000).tlv(1, Enc().u24(16000)))
+                          .tlv(22, Enc{0x00}.u24(1000).tlv(1, Enc().u24(15000)))));
+    const Bytes small =
+        buildLsp({.sys = 9, .flags = 0x07},
+                 Enc().tlv(22, Enc().isEntry(5, 7)).tlv(135, prefixes(2, 2)).raw(srlgs(2, 200)));
+    const auto linesAndIds = [](const IC::IsisLspParsedContent& c) {
+        Lines l = linesOf(c);
+        l.insert(cat("frag ", unsigned{c.parsedSrCapFragId()}, " ", unsigned{c.parsedSrlbFragId()}));
+        l.insert(cat("keys ", c.neighborKey() == IC::NeighborKey(), " ", c.prefixKey() == IC::PrefixKey()));
+        return l;
+    };
+    const Lines bigAlone = linesAndIds(*decodeLsp(big).lsp().content);
+    const Lines smallAlone = linesAndIds(*decodeLsp(small).lsp().content);
+    ASSERT_TRUE(bigAlone.count("frag 1 1") && bigAlone.count("srlg 10.1.5.1 105"))
+        << "the case lost its point";
+
+    auto& made = IC::IsisLspParsedContent::allocTracker();
+    DecodeWorkspace ws;
+    const auto held = decodeLsp(small, ws);
+    auto before = made.allocations();
+    auto other = decodeLsp(big, ws);
+    EXPECT_EQ(made.allocations() - before, 1u) << "the content the caller holds was not left alone";
+    expectSameLines(bigAlone, linesAndIds(*other.lsp().content), "a new content");
+    other.lsp().content->neighborKeyIs(
+        IC::NeighborKey(held.lsp().header.nodeId(), IC::IgpMultiTopologyId(2)));
+    other.lsp().content->prefixKeyIs(IC::PrefixKey(Lumo::IpGenPrefix(), IC::IgpMultiTopologyId(2)));
+
+    // Released, the content of the larger LSP takes the smaller one, then the larger one again.
+    before = made.allocations();
+    other = DecodeResult(DecodeError{});
+    other = decodeLsp(small, ws);
+    expectSameLines(smallAlone, linesAndIds(*other.lsp().content), "recycled for a smaller LSP");
+    other = DecodeResult(DecodeError{});
+    other = decodeLsp(big, ws);
+    expectSameLines(bigAlone, linesAndIds(*other.lsp().content), "recycled for a larger LSP");
+    EXPECT_EQ(made.allocations() - before, 0u) << "a released content was not filled again";
+    expectSameLines(smallAlone, linesAndIds(*held.lsp().content), "the content held all along");
+}
+
 // ---- malformed LSPs ----
 
 // A valid LSP that `edit` breaks, its checksum refilled.

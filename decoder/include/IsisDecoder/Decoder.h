@@ -137,10 +137,19 @@ struct LinkAttrs {
 /// Scratch room that decoding one LSP needs and that a caller decoding many
 /// (an LSP keeper) keeps from one to the next, so that it is allocated once.
 /// What it holds between two decodings means nothing. One thread at a time.
+///
+/// It keeps the content of the last decoding too: when the caller has let go
+/// of it by the next decoding (nobody else holds it), that one is emptied and
+/// filled instead of a new one, its tables keeping their heap blocks. A
+/// content still held is never touched: the next decoding makes a new one.
 class DecodeWorkspace {
 private:
     friend class detail::LspDecoder;
+    friend std::span<const Lumo::IpGenAddr> srlgAddresses(std::span<const std::uint8_t> pdu,
+                                                          DecodeWorkspace& workspace);
     detail::LinkAttrs link_;
+    Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent> content_;
+    std::vector<Lumo::IpGenAddr> srlgAddrs_;
 };
 
 /// Decodes one LSP PDU starting at the common header (discriminator 0x83).

@@ -320,9 +320,6 @@ private:
     // again), by the delta's member; kept across updates for its room.
     std::vector<std::pair<const Routing::IgpCommon::Neighbor*, Poldo::Ptr<Routing::IgpCommon::Neighbor>>>
         refolded_;
-    // A held fragment's SRLG addresses while its node is first indexed;
-    // kept across updates for its room.
-    std::vector<Lumo::IpGenAddr> srlgAddrs_;
     std::size_t held_ = 0;
     std::size_t ignored_ = 0;
     std::size_t refreshed_ = 0;
