@@ -135,6 +135,18 @@ std::optional<LspHeader> decodeLspHeader(std::span<const std::uint8_t> pdu) {
     }
 }
 
+// The content exists from the start, so that a workspace holds one content
+// whatever it decoded or rejected.
+DecodeWorkspace::DecodeWorkspace() : content_(IC::isisLspParsedContentFactory()) {}
+
+void DecodeWorkspace::release() {
+    if (content_->useCount() == 1) {
+        content_->recycle(static_cast<std::uint32_t>(content_->neighbor().size()),
+                          static_cast<std::uint32_t>(content_->prefix().size()),
+                          static_cast<std::uint32_t>(content_->parsedSrLg().size()));
+    }
+}
+
 DecodeResult decodeLsp(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace) {
     try {
         const LspHeader h = readHeader(pdu);

@@ -273,17 +273,22 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
     if (!newer(h, at)) {
         return Outcome::ignored;
     }
-    // The keeper merges contents of its own: the caller's stays as it was.
-    Poldo::Ptr<IC::IsisLspParsedContent> content;
-    if (!h.isPurge()) {
-        content = decodeAcceptedLsp(lsp.octets, workspace_);
-        if (!content) {
-            ++ignored_;
-            return Outcome::ignored;
+    const Outcome o = [&] {
+        // The keeper merges contents of its own: the caller's stays as it was.
+        Poldo::Ptr<IC::IsisLspParsedContent> content;
+        if (!h.isPurge()) {
+            content = decodeAcceptedLsp(lsp.octets, workspace_);
+            if (!content) {
+                ++ignored_;
+                return Outcome::ignored;
+            }
         }
-    }
-    return take(h, content ? std::vector<std::uint8_t>(lsp.octets) : std::vector<std::uint8_t>{}, content,
-                false, at);
+        return take(h, content ? std::vector<std::uint8_t>(lsp.octets) : std::vector<std::uint8_t>{}, content,
+                    false, at);
+    }();
+    // What was decoded is the database's now, or dropped.
+    workspace_.release();
+    return o;
 }
 
 LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, DecodeError* error) {
@@ -307,25 +312,32 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
             }
         }
     }
-    DecodeResult r = decodeLsp(pdu, workspace_);
-    if (!r) {
-        if (error != nullptr) {
-            *error = r.error();
+    const Outcome o = [&] {
+        DecodeResult r = decodeLsp(pdu, workspace_);
+        if (!r) {
+            if (error != nullptr) {
+                *error = r.error();
+            }
+            return Outcome::rejected;
         }
-        return Outcome::rejected;
-    }
-    DecodedLsp& lsp = r.lsp();
-    if (lsp.header.level != static_cast<unsigned>(level_)) {
-        ++ignored_;
-        return Outcome::ignored;
-    }
-    if (!h || id != lsp.header.nodeId().toU64()) {
-        at = nodes_.lower_bound(lsp.header.nodeId().toU64());
-    }
-    if (!newer(lsp.header, at)) {
-        return Outcome::ignored;
-    }
-    return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true, at);
+        DecodedLsp& lsp = r.lsp();
+        if (lsp.header.level != static_cast<unsigned>(level_)) {
+            ++ignored_;
+            return Outcome::ignored;
+        }
+        if (!h || id != lsp.header.nodeId().toU64()) {
+            at = nodes_.lower_bound(lsp.header.nodeId().toU64());
+        }
+        if (!newer(lsp.header, at)) {
+            return Outcome::ignored;
+        }
+        return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true,
+                    at);
+    }();
+    // What was decoded is the database's now, or dropped; a rejected PDU
+    // leaves nothing behind.
+    workspace_.release();
+    return o;
 }
 
 LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>&& octets,

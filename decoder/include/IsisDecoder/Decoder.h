@@ -143,6 +143,14 @@ struct LinkAttrs {
 /// filled instead of a new one, its tables keeping their heap blocks. A
 /// content still held is never touched: the next decoding makes a new one.
 class DecodeWorkspace {
+public:
+    DecodeWorkspace();
+    /// Empties the content of the last decoding, keeping its tables' room,
+    /// when nobody else holds it. A caller done with what it decoded calls
+    /// this so that no object of a decoded (or rejected) PDU outlives its use
+    /// here until the next decoding.
+    void release();
+
 private:
     friend class detail::LspDecoder;
     friend std::span<const Lumo::IpGenAddr> srlgAddresses(std::span<const std::uint8_t> pdu,
