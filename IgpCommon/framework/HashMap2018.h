@@ -360,10 +360,12 @@ public:
             block()->buckets <= std::uint64_t{maxTimes} * bucketsFor(n)) {
             Block* b = block();
             Slot* s = slotsOf(b);
-            for (std::uint32_t i = 0; i < b->slotCount; ++i) {
+            // The walk ends at the last member: an emptied table costs nothing.
+            for (std::uint32_t i = 0, left = b->size; left != 0; ++i) {
                 if (s[i].used) {
                     s[i].m().~Member();
                     s[i].used = false;
+                    --left;
                 }
             }
             b->size = 0;
