@@ -6,6 +6,7 @@
 #include <map>
 #include <numeric>
 
+#include "IgpCommon/platform/Drimm.h"
 #include "IgpCommon/platform/Umbo.h"
 #include "IsisDecoder/LspKeeper.h"
 #include "TestSupport.h"
@@ -148,6 +149,11 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
         EXPECT_NE(why.message(), "") << at;
     }
     EXPECT_EQ(k.receivePdu(Bytes(20, 0x83)), Outcome::rejected);
+    // Nor does one that fails after some of its TLVs were read, and nothing
+    // of it stays alive in the keeper.
+    const std::uint64_t live = Drimm::AllocTracker::totalLive();
+    EXPECT_EQ(k.receivePdu(pdu(0, 6, prefix(1, 9).raw({135, 200}))), Outcome::rejected);
+    EXPECT_EQ(Drimm::AllocTracker::totalLive(), live);
     EXPECT_EQ(heldLines(k), now);
 
     // A purge is never a refresh; after it, the same octets install again.
