@@ -358,17 +358,7 @@ public:
     void clearFor(std::uint32_t n, std::uint32_t maxTimes) {
         if (isHeap() && (n > InlineN || !hasInline) && n <= maxLoad(block()->buckets) &&
             block()->buckets <= std::uint64_t{maxTimes} * bucketsFor(n)) {
-            Block* b = block();
-            Slot* s = slotsOf(b);
-            // The walk ends at the last member: an emptied table costs nothing.
-            for (std::uint32_t i = 0, left = b->size; left != 0; ++i) {
-                if (s[i].used) {
-                    s[i].m().~Member();
-                    s[i].used = false;
-                    --left;
-                }
-            }
-            b->size = 0;
+            destroyMembers(block());
             touch();
             return;
         }
@@ -750,16 +740,25 @@ private:
     // ---- storage -------------------------------------------------------
     /// Destroys every member and gives back the heap table: empty and
     /// inline, the version kept.
+    /// Destroys a heap table's members, leaving it empty. The walk ends at
+    /// the last member: an emptied table costs nothing.
+    static void destroyMembers(Block* b) noexcept {
+        Slot* s = slotsOf(b);
+        for (std::uint32_t i = 0, left = b->size; left != 0; ++i) {
+            if (s[i].used) {
+                s[i].m().~Member();
+                s[i].used = false;
+                --left;
+            }
+        }
+        b->size = 0;
+    }
+
     void destroyAll() noexcept {
         if (isHeap()) {
             Block* b = block();
             if constexpr (!std::is_trivially_destructible_v<Member>) {
-                Slot* s = slotsOf(b);
-                for (std::uint32_t i = 0; i < b->slotCount; ++i) {
-                    if (s[i].used) {
-                        s[i].m().~Member();
-                    }
-                }
+                destroyMembers(b);
             }
             freeBlock(b);
         } else if constexpr (hasInline) {

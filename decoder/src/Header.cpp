@@ -140,7 +140,7 @@ std::optional<LspHeader> decodeLspHeader(std::span<const std::uint8_t> pdu) {
 DecodeWorkspace::DecodeWorkspace() : content_(IC::isisLspParsedContentFactory()) {}
 
 void DecodeWorkspace::release() {
-    if (content_->useCount() == 1) {
+    if (content_ && content_->useCount() == 1) {  // a moved-from workspace holds none
         content_->recycle(static_cast<std::uint32_t>(content_->neighbor().size()),
                           static_cast<std::uint32_t>(content_->prefix().size()),
                           static_cast<std::uint32_t>(content_->parsedSrLg().size()));
