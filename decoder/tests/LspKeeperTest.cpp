@@ -128,6 +128,11 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(dumpOf(*k.database()), before);
     EXPECT_EQ(entry->prefix().begin()->value, prefixBefore);
     EXPECT_EQ(k.fragment(node1, 0)->header.sequenceNumber, 3u);
+    const auto heldOctets = [&] {
+        const auto f = k.fragment(node1, 0);
+        return f ? Bytes(f->octets.begin(), f->octets.end()) : Bytes();
+    };
+    EXPECT_EQ(heldOctets(), pdu(0, 3, tlvs, 600));
     // The sequence number was taken: the copies in between are old now.
     EXPECT_EQ(k.receivePdu(pdu(0, 3, tlvs)), Outcome::ignored);
     EXPECT_EQ(k.receivePdu(pdu(0, 2, changed)), Outcome::ignored);
@@ -138,6 +143,7 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(k.receivePdu(pdu(0, 5, changed, 1199, 0x07)), Outcome::installed);
     const Lines now = heldLines(k);
     EXPECT_TRUE(now.count("pfx 10.0.1.0/24 mt0 m9"));
+    EXPECT_EQ(heldOctets(), pdu(0, 5, changed, 1199, 0x07));
 
     // A copy that would be a refresh but for a corrupted checksum, sequence
     // number or length is rejected and changes nothing.
@@ -156,14 +162,21 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(Drimm::AllocTracker::totalLive(), live);
     EXPECT_EQ(heldLines(k), now);
 
-    // A purge is never a refresh; after it, the same octets install again.
+    // A purge is never a refresh; after it, copies install again, held as
+    // they came whatever their length.
     EXPECT_EQ(k.receivePdu(pdu(0, 7, Enc(), 0, 0x07)), Outcome::purged);
     EXPECT_FALSE(k.database()->lsp(node1));
-    EXPECT_EQ(k.receivePdu(pdu(0, 8, tlvs)), Outcome::installed);
+    EXPECT_FALSE(k.fragment(node1, 0));
+    // A longer copy than the one held before the purge.
+    const Enc longer = Enc(tlvs).raw(prefix(2, 7));
+    EXPECT_EQ(k.receivePdu(pdu(0, 8, longer)), Outcome::installed);
+    EXPECT_EQ(heldOctets(), pdu(0, 8, longer));
+    EXPECT_EQ(k.receivePdu(pdu(0, 9, tlvs)), Outcome::installed);
+    EXPECT_EQ(heldOctets(), pdu(0, 9, tlvs));
     EXPECT_EQ(dumpOf(*k.database()), before);
     // A copy installed from a decoded LSP holds no octets to compare with.
-    EXPECT_EQ(k.receive(lsp(0, 9, tlvs)), Outcome::installed);
-    EXPECT_EQ(k.receivePdu(pdu(0, 10, tlvs)), Outcome::installed);
+    EXPECT_EQ(k.receive(lsp(0, 10, tlvs)), Outcome::installed);
+    EXPECT_EQ(k.receivePdu(pdu(0, 11, tlvs)), Outcome::installed);
     EXPECT_EQ(k.refreshedCount(), 2u);
 }
 
