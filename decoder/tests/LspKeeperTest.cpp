@@ -264,6 +264,37 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
     EXPECT_EQ(seen, 250u);
 }
 
+// When a node's second fragment comes, the records its first one holds are
+// read from the held octets: what another node's records were filed under
+// before plays no part. Node 3's link at 10.255.0.1 folds no record, though
+// node 1 files one there.
+TEST(LspKeeper, RecordsOfOneNodeAreIndexedApartFromAnothers) {
+    const auto record = [](std::uint8_t local, std::uint32_t value) {
+        return Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0, 1, 10, 255, 0, local, 10, 255, 0,
+                                  static_cast<std::uint8_t>(local + 1)}
+                                  .u32(value));
+    };
+    const Enc link = Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1})));
+    const auto send = [](LspKeeper& k, std::uint8_t sys, std::uint8_t fragment, const Enc& tlvs) {
+        return k.receivePdu(buildLsp({.sys = sys, .fragment = fragment}, tlvs));
+    };
+    LspKeeper k(IC::igpLevelIsisLevel2), alone(IC::igpLevelIsisLevel2);
+    ASSERT_EQ(send(k, 1, 0, record(1, 77)), Outcome::installed);
+    ASSERT_EQ(send(k, 1, 1, prefix(1, 5)), Outcome::installed);
+    ASSERT_EQ(send(k, 3, 0, record(5, 88)), Outcome::installed);
+    ASSERT_EQ(send(k, 3, 1, link), Outcome::installed);
+    ASSERT_EQ(send(alone, 3, 0, record(5, 88).raw(link)), Outcome::installed);
+    const std::uint8_t id3[7] = {0x19, 0x21, 0x68, 0x00, 0x10, 3, 0};
+    const auto entry = k.database()->lsp(IC::IgpNodeId::fromBytes(id3));
+    const auto want = alone.database()->lsp(IC::IgpNodeId::fromBytes(id3));
+    ASSERT_TRUE(entry && want && want->neighbor().size() == 1);
+    expectSameLines(linesOf(*want), linesOf(*entry), "node 3");
+    // Down to whether the link has SRLGs at all.
+    ASSERT_EQ(entry->neighbor().size(), 1u);
+    EXPECT_EQ(entry->neighbor().begin()->value->attrsPresent(),
+              want->neighbor().begin()->value->attrsPresent());
+}
+
 // SRLG records that reach links of other fragments (RFC 5307 1.4, RFC 6119
 // 4.3), sent after those links, then replaced and dropped: the entry is
 // always the one that a single PDU of the same TLVs gives, down to whether a
