@@ -353,13 +353,13 @@ public:
 
     /// clear() then reserve(n), but a heap table that has room for `n`
     /// members and at most `maxTimes` the buckets they need (an empty
-    /// collection needs two), or at most 64 buckets whatever they need, is
+    /// collection needs two), or at most 256 buckets whatever they need, is
     /// emptied in place: a collection refilled again and again keeps its one
     /// block, also when some fills are empty. A larger one is given back,
     /// since a walk visits every slot; so is a table whose members now fit
     /// inline.
     void clearFor(std::uint32_t n, std::uint32_t maxTimes) {
-        constexpr std::uint64_t smallTable = 64;
+        constexpr std::uint64_t smallTable = 256;
         if (isHeap() && (n > InlineN || !hasInline) && n <= maxLoad(block()->buckets) &&
             block()->buckets <= std::max(std::uint64_t{maxTimes} * bucketsFor(n), smallTable)) {
             destroyMembers(block());
