@@ -16,6 +16,7 @@
 #include "IgpCommon/PrefixKey.h"
 #include "IgpCommon/framework/HashMap2018.h"
 #include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/Spares.h"
 #include "IgpCommon/framework/TypeData.h"
 #include "IgpCommon/platform/Drimm.h"
 #include "IgpCommon/platform/Lumo.h"
@@ -43,6 +44,7 @@ public:
 
 private:
     friend class IsisLspParsedContent;
+    friend class Poldo::Spares<NeighborSrlg>;
     explicit NeighborSrlg(const Lumo::IpGenAddr& localAddr) noexcept : localAddr_(localAddr) {}
 
     const Lumo::IpGenAddr localAddr_;
@@ -130,16 +132,36 @@ public:
     /// default scratch keys, every collection empty) with room for that many
     /// members, as the reserves above make it; a collection keeps its heap
     /// table when that fits (HashMap2018::clearFor), so that a decoder
-    /// reusing one content allocates no tables. The members are released,
-    /// never reused: whoever took one keeps it as it is. Only for a content
-    /// that nobody else holds.
+    /// reusing one content allocates no tables. A neighbor or SRLG record
+    /// that nobody else holds is destroyed and its storage kept, never more
+    /// of a kind than the content held at once: neighborIs and parsedSrLgIs
+    /// build their next members there (Poldo::Spares). A member that
+    /// someone took is left as it is. Only for a content that nobody else
+    /// holds.
     void recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs);
+    /// The next recycle() keeps no more storage than the last one left:
+    /// what was built since (a rejected decoding) is freed, so that it
+    /// leaves no more objects alive than there were before it.
+    void keepNoMoreSpares() noexcept { keepNoMore_ = true; }
+    /// Storage kept for neighbors and SRLG records (counted as live by their
+    /// allocation trackers).
+    std::uint32_t spareNeighbors() const noexcept { return spareNeighbors_.rooms.size(); }
+    std::uint32_t spareSrlgs() const noexcept { return spareSrlgs_.rooms.size(); }
 
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
     static Drimm::AllocTracker& allocTracker();
 
 private:
+    template <class T>
+    struct SpareRooms {
+        Poldo::Spares<T> rooms;
+        std::uint32_t most = 0;          // the most members held at once by a recycle
+        std::uint32_t afterRecycle = 0;  // rooms kept when the last recycle ended
+    };
+    template <class Map, class T>
+    void spareMembers(Map& map, SpareRooms<T>& spares) noexcept;
+
     IsisLspParsedContent() = default;
 
     Poldo::Ptr<Node> node_;
@@ -150,6 +172,9 @@ private:
     SrlgMap parsedSrLg_;
     PrefixKey prefixKey_;
     PrefixMap prefix_;
+    bool keepNoMore_ = false;
+    SpareRooms<Neighbor> spareNeighbors_;
+    SpareRooms<NeighborSrlg> spareSrlgs_;
 };
 
 Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory();

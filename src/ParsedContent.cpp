@@ -1,5 +1,7 @@
 #include "IgpCommon/ParsedContent.h"
 
+#include <algorithm>
+
 #include "Define.h"
 
 namespace Routing::IgpCommon {
@@ -37,7 +39,7 @@ Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory() {
 }
 
 Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborIs(const NeighborKey& key) {
-    return findOrCreate(neighbor_, key, [&] { return neighborFactory(key); });
+    return findOrCreate(neighbor_, key, [&] { return spareNeighbors_.rooms.make(key); });
 }
 Poldo::Ptr<Neighbor> IsisLspParsedContent::neighbor(const NeighborKey& key) const {
     return lookup(neighbor_, key);
@@ -57,14 +59,34 @@ Poldo::Ptr<Prefix> IsisLspParsedContent::prefixDel(const PrefixKey& key) {
 }
 
 Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgIs(const Lumo::IpGenAddr& localAddr) {
-    return findOrCreate(parsedSrLg_, localAddr,
-                        [&] { return Poldo::Ptr<NeighborSrlg>(new NeighborSrlg(localAddr), Poldo::adopt); });
+    return findOrCreate(parsedSrLg_, localAddr, [&] { return spareSrlgs_.rooms.make(localAddr); });
 }
 Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLg(const Lumo::IpGenAddr& localAddr) const {
     return lookup(parsedSrLg_, localAddr);
 }
 Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgDel(const Lumo::IpGenAddr& localAddr) {
     return take(parsedSrLg_, localAddr);
+}
+
+// Keeps the storage of the members nobody else holds, up to the most members
+// held at once (or, after a rejected decoding, up to what was kept before it).
+template <class Map, class T>
+void IsisLspParsedContent::spareMembers(Map& map, SpareRooms<T>& spares) noexcept {
+    std::uint32_t limit = spares.afterRecycle;
+    if (!keepNoMore_) {
+        spares.most = std::max(spares.most, map.size());
+        limit = spares.most;
+    }
+    if (spares.rooms.size() < limit) {
+        // The walk hands members out const, but the slots are not: each one
+        // taken is left null, and clearFor() destroys it right after.
+        map.forEachUnchecked([&](const Poldo::Ptr<T>& m) {
+            if (spares.rooms.size() < limit) {
+                spares.rooms.take(const_cast<Poldo::Ptr<T>&>(m));
+            }
+        });
+    }
+    spares.afterRecycle = spares.rooms.size();
 }
 
 void IsisLspParsedContent::recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs) {
@@ -77,6 +99,9 @@ void IsisLspParsedContent::recycle(std::uint32_t neighbors, std::uint32_t prefix
     parsedSrlbFragId_ = 0;
     neighborKey_ = NeighborKey();
     prefixKey_ = PrefixKey();
+    spareMembers(neighbor_, spareNeighbors_);
+    spareMembers(parsedSrLg_, spareSrlgs_);
+    keepNoMore_ = false;
     neighbor_.clearFor(neighbors, maxTimes);
     parsedSrLg_.clearFor(srlgs, maxTimes);
     prefix_.clearFor(prefixes, maxTimes);

@@ -31,6 +31,7 @@ Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
         decodeTlv(it);
     }
     finish();
+    done_ = true;
     return content_;
 }
 
