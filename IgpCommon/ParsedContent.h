@@ -88,6 +88,9 @@ public:
 
     const Poldo::Ptr<Node>& node() const noexcept { return node_; }
     void nodeIs(const Poldo::Ptr<Node>& v) noexcept { node_ = v; }
+    /// Makes a new node with that id this content's node, built where an
+    /// earlier node of it was when nobody else held that one (see recycle()).
+    const Poldo::Ptr<Node>& nodeNew(const IgpNodeId& nodeId);
     Node* nodeRawPtr() const noexcept { return node_.get(); }
     /// The LSP fragment that carried the SR capabilities.
     std::uint8_t parsedSrCapFragId() const noexcept { return parsedSrCapFragId_; }
@@ -132,19 +135,20 @@ public:
     /// default scratch keys, every collection empty) with room for that many
     /// members, as the reserves above make it; a collection keeps its heap
     /// table when that fits (HashMap2018::clearFor), so that a decoder
-    /// reusing one content allocates no tables. A neighbor or SRLG record
-    /// that nobody else holds is destroyed and its storage kept, never more
-    /// of a kind than the content held at once: neighborIs and parsedSrLgIs
-    /// build their next members there (Poldo::Spares). A member that
-    /// someone took is left as it is. Only for a content that nobody else
-    /// holds.
+    /// reusing one content allocates no tables. The node, neighbors and SRLG
+    /// records that nobody else holds are destroyed and their storage kept,
+    /// never more of a kind than the content held at once: nodeNew,
+    /// neighborIs and parsedSrLgIs build their next ones there
+    /// (Poldo::Spares). A member that someone took is left as it is. Only
+    /// for a content that nobody else holds.
     void recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs);
     /// The next recycle() keeps no more storage than the last one left:
     /// what was built since (a rejected decoding) is freed, so that it
     /// leaves no more objects alive than there were before it.
     void keepNoMoreSpares() noexcept { keepNoMore_ = true; }
-    /// Storage kept for neighbors and SRLG records (counted as live by their
-    /// allocation trackers).
+    /// Storage kept for nodes, neighbors and SRLG records (counted as live
+    /// by their allocation trackers).
+    std::uint32_t spareNodes() const noexcept { return spareNodes_.rooms.size(); }
     std::uint32_t spareNeighbors() const noexcept { return spareNeighbors_.rooms.size(); }
     std::uint32_t spareSrlgs() const noexcept { return spareSrlgs_.rooms.size(); }
 
@@ -156,11 +160,10 @@ private:
     template <class T>
     struct SpareRooms {
         Poldo::Spares<T> rooms;
-        std::uint32_t most = 0;          // the most members held at once by a recycle
         std::uint32_t afterRecycle = 0;  // rooms kept when the last recycle ended
     };
-    template <class Map, class T>
-    void spareMembers(Map& map, SpareRooms<T>& spares) noexcept;
+    template <class T, class Walk>
+    void spare(SpareRooms<T>& spares, Walk walk) noexcept;
 
     IsisLspParsedContent() = default;
 
@@ -173,6 +176,7 @@ private:
     PrefixKey prefixKey_;
     PrefixMap prefix_;
     bool keepNoMore_ = false;
+    SpareRooms<Node> spareNodes_;
     SpareRooms<Neighbor> spareNeighbors_;
     SpareRooms<NeighborSrlg> spareSrlgs_;
 };

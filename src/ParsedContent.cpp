@@ -1,6 +1,6 @@
 #include "IgpCommon/ParsedContent.h"
 
-#include <algorithm>
+#include <type_traits>
 
 #include "Define.h"
 
@@ -38,6 +38,11 @@ Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory() {
     return IsisLspParsedContent::IsisLspParsedContentIs();
 }
 
+const Poldo::Ptr<Node>& IsisLspParsedContent::nodeNew(const IgpNodeId& nodeId) {
+    node_ = spareNodes_.rooms.make(nodeId);
+    return node_;
+}
+
 Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborIs(const NeighborKey& key) {
     return findOrCreate(neighbor_, key, [&] { return spareNeighbors_.rooms.make(key); });
 }
@@ -68,24 +73,18 @@ Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgDel(const Lumo::IpGenAd
     return take(parsedSrLg_, localAddr);
 }
 
-// Keeps the storage of the members nobody else holds, up to the most members
-// held at once (or, after a rejected decoding, up to what was kept before it).
-template <class Map, class T>
-void IsisLspParsedContent::spareMembers(Map& map, SpareRooms<T>& spares) noexcept {
-    std::uint32_t limit = spares.afterRecycle;
-    if (!keepNoMore_) {
-        spares.most = std::max(spares.most, map.size());
-        limit = spares.most;
-    }
-    if (spares.rooms.size() < limit) {
-        // The walk hands members out const, but the slots are not: each one
-        // taken is left null, and clearFor() destroys it right after.
-        map.forEachUnchecked([&](const Poldo::Ptr<T>& m) {
-            if (spares.rooms.size() < limit) {
-                spares.rooms.take(const_cast<Poldo::Ptr<T>&>(m));
-            }
-        });
-    }
+// Keeps the storage of the members `walk` hands out that nobody else holds.
+// Each new member is built in a kept room while there is one, so the rooms
+// never outnumber the members held at once; after a rejected decoding, only
+// as many as the last recycle left are kept.
+template <class T, class Walk>
+void IsisLspParsedContent::spare(SpareRooms<T>& spares, Walk walk) noexcept {
+    const std::uint32_t limit = keepNoMore_ ? spares.afterRecycle : ~std::uint32_t{0};
+    walk([&](Poldo::Ptr<T>& m) {
+        if (spares.rooms.size() < limit) {
+            spares.rooms.take(m);
+        }
+    });
     spares.afterRecycle = spares.rooms.size();
 }
 
@@ -94,14 +93,26 @@ void IsisLspParsedContent::recycle(std::uint32_t neighbors, std::uint32_t prefix
     // iterating it costs a walk over its slots, but less than a new block
     // for every LSP whose size differs from the last one's.
     constexpr std::uint32_t maxTimes = 8;
+    // The walks hand members out const, but the slots are not: a member
+    // taken is left null there, and clearFor() below destroys it.
+    const auto members = [](const auto& map) {
+        return [&map](auto take) {
+            if (map.empty()) {  // a heap table's walk visits every slot
+                return;
+            }
+            map.forEachUnchecked(
+                [&](const auto& m) { take(const_cast<std::remove_cvref_t<decltype(m)>&>(m)); });
+        };
+    };
+    spare(spareNodes_, [this](auto take) { take(node_); });
+    spare(spareNeighbors_, members(neighbor_));
+    spare(spareSrlgs_, members(parsedSrLg_));
+    keepNoMore_ = false;
     node_ = nullptr;
     parsedSrCapFragId_ = 0;
     parsedSrlbFragId_ = 0;
     neighborKey_ = NeighborKey();
     prefixKey_ = PrefixKey();
-    spareMembers(neighbor_, spareNeighbors_);
-    spareMembers(parsedSrLg_, spareSrlgs_);
-    keepNoMore_ = false;
     neighbor_.clearFor(neighbors, maxTimes);
     parsedSrLg_.clearFor(srlgs, maxTimes);
     prefix_.clearFor(prefixes, maxTimes);
