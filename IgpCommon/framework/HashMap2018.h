@@ -43,6 +43,7 @@
 //   set with one inline member takes 12 bytes and never allocates.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -352,12 +353,15 @@ public:
 
     /// clear() then reserve(n), but a heap table that has room for `n`
     /// members and at most `maxTimes` the buckets they need (an empty
-    /// collection needs two) is emptied in place: a collection refilled
-    /// again and again keeps its one block. A larger one is given back, since
-    /// a walk visits every slot; so is a table whose members now fit inline.
+    /// collection needs two), or at most 64 buckets whatever they need, is
+    /// emptied in place: a collection refilled again and again keeps its one
+    /// block, also when some fills are empty. A larger one is given back,
+    /// since a walk visits every slot; so is a table whose members now fit
+    /// inline.
     void clearFor(std::uint32_t n, std::uint32_t maxTimes) {
+        constexpr std::uint64_t smallTable = 64;
         if (isHeap() && (n > InlineN || !hasInline) && n <= maxLoad(block()->buckets) &&
-            block()->buckets <= std::uint64_t{maxTimes} * bucketsFor(n)) {
+            block()->buckets <= std::max(std::uint64_t{maxTimes} * bucketsFor(n), smallTable)) {
             destroyMembers(block());
             touch();
             return;
@@ -440,6 +444,9 @@ private:
         }
         const Slot* s = slots();
         const std::uint32_t n = block()->slotCount;
+        if (block()->size == 0) {
+            return n;  // a table emptied in place keeps its slots
+        }
         while (i < n && !s[i].used) {
             ++i;
         }

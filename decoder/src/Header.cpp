@@ -147,7 +147,7 @@ void DecodeWorkspace::release() {
     }
 }
 
-DecodeResult decodeLsp(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace) {
+DecodeResult decodeLspContent(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace) {
     try {
         const LspHeader h = readHeader(pdu);
         const auto body = pdu.first(h.pduLength);
@@ -156,10 +156,19 @@ DecodeResult decodeLsp(std::span<const std::uint8_t> pdu, DecodeWorkspace& works
         }
         LspDecoder d(body.data(), h, workspace);
         auto content = d.run();
-        return DecodedLsp{h, content, std::vector<std::uint8_t>(body.begin(), body.end())};
+        return DecodedLsp{h, content, {}};
     } catch (const Failure& f) {
         return f.error;
     }
+}
+
+DecodeResult decodeLsp(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace) {
+    DecodeResult r = decodeLspContent(pdu, workspace);
+    if (r) {
+        const auto body = pdu.first(r.lsp().header.pduLength);
+        r.lsp().octets.assign(body.begin(), body.end());
+    }
+    return r;
 }
 
 DecodeResult decodeLsp(std::span<const std::uint8_t> pdu) {

@@ -276,6 +276,10 @@ private:
 
 namespace Routing::IsisDecoder {
 
+/// decodeLsp() but for the octets, left empty: for a caller that keeps them
+/// in storage of its own.
+DecodeResult decodeLspContent(std::span<const std::uint8_t> pdu, DecodeWorkspace& workspace);
+
 /// The content of a PDU that decodeLsp() accepted before (a held copy):
 /// decoded again without verifying its checksum or copying its octets.
 /// Null if it does not decode.

@@ -130,7 +130,7 @@ constexpr std::size_t flagsAt = 26;
 // The same PDU but for lifetime, sequence number and checksum. The held copy
 // was decoded whole, so a copy that matches it and passes the checksum is
 // as well formed as it was.
-bool sameButHeader(std::span<const std::uint8_t> pdu, const std::vector<std::uint8_t>& held) {
+bool sameButHeader(std::span<const std::uint8_t> pdu, std::span<const std::uint8_t> held) {
     const auto same = [&](std::size_t from, std::size_t to) {
         return std::memcmp(pdu.data() + from, held.data() + from, to - from) == 0;
     };
@@ -172,8 +172,33 @@ Poldo::Ptr<IC::IsisLspParsedContent> decodeHeld(const IC::IgpNodeId& id, std::sp
 LspKeeper::LspKeeper(IC::IgpLevel level)
     : level_(level),
       db_(IC::igpLspDatabaseFactory(level)),
-      pool_(std::make_unique<std::pmr::unsynchronized_pool_resource>()),
+      // A chunk of at most 256 blocks: the pool's chunks otherwise grow to
+      // thousands of blocks, and for octets a large chunk's unused tail
+      // weighs more than a heap block per fragment would.
+      pool_(std::make_unique<std::pmr::unsynchronized_pool_resource>(std::pmr::pool_options{256, 0})),
       nodes_(pool_.get()) {}
+
+// The new block is taken before the old one goes: a failed allocation
+// leaves the octets as they were.
+void LspKeeper::Octets::assign(std::span<const std::uint8_t> from) {
+    if (from.size() != size_) {
+        auto* const to = from.empty() ? nullptr : static_cast<std::uint8_t*>(pool_->allocate(from.size(), 1));
+        clear();
+        data_ = to;
+        size_ = from.size();
+    }
+    if (!from.empty()) {
+        std::memmove(data_, from.data(), from.size());
+    }
+}
+
+void LspKeeper::Octets::clear() noexcept {
+    if (data_ != nullptr) {
+        pool_->deallocate(data_, size_, 1);
+        data_ = nullptr;
+        size_ = 0;
+    }
+}
 
 // Inline numbers ascending; past seven, the heap set, and back inline once
 // seven or fewer are left, so that the word alone says none() and isOnly().
@@ -283,8 +308,7 @@ LspKeeper::Outcome LspKeeper::receive(const DecodedLsp& lsp) {
                 return Outcome::ignored;
             }
         }
-        return take(h, content ? std::vector<std::uint8_t>(lsp.octets) : std::vector<std::uint8_t>{}, content,
-                    false, at);
+        return take(h, lsp.octets, content, false, at);
     }();
     // What was decoded is the database's now, or dropped.
     workspace_.release();
@@ -306,14 +330,15 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
                 sameButHeader(body, f.octets) &&
                 detail::checksumValidAfterEdit(f.octets, body, seqAt, flagsAt)) {
                 f.header = *h;
-                std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt, f.octets.begin() + lifetimeAt);
+                std::copy(body.begin() + lifetimeAt, body.begin() + flagsAt,
+                          f.octets.bytes().begin() + lifetimeAt);
                 ++refreshed_;
                 return Outcome::refreshed;
             }
         }
     }
     const Outcome o = [&] {
-        DecodeResult r = decodeLsp(pdu, workspace_);
+        DecodeResult r = decodeLspContent(pdu, workspace_);
         if (!r) {
             if (error != nullptr) {
                 *error = r.error();
@@ -331,8 +356,8 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
         if (!newer(lsp.header, at)) {
             return Outcome::ignored;
         }
-        return take(lsp.header, std::move(lsp.octets), lsp.header.isPurge() ? nullptr : lsp.content, true,
-                    at);
+        return take(lsp.header, pdu.first(lsp.header.pduLength), lsp.header.isPurge() ? nullptr : lsp.content,
+                    true, at);
     }();
     // What was decoded is the database's now, or dropped; a rejected PDU
     // leaves nothing behind.
@@ -340,7 +365,7 @@ LspKeeper::Outcome LspKeeper::receivePdu(std::span<const std::uint8_t> pdu, Deco
     return o;
 }
 
-LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
+LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::span<const std::uint8_t> octets,
                                    const Poldo::Ptr<IC::IsisLspParsedContent>& content, bool fromPdu,
                                    NodeMap::iterator at) {
     const IC::IgpNodeId id = h.nodeId();
@@ -351,11 +376,13 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
     const std::size_t heldAfter = node.held - (f.held ? 1 : 0) + (content ? 1 : 0);
     const Poldo::Ptr<IC::IsisLspParsedContent> before =
         f.held && heldAfter >= 2 ? decodeHeld(id, f.octets, workspace_) : nullptr;
+    if (content) {
+        f.octets.assign(octets);  // before the header: a failed copy leaves the old one whole
+    }
     const bool wasNodeWide = f.held && f.nodeWide;
     f.header = h;
     f.fromPdu = fromPdu;
     if (content) {
-        f.octets = std::move(octets);
         f.nodeWide = carriesNodeWide(*content->node());
         f.srlg = !content->parsedSrLg().empty();
         f.linkSrlg = carriesLinkSrlg(*content);
@@ -363,7 +390,7 @@ LspKeeper::Outcome LspKeeper::take(const LspHeader& h, std::vector<std::uint8_t>
         held_ += f.held ? 0 : 1;
         f.held = true;
     } else {
-        f.octets = {};
+        f.octets.clear();
         f.nodeWide = false;
         f.srlg = false;
         f.linkSrlg = false;

@@ -128,6 +128,11 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(dumpOf(*k.database()), before);
     EXPECT_EQ(entry->prefix().begin()->value, prefixBefore);
     EXPECT_EQ(k.fragment(node1, 0)->header.sequenceNumber, 3u);
+    const auto heldOctets = [&] {
+        const auto f = k.fragment(node1, 0);
+        return f ? Bytes(f->octets.begin(), f->octets.end()) : Bytes();
+    };
+    EXPECT_EQ(heldOctets(), pdu(0, 3, tlvs, 600));
     // The sequence number was taken: the copies in between are old now.
     EXPECT_EQ(k.receivePdu(pdu(0, 3, tlvs)), Outcome::ignored);
     EXPECT_EQ(k.receivePdu(pdu(0, 2, changed)), Outcome::ignored);
@@ -138,6 +143,7 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(k.receivePdu(pdu(0, 5, changed, 1199, 0x07)), Outcome::installed);
     const Lines now = heldLines(k);
     EXPECT_TRUE(now.count("pfx 10.0.1.0/24 mt0 m9"));
+    EXPECT_EQ(heldOctets(), pdu(0, 5, changed, 1199, 0x07));
 
     // A copy that would be a refresh but for a corrupted checksum, sequence
     // number or length is rejected and changes nothing.
@@ -156,14 +162,21 @@ TEST(LspKeeper, PduRefreshesOfUnchangedFragmentsSkipTheMerge) {
     EXPECT_EQ(Drimm::AllocTracker::totalLive(), live);
     EXPECT_EQ(heldLines(k), now);
 
-    // A purge is never a refresh; after it, the same octets install again.
+    // A purge is never a refresh; after it, copies install again, held as
+    // they came whatever their length.
     EXPECT_EQ(k.receivePdu(pdu(0, 7, Enc(), 0, 0x07)), Outcome::purged);
     EXPECT_FALSE(k.database()->lsp(node1));
-    EXPECT_EQ(k.receivePdu(pdu(0, 8, tlvs)), Outcome::installed);
+    EXPECT_FALSE(k.fragment(node1, 0));
+    // A longer copy than the one held before the purge.
+    const Enc longer = Enc(tlvs).raw(prefix(2, 7));
+    EXPECT_EQ(k.receivePdu(pdu(0, 8, longer)), Outcome::installed);
+    EXPECT_EQ(heldOctets(), pdu(0, 8, longer));
+    EXPECT_EQ(k.receivePdu(pdu(0, 9, tlvs)), Outcome::installed);
+    EXPECT_EQ(heldOctets(), pdu(0, 9, tlvs));
     EXPECT_EQ(dumpOf(*k.database()), before);
     // A copy installed from a decoded LSP holds no octets to compare with.
-    EXPECT_EQ(k.receive(lsp(0, 9, tlvs)), Outcome::installed);
-    EXPECT_EQ(k.receivePdu(pdu(0, 10, tlvs)), Outcome::installed);
+    EXPECT_EQ(k.receive(lsp(0, 10, tlvs)), Outcome::installed);
+    EXPECT_EQ(k.receivePdu(pdu(0, 11, tlvs)), Outcome::installed);
     EXPECT_EQ(k.refreshedCount(), 2u);
 }
 
@@ -249,6 +262,37 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
         ++seen;
     });
     EXPECT_EQ(seen, 250u);
+}
+
+// When a node's second fragment comes, the records its first one holds are
+// read from the held octets: what another node's records were filed under
+// before plays no part. Node 3's link at 10.255.0.1 folds no record, though
+// node 1 files one there.
+TEST(LspKeeper, RecordsOfOneNodeAreIndexedApartFromAnothers) {
+    const auto record = [](std::uint8_t local, std::uint32_t value) {
+        return Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0, 1, 10, 255, 0, local, 10, 255, 0,
+                                  static_cast<std::uint8_t>(local + 1)}
+                                  .u32(value));
+    };
+    const Enc link = Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1})));
+    const auto send = [](LspKeeper& k, std::uint8_t sys, std::uint8_t fragment, const Enc& tlvs) {
+        return k.receivePdu(buildLsp({.sys = sys, .fragment = fragment}, tlvs));
+    };
+    LspKeeper k(IC::igpLevelIsisLevel2), alone(IC::igpLevelIsisLevel2);
+    ASSERT_EQ(send(k, 1, 0, record(1, 77)), Outcome::installed);
+    ASSERT_EQ(send(k, 1, 1, prefix(1, 5)), Outcome::installed);
+    ASSERT_EQ(send(k, 3, 0, record(5, 88)), Outcome::installed);
+    ASSERT_EQ(send(k, 3, 1, link), Outcome::installed);
+    ASSERT_EQ(send(alone, 3, 0, record(5, 88).raw(link)), Outcome::installed);
+    const std::uint8_t id3[7] = {0x19, 0x21, 0x68, 0x00, 0x10, 3, 0};
+    const auto entry = k.database()->lsp(IC::IgpNodeId::fromBytes(id3));
+    const auto want = alone.database()->lsp(IC::IgpNodeId::fromBytes(id3));
+    ASSERT_TRUE(entry && want && want->neighbor().size() == 1);
+    expectSameLines(linesOf(*want), linesOf(*entry), "node 3");
+    // Down to whether the link has SRLGs at all.
+    ASSERT_EQ(entry->neighbor().size(), 1u);
+    EXPECT_EQ(entry->neighbor().begin()->value->attrsPresent(),
+              want->neighbor().begin()->value->attrsPresent());
 }
 
 // SRLG records that reach links of other fragments (RFC 5307 1.4, RFC 6119

@@ -189,11 +189,36 @@ private:
         std::uintptr_t w_ = 0;
     };
 
+    // A held PDU's octets in one block of the keeper's pool, copied whole
+    // (a vector on a pool allocator constructs them one by one).
+    class Octets {
+    public:
+        explicit Octets(std::pmr::memory_resource* pool) noexcept : pool_(pool) {}
+        Octets(const Octets&) = delete;
+        Octets& operator=(const Octets&) = delete;
+        ~Octets() { clear(); }
+
+        void assign(std::span<const std::uint8_t> from);
+        void clear() noexcept;
+        std::span<std::uint8_t> bytes() noexcept { return {data_, size_}; }
+        operator std::span<const std::uint8_t>() const noexcept { return {data_, size_}; }
+
+    private:
+        std::pmr::memory_resource* pool_;
+        std::uint8_t* data_ = nullptr;
+        std::size_t size_ = 0;
+    };
+
+    // Built by its node's map with the keeper's pool, which its octets draw
+    // on too: a fragment costs no heap block of its own.
     struct Fragment {
+        using allocator_type = std::pmr::polymorphic_allocator<>;
+        explicit Fragment(const allocator_type& a) noexcept : octets(a.resource()) {}
+
         LspHeader header;
         // The PDU as received; empty once purged, when the header stays to
         // refuse older copies.
-        std::vector<std::uint8_t> octets;
+        Octets octets;
         bool held = false;
         bool fromPdu = false;   // received by receivePdu(): eligible for the refresh shortcut
         bool nodeWide = false;  // carries a node-wide value besides the header flags
@@ -297,7 +322,7 @@ private:
     // `at` is where the LSP's node is or would go: nodes_.lower_bound() of
     // its identifier, looked up once per LSP.
     bool newer(const LspHeader& h, NodeMap::iterator at);
-    Outcome take(const LspHeader& h, std::vector<std::uint8_t>&& octets,
+    Outcome take(const LspHeader& h, std::span<const std::uint8_t> octets,
                  const Poldo::Ptr<Routing::IgpCommon::IsisLspParsedContent>& content, bool fromPdu,
                  NodeMap::iterator at);
     Delta update(const Routing::IgpCommon::IgpNodeId& id, NodeState& node, std::uint8_t number,
