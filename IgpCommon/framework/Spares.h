@@ -15,6 +15,7 @@
 // Drimm mixin.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -46,6 +47,9 @@ public:
         if (!p || p->useCount() != 1) {
             return false;
         }
+        // As a last release does before deleting: another thread's writes
+        // before it dropped its count are seen before the entity is destroyed.
+        std::atomic_thread_fence(std::memory_order_acquire);
         T* e = p.detach();
         e->~T();
         head_ = ::new (static_cast<void*>(e)) Room{head_};
