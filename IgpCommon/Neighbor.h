@@ -17,6 +17,7 @@
 #include "IgpCommon/framework/Entity.h"
 #include "IgpCommon/framework/HashMap2018.h"
 #include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/Spares.h"
 #include "IgpCommon/framework/Text.h"
 #include "IgpCommon/framework/TypeData.h"
 #include "IgpCommon/platform/Drimm.h"
@@ -189,6 +190,7 @@ public:
     static constexpr auto kestAttrDescs();
 
 private:
+    friend class Poldo::Spares<Neighbor>;
     explicit Neighbor(const NeighborKey& key) : key_(key) {}
 
     // Ordered for size: the first field fills the base's last four bytes.

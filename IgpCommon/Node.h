@@ -16,6 +16,7 @@
 #include "IgpCommon/framework/AttrDesc.h"
 #include "IgpCommon/framework/Entity.h"
 #include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/Spares.h"
 #include "IgpCommon/framework/String.h"
 #include "IgpCommon/framework/TypeData.h"
 #include "IgpCommon/platform/Drimm.h"
@@ -98,6 +99,7 @@ public:
     static constexpr auto kestAttrDescs();
 
 private:
+    friend class Poldo::Spares<Node>;
     explicit Node(const IgpNodeId& nodeId) noexcept : nodeId_(nodeId) {}
 
     // The fragment unions of the gathered collections (see kestAttrDescs).

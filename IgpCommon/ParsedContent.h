@@ -16,6 +16,7 @@
 #include "IgpCommon/PrefixKey.h"
 #include "IgpCommon/framework/HashMap2018.h"
 #include "IgpCommon/framework/Ptr.h"
+#include "IgpCommon/framework/Spares.h"
 #include "IgpCommon/framework/TypeData.h"
 #include "IgpCommon/platform/Drimm.h"
 #include "IgpCommon/platform/Lumo.h"
@@ -43,6 +44,7 @@ public:
 
 private:
     friend class IsisLspParsedContent;
+    friend class Poldo::Spares<NeighborSrlg>;
     explicit NeighborSrlg(const Lumo::IpGenAddr& localAddr) noexcept : localAddr_(localAddr) {}
 
     const Lumo::IpGenAddr localAddr_;
@@ -86,6 +88,9 @@ public:
 
     const Poldo::Ptr<Node>& node() const noexcept { return node_; }
     void nodeIs(const Poldo::Ptr<Node>& v) noexcept { node_ = v; }
+    /// Makes a new node with that id this content's node, built where an
+    /// earlier node of it was when nobody else held that one (see recycle()).
+    const Poldo::Ptr<Node>& nodeNew(const IgpNodeId& nodeId);
     Node* nodeRawPtr() const noexcept { return node_.get(); }
     /// The LSP fragment that carried the SR capabilities.
     std::uint8_t parsedSrCapFragId() const noexcept { return parsedSrCapFragId_; }
@@ -130,16 +135,36 @@ public:
     /// default scratch keys, every collection empty) with room for that many
     /// members, as the reserves above make it; a collection keeps its heap
     /// table when that fits (HashMap2018::clearFor), so that a decoder
-    /// reusing one content allocates no tables. The members are released,
-    /// never reused: whoever took one keeps it as it is. Only for a content
-    /// that nobody else holds.
+    /// reusing one content allocates no tables. The node, neighbors and SRLG
+    /// records that nobody else holds are destroyed and their storage kept,
+    /// never more of a kind than the content held at once: nodeNew,
+    /// neighborIs and parsedSrLgIs build their next ones there
+    /// (Poldo::Spares). A member that someone took is left as it is. Only
+    /// for a content that nobody else holds.
     void recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs);
+    /// The next recycle() keeps no more storage than the last one left:
+    /// what was built since (a rejected decoding) is freed, so that it
+    /// leaves no more objects alive than there were before it.
+    void keepNoMoreSpares() noexcept { keepNoMore_ = true; }
+    /// Storage kept for nodes, neighbors and SRLG records (counted as live
+    /// by their allocation trackers).
+    std::uint32_t spareNodes() const noexcept { return spareNodes_.rooms.size(); }
+    std::uint32_t spareNeighbors() const noexcept { return spareNeighbors_.rooms.size(); }
+    std::uint32_t spareSrlgs() const noexcept { return spareSrlgs_.rooms.size(); }
 
     static const Kest::TypeData& typeData() noexcept;
     const Kest::TypeData& fwkType() const noexcept { return typeData(); }
     static Drimm::AllocTracker& allocTracker();
 
 private:
+    template <class T>
+    struct SpareRooms {
+        Poldo::Spares<T> rooms;
+        std::uint32_t afterRecycle = 0;  // rooms kept when the last recycle ended
+    };
+    template <class T, class Walk>
+    void spare(SpareRooms<T>& spares, Walk walk) noexcept;
+
     IsisLspParsedContent() = default;
 
     Poldo::Ptr<Node> node_;
@@ -150,6 +175,10 @@ private:
     SrlgMap parsedSrLg_;
     PrefixKey prefixKey_;
     PrefixMap prefix_;
+    bool keepNoMore_ = false;
+    SpareRooms<Node> spareNodes_;
+    SpareRooms<Neighbor> spareNeighbors_;
+    SpareRooms<NeighborSrlg> spareSrlgs_;
 };
 
 Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory();

@@ -1,5 +1,7 @@
 #include "IgpCommon/ParsedContent.h"
 
+#include <type_traits>
+
 #include "Define.h"
 
 namespace Routing::IgpCommon {
@@ -36,8 +38,13 @@ Poldo::Ptr<IsisLspParsedContent> isisLspParsedContentFactory() {
     return IsisLspParsedContent::IsisLspParsedContentIs();
 }
 
+const Poldo::Ptr<Node>& IsisLspParsedContent::nodeNew(const IgpNodeId& nodeId) {
+    node_ = spareNodes_.rooms.make(nodeId);
+    return node_;
+}
+
 Poldo::Ptr<Neighbor> IsisLspParsedContent::neighborIs(const NeighborKey& key) {
-    return findOrCreate(neighbor_, key, [&] { return neighborFactory(key); });
+    return findOrCreate(neighbor_, key, [&] { return spareNeighbors_.rooms.make(key); });
 }
 Poldo::Ptr<Neighbor> IsisLspParsedContent::neighbor(const NeighborKey& key) const {
     return lookup(neighbor_, key);
@@ -57,8 +64,7 @@ Poldo::Ptr<Prefix> IsisLspParsedContent::prefixDel(const PrefixKey& key) {
 }
 
 Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgIs(const Lumo::IpGenAddr& localAddr) {
-    return findOrCreate(parsedSrLg_, localAddr,
-                        [&] { return Poldo::Ptr<NeighborSrlg>(new NeighborSrlg(localAddr), Poldo::adopt); });
+    return findOrCreate(parsedSrLg_, localAddr, [&] { return spareSrlgs_.rooms.make(localAddr); });
 }
 Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLg(const Lumo::IpGenAddr& localAddr) const {
     return lookup(parsedSrLg_, localAddr);
@@ -67,11 +73,41 @@ Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgDel(const Lumo::IpGenAd
     return take(parsedSrLg_, localAddr);
 }
 
+// Keeps the storage of the members `walk` hands out that nobody else holds.
+// Each new member is built in a kept room while there is one, so the rooms
+// never outnumber the members held at once; after a rejected decoding, only
+// as many as the last recycle left are kept.
+template <class T, class Walk>
+void IsisLspParsedContent::spare(SpareRooms<T>& spares, Walk walk) noexcept {
+    const std::uint32_t limit = keepNoMore_ ? spares.afterRecycle : ~std::uint32_t{0};
+    walk([&](Poldo::Ptr<T>& m) {
+        if (spares.rooms.size() < limit) {
+            spares.rooms.take(m);
+        }
+    });
+    spares.afterRecycle = spares.rooms.size();
+}
+
 void IsisLspParsedContent::recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs) {
     // A kept table may be this many times larger than the members need:
     // iterating it costs a walk over its slots, but less than a new block
     // for every LSP whose size differs from the last one's.
     constexpr std::uint32_t maxTimes = 8;
+    // The walks hand members out const, but the slots are not: a member
+    // taken is left null there, and clearFor() below destroys it.
+    const auto members = [](const auto& map) {
+        return [&map](auto take) {
+            if (map.empty()) {  // a heap table's walk visits every slot
+                return;
+            }
+            map.forEachUnchecked(
+                [&](const auto& m) { take(const_cast<std::remove_cvref_t<decltype(m)>&>(m)); });
+        };
+    };
+    spare(spareNodes_, [this](auto take) { take(node_); });
+    spare(spareNeighbors_, members(neighbor_));
+    spare(spareSrlgs_, members(parsedSrLg_));
+    keepNoMore_ = false;
     node_ = nullptr;
     parsedSrCapFragId_ = 0;
     parsedSrlbFragId_ = 0;

@@ -6,8 +6,7 @@ namespace Routing::IsisDecoder::detail {
 
 Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
     makeContent();
-    node_ = IC::nodeFactory(h_.nodeId());
-    content_->nodeIs(node_);
+    node_ = content_->nodeNew(h_.nodeId());
     IC::NodeFlags flags;
     flags.overloadBitIs(h_.overload());
     flags.attachedBitIs(h_.attached());
@@ -31,6 +30,7 @@ Poldo::Ptr<IC::IsisLspParsedContent> LspDecoder::run() {
         decodeTlv(it);
     }
     finish();
+    done_ = true;
     return content_;
 }
 

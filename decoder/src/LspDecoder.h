@@ -195,6 +195,15 @@ public:
     LspDecoder(const std::uint8_t* pdu, const LspHeader& h, DecodeWorkspace& workspace,
                unsigned parts = allParts)
         : pdu_(pdu), h_(h), parts_(parts), link_(workspace.link_), spare_(workspace.content_) {}
+    LspDecoder(const LspDecoder&) = delete;
+    LspDecoder& operator=(const LspDecoder&) = delete;
+    // A rejected PDU leaves no more objects alive than there were before it:
+    // the content keeps no storage of what this decoding built.
+    ~LspDecoder() {
+        if (!done_ && content_) {
+            content_->keepNoMoreSpares();
+        }
+    }
 
     Poldo::Ptr<IC::IsisLspParsedContent> run();
 
@@ -244,6 +253,7 @@ private:
     const std::uint8_t* pdu_;
     const LspHeader& h_;
     unsigned parts_;
+    bool done_ = false;
     Poldo::Ptr<IC::IsisLspParsedContent> content_;
     Poldo::Ptr<IC::Node> node_;
     Poldo::Ptr<IC::IsisAreaIdCol> areas_;

@@ -175,6 +175,142 @@ TEST(DecoderWorkspace, ContentRecycledOnlyOnceReleased) {
     expectSameLines(smallAlone, linesAndIds(*held.lsp().content), "the content held all along");
 }
 
+// A released content builds its next node, neighbors and SRLG records in the
+// storage of those nobody took: each is then exactly what a new content's
+// decoding builds, whatever the earlier one carried or had done to it. One
+// that the caller took is left as it was. A rejected PDU, which built more
+// than there was storage for, leaves no more objects alive than before it.
+TEST(DecoderWorkspace, MembersBuiltInReleasedStorageAreNew) {
+    const auto v4 = [](std::uint8_t n, std::uint8_t host) { return Enc{10, n, 0, host}; };
+    const auto srlg = [&](std::uint8_t n, std::uint32_t values) {
+        Enc e = Enc().raw(nbrId(n)).u8(1).raw(v4(n, 1)).raw(v4(n, 2));
+        for (std::uint32_t i = 0; i < values; ++i) {
+            e.u32(100 * n + i);
+        }
+        return Enc().tlv(138, e);
+    };
+    Enc unrsv;
+    for (std::uint32_t i = 0; i < 8; ++i) {
+        unrsv.u32(0x4e6e6b28 + i);
+    }
+    Enc fullTlvs;  // a link's sub-TLVs fill most of a TLV
+    for (std::uint8_t n = 2; n <= 4; ++n) {
+        fullTlvs.tlv(22,
+                     Enc().isEntry(n, 10 * n,
+                                   Enc()
+                                       .tlv(3, Enc().u32(0x11))
+                                       .tlv(6, v4(n, 1))
+                                       .tlv(8, v4(n, 2))
+                                       .tlv(9, Enc().u32(0x4e6e6b28))
+                                       .tlv(10, Enc().u32(0x4e000000))
+                                       .tlv(11, unrsv)
+                                       .tlv(14, Enc().u32(1).u32(2).u32(3))
+                                       .tlv(18, Enc().u24(77))
+                                       .tlv(31, Enc{0x30, 0}.u24(16000 + n))
+                                       .tlv(31, Enc{0xb0, 1}.u24(17000 + n))
+                                       .tlv(31, Enc{0x70, 2}.u24(18000 + n))
+                                       .tlv(32, Enc{0x30, 1}.raw({0x19, 0x21, 0x68, 0x00, 0x10, 9}).u24(16))
+                                       .tlv(33, Enc().u32(0x800005DC))));
+        fullTlvs.raw(srlg(n, 5));
+    }
+    const Bytes full =
+        buildLsp({.flags = 0x0b}, Enc()
+                                      .tlv(1, Enc{3, 0x49, 0, 1})
+                                      .tlv(137, Enc{'f', 'u', 'l', 'l'})
+                                      .tlv(134, Enc{10, 0, 0, 1})
+                                      .raw(fullTlvs)
+                                      .tlv(242, Enc{10, 0, 0, 1, 0x00}
+                                                    .tlv(2, Enc{0xc0}.u24(8000).tlv(1, Enc().u24(16000)))
+                                                    .tlv(22, Enc{0x00}.u24(1000).tlv(1, Enc().u24(15000)))));
+    const Bytes bare = buildLsp(
+        {.fragment = 1},
+        Enc().tlv(22, Enc().isEntry(5, 1).isEntry(6, 2).isEntry(7, 3)).raw(srlg(5, 0)).raw(srlg(6, 0)));
+    const auto freshFull = decodeLsp(full);
+    const auto fresh = decodeLsp(bare);
+    ASSERT_TRUE(freshFull.ok() && fresh.ok());
+    const IC::IsisLspParsedContent& want = *fresh.lsp().content;
+    const IC::NeighborKey key2 = freshFull.lsp().content->neighbor().front()->key();
+    ASSERT_EQ(freshFull.lsp().content->neighbor().size(), 3u);
+    ASSERT_EQ(freshFull.lsp().content->parsedSrLg().size(), 3u);
+    ASSERT_NE(Kest::firstDifference(*freshFull.lsp().content->node(), *want.node()), "");
+    const std::string fullLine = neighborLine(*freshFull.lsp().content->neighbor(key2));
+    for (const char* attr :
+         {"adjSid=112", "extAdminGroup=0:1,1:2,2:3", "lanAdjSid=", "linkDelay=", "unreservedBw="}) {
+        ASSERT_NE(fullLine.find(attr), std::string::npos) << "the case lost its point: " << fullLine;
+    }
+
+    DecodeWorkspace ws;
+    Poldo::Ptr<IC::Neighbor> taken;
+    Poldo::Ptr<IC::NeighborSrlg> takenSrlg;
+    {
+        const auto r = decodeLsp(full, ws);
+        const IC::IsisLspParsedContent& c = *r.lsp().content;
+        Poldo::FunctionObserver seen([](const Poldo::Notification&) {});
+        const auto touch = [&](const auto& e) {
+            e->publisher().observerIs(seen);
+            e->publisher().observerDel(seen);
+            e->runtimeFlagsIs(0x60000000u);
+        };
+        touch(c.node());
+        for (const auto& n : c.neighbor()) {
+            touch(n);
+        }
+        for (const auto& rec : c.parsedSrLg()) {
+            rec->runtimeFlagsIs(0x60000000u);
+        }
+        taken = c.neighbor(key2);
+        takenSrlg = c.parsedSrLg().front();
+    }
+    ws.release();
+
+    auto& nodes = IC::Node::allocTracker();
+    auto& neighbors = IC::Neighbor::allocTracker();
+    auto& srlgs = IC::NeighborSrlg::allocTracker();
+    const std::uint64_t made[] = {nodes.allocations(), neighbors.allocations(), srlgs.allocations()};
+    {
+        const auto r = decodeLsp(bare, ws);
+        const IC::IsisLspParsedContent& c = *r.lsp().content;
+        // Storage for the node, two of three neighbors and two of three records.
+        EXPECT_EQ(nodes.allocations() - made[0], 0u);
+        EXPECT_EQ(neighbors.allocations() - made[1], 1u);
+        EXPECT_EQ(srlgs.allocations() - made[2], 0u);
+        EXPECT_EQ(c.spareNeighbors() + c.spareSrlgs() + c.spareNodes(), 0u);
+        const auto asNew = [](const auto& e, const auto& fresh, const std::string& what) {
+            EXPECT_EQ(Kest::firstDifference(*e, *fresh), "") << what;
+            EXPECT_EQ(e->useCountWord(), 1u) << what;
+            EXPECT_TRUE(e->publisher().initialState()) << what;
+        };
+        asNew(c.node(), want.node(), "node");
+        EXPECT_EQ(c.neighbor().size(), want.neighbor().size());
+        for (const auto& n : c.neighbor()) {
+            asNew(n, want.neighbor(n->key()), cat("neighbor ", neighborLine(*n)));
+            EXPECT_NE(n, taken);
+        }
+        EXPECT_EQ(c.parsedSrLg().size(), want.parsedSrLg().size());
+        for (const auto& rec : c.parsedSrLg()) {
+            const auto w = want.parsedSrLg(rec->localAddr());
+            ASSERT_TRUE(w) << rec->localAddr();
+            EXPECT_TRUE(rec->srlgValue().empty()) << rec->localAddr();
+            EXPECT_EQ(rec->useCountWord(), 1u) << rec->localAddr();
+            EXPECT_NE(rec, takenSrlg);
+        }
+    }
+    EXPECT_EQ(Kest::firstDifference(*taken, *freshFull.lsp().content->neighbor(key2)), "");
+    EXPECT_EQ(taken->useCountWord(), 0x60000001u);
+    EXPECT_EQ(takenSrlg->srlgValue().size(), 5u);
+    EXPECT_EQ(takenSrlg->useCountWord(), 0x60000001u);
+
+    ws.release();
+    const std::uint64_t live = Drimm::AllocTracker::totalLive();
+    Enc five;
+    for (std::uint8_t n = 2; n <= 6; ++n) {
+        five.isEntry(n, 1);
+    }
+    EXPECT_FALSE(decodeLsp(buildLsp(Enc().tlv(22, five).raw(srlg(8, 0)).tlv(135, Enc{1})), ws).ok());
+    ws.release();
+    EXPECT_EQ(Drimm::AllocTracker::totalLive(), live) << "a rejected PDU left storage behind";
+}
+
 // ---- malformed LSPs ----
 
 // A valid LSP that `edit` breaks, its checksum refilled.

@@ -148,7 +148,10 @@ public:
     /// Empties the content of the last decoding, keeping its tables' room,
     /// when nobody else holds it. A caller done with what it decoded calls
     /// this so that no object of a decoded (or rejected) PDU outlives its use
-    /// here until the next decoding.
+    /// here until the next decoding. The storage of the node, neighbors and
+    /// SRLG records that nobody took is kept for the next decoding to build
+    /// in (their allocation trackers count it as live); a rejected PDU keeps
+    /// no more of it than there was before it.
     void release();
 
 private:
