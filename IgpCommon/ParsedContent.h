@@ -162,8 +162,8 @@ private:
         Poldo::Spares<T> rooms;
         std::uint32_t afterRecycle = 0;  // rooms kept when the last recycle ended
     };
-    template <class T, class Walk>
-    void spare(SpareRooms<T>& spares, Walk walk) noexcept;
+    template <class T>
+    auto spare(SpareRooms<T>& spares) const noexcept;
 
     IsisLspParsedContent() = default;
 

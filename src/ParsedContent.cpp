@@ -1,7 +1,5 @@
 #include "IgpCommon/ParsedContent.h"
 
-#include <type_traits>
-
 #include "Define.h"
 
 namespace Routing::IgpCommon {
@@ -73,19 +71,19 @@ Poldo::Ptr<NeighborSrlg> IsisLspParsedContent::parsedSrLgDel(const Lumo::IpGenAd
     return take(parsedSrLg_, localAddr);
 }
 
-// Keeps the storage of the members `walk` hands out that nobody else holds.
-// Each new member is built in a kept room while there is one, so the rooms
-// never outnumber the members held at once; after a rejected decoding, only
-// as many as the last recycle left are kept.
-template <class T, class Walk>
-void IsisLspParsedContent::spare(SpareRooms<T>& spares, Walk walk) noexcept {
+// What recycle() does with each node, neighbor or SRLG record it drops:
+// keeps the storage of one that nobody else holds. Each new member is built
+// in a kept room while there is one, so the rooms never outnumber the members
+// held at once; after a rejected decoding, only as many as the last recycle
+// left are kept.
+template <class T>
+auto IsisLspParsedContent::spare(SpareRooms<T>& spares) const noexcept {
     const std::uint32_t limit = keepNoMore_ ? spares.afterRecycle : ~std::uint32_t{0};
-    walk([&](Poldo::Ptr<T>& m) {
+    return [&spares, limit](Poldo::Ptr<T>& m) noexcept {
         if (spares.rooms.size() < limit) {
             spares.rooms.take(m);
         }
-    });
-    spares.afterRecycle = spares.rooms.size();
+    };
 }
 
 void IsisLspParsedContent::recycle(std::uint32_t neighbors, std::uint32_t prefixes, std::uint32_t srlgs) {
@@ -93,29 +91,19 @@ void IsisLspParsedContent::recycle(std::uint32_t neighbors, std::uint32_t prefix
     // iterating it costs a walk over its slots, but less than a new block
     // for every LSP whose size differs from the last one's.
     constexpr std::uint32_t maxTimes = 8;
-    // The walks hand members out const, but the slots are not: a member
-    // taken is left null there, and clearFor() below destroys it.
-    const auto members = [](const auto& map) {
-        return [&map](auto take) {
-            if (map.empty()) {  // a heap table's walk visits every slot
-                return;
-            }
-            map.forEachUnchecked(
-                [&](const auto& m) { take(const_cast<std::remove_cvref_t<decltype(m)>&>(m)); });
-        };
-    };
-    spare(spareNodes_, [this](auto take) { take(node_); });
-    spare(spareNeighbors_, members(neighbor_));
-    spare(spareSrlgs_, members(parsedSrLg_));
-    keepNoMore_ = false;
+    spare(spareNodes_)(node_);
     node_ = nullptr;
     parsedSrCapFragId_ = 0;
     parsedSrlbFragId_ = 0;
     neighborKey_ = NeighborKey();
     prefixKey_ = PrefixKey();
-    neighbor_.clearFor(neighbors, maxTimes);
-    parsedSrLg_.clearFor(srlgs, maxTimes);
+    neighbor_.clearFor(neighbors, maxTimes, spare(spareNeighbors_));
+    parsedSrLg_.clearFor(srlgs, maxTimes, spare(spareSrlgs_));
     prefix_.clearFor(prefixes, maxTimes);
+    keepNoMore_ = false;
+    spareNodes_.afterRecycle = spareNodes_.rooms.size();
+    spareNeighbors_.afterRecycle = spareNeighbors_.rooms.size();
+    spareSrlgs_.afterRecycle = spareSrlgs_.rooms.size();
 }
 
 using Kest::AttrKind;

@@ -351,22 +351,29 @@ public:
         }
     }
 
+private:
+    static constexpr auto noLast = [](Member&) noexcept {};
+
+public:
     /// clear() then reserve(n), but a heap table that has room for `n`
     /// members and at most `maxTimes` the buckets they need (an empty
     /// collection needs two), or at most 256 buckets whatever they need, is
     /// emptied in place: a collection refilled again and again keeps its one
     /// block, also when some fills are empty. A larger one is given back,
     /// since a walk visits every slot; so is a table whose members now fit
-    /// inline.
-    void clearFor(std::uint32_t n, std::uint32_t maxTimes) {
+    /// inline. `last(Member&)` sees each member just before it is destroyed,
+    /// in the same walk, and may move from it.
+    template <class Last = decltype(noLast)>
+    void clearFor(std::uint32_t n, std::uint32_t maxTimes, const Last& last = noLast) {
         constexpr std::uint64_t smallTable = 256;
         if (isHeap() && (n > InlineN || !hasInline) && n <= maxLoad(block()->buckets) &&
             block()->buckets <= std::max(std::uint64_t{maxTimes} * bucketsFor(n), smallTable)) {
-            destroyMembers(block());
+            destroyMembers(block(), last);
             touch();
             return;
         }
-        clear();
+        destroyAll(last);
+        touch();
         reserve(n);
     }
 
@@ -749,10 +756,12 @@ private:
     /// inline, the version kept.
     /// Destroys a heap table's members, leaving it empty. The walk ends at
     /// the last member: an emptied table costs nothing.
-    static void destroyMembers(Block* b) noexcept {
+    template <class Last = decltype(noLast)>
+    static void destroyMembers(Block* b, const Last& last = noLast) noexcept {
         Slot* s = slotsOf(b);
         for (std::uint32_t i = 0, left = b->size; left != 0; ++i) {
             if (s[i].used) {
+                last(s[i].m());
                 s[i].m().~Member();
                 s[i].used = false;
                 --left;
@@ -761,16 +770,18 @@ private:
         b->size = 0;
     }
 
-    void destroyAll() noexcept {
+    template <class Last = decltype(noLast)>
+    void destroyAll(const Last& last = noLast) noexcept {
         if (isHeap()) {
             Block* b = block();
             if constexpr (!std::is_trivially_destructible_v<Member>) {
-                destroyMembers(b);
+                destroyMembers(b, last);
             }
             freeBlock(b);
         } else if constexpr (hasInline) {
             const std::uint32_t n = inlineCount();
             for (std::uint32_t i = 0; i < n; ++i) {
+                last(*inlineAt(i));
                 inlineAt(i)->~Member();
             }
         }
