@@ -16,9 +16,6 @@ using namespace DecoderTest;
 using namespace Routing::IsisDecoder;
 using Reason = DecodeError::Reason;
 
-Enc nbrId(std::uint8_t sys, std::uint8_t pn = 0) {
-    return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, pn};
-}
 TEST(DecoderHeader, FieldsOfTheHeader) {
     const LspFields f{.level = 1, .sys = 7, .fragment = 3, .seq = 0x01020304, .lifetime = 600, .flags = 0x0f};
     const Bytes pdu = buildLsp(f, Enc().tlv(137, Enc{'r', '7'}));

@@ -72,8 +72,7 @@ std::string text(const IR::Route* r) {
     if (r == nullptr) {
         return "-";
     }
-    std::string s = std::to_string(r->metric);
-    s.append(" via");
+    std::string s = std::to_string(r->metric) + " via";
     for (const auto& nh : r->nextHops) {
         s.append(" ").append(num(nh.systemId));
         if (nh.op == IR::LabelOp::swap) {
@@ -170,11 +169,8 @@ TEST(RouteTable, PrefixChangesUpdateRoutesWithoutARunAndLinkChangesRunAgain) {
     const auto same = [&] { return t.routes() == IR::RouteTable(d.db, rtr(1), IR::Family::ipv4).routes(); };
     const auto counts = [&] {
         const auto& c = t.counters();
-        return std::to_string(c.spfRuns)
-            .append("/")
-            .append(std::to_string(c.fullRuns))
-            .append("/")
-            .append(std::to_string(c.prefixUpdates));
+        return std::to_string(c.spfRuns) + "/" + std::to_string(c.fullRuns) + "/" +
+               std::to_string(c.prefixUpdates);
     };
     d.router(3).prefix(IC::PrefixKey(loop(3), {}))->metricIs(7);
     d.prefix(3, net(0xC6336400u, 24), 2);
