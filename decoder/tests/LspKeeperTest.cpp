@@ -73,10 +73,8 @@ TEST(LspKeeper, KeyInTwoFragmentsKeepsWhatEachSaid) {
     const Enc wide = Enc().u32(5).u8(0x40 | 24).raw({10, 0, 1}).u8(8).tlv(3, Enc{0x40, 0}.u32(7));
     const Enc narrow = Enc{5, 0x80, 0x80, 0x80, 10, 0, 1, 0, 255, 255, 255, 0};
     const Enc binding = Enc{0, 0}.u16(1).u8(24).raw({10, 0, 1}).tlv(1, Enc().u24(90000));
-    const auto fad = [](unsigned prio, const Enc& subs) {
-        return Enc().tlv(
-            242,
-            Enc().u32(0x0a000001).u8(0).tlv(26, Enc{128, 0, 0, static_cast<std::uint8_t>(prio)}.raw(subs)));
+    const auto fad = [](std::uint8_t prio, const Enc& subs) {
+        return Enc().tlv(242, Enc().u32(0x0a000001).u8(0).tlv(26, Enc{128, 0, 0, prio}.raw(subs)));
     };
     const struct {
         const char* what;
