@@ -16,9 +16,6 @@ using namespace DecoderTest;
 using namespace Routing::IsisDecoder;
 using Reason = DecodeError::Reason;
 
-Enc nbrId(std::uint8_t sys, std::uint8_t pn = 0) {
-    return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, pn};
-}
 TEST(DecoderHeader, FieldsOfTheHeader) {
     const LspFields f{.level = 1, .sys = 7, .fragment = 3, .seq = 0x01020304, .lifetime = 600, .flags = 0x0f};
     const Bytes pdu = buildLsp(f, Enc().tlv(137, Enc{'r', '7'}));
@@ -90,14 +87,14 @@ TEST(DecoderContent, UnnumberedLinksParallelAndTheirSrlgs) {
     const Enc ids1 = Enc().tlv(4, Enc().u32(1).u32(11));
     const Enc ids2 = Enc().tlv(4, Enc().u32(2).u32(12));
     const Enc tlvs = Enc()
-                         .tlv(138, Enc().raw(nbrId(2)).u8(0).u32(1).u32(11).u32(300))  // before its link
+                         .tlv(138, nbrId(2).u8(0).u32(1).u32(11).u32(300))  // before its link
                          .tlv(22, Enc()
                                       .isEntry(2, 30, ids1)
                                       .isEntry(2, 10, ids2)
                                       .isEntry(3, 5, ids1)
                                       .isEntry(5, 7, Enc().tlv(6, Enc{10, 1, 0, 1}).tlv(8, Enc{10, 1, 0, 2})))
                          .tlv(2, Enc{0}.raw({0x0a, 0x80, 0x80, 0x80}).raw(nbrId(6)))
-                         .tlv(138, Enc().raw(nbrId(5)).u8(1).raw({10, 1, 0, 1, 10, 1, 0, 2}).u32(44));
+                         .tlv(138, nbrId(5).u8(1).raw({10, 1, 0, 1, 10, 1, 0, 2}).u32(44));
     const Bytes pdu = buildLsp(tlvs);
     const auto d = decodeLsp(pdu);
     ASSERT_TRUE(d.ok());
@@ -117,7 +114,7 @@ TEST(DecoderWorkspace, ContentRecycledOnlyOnceReleased) {
     const auto srlgs = [](std::uint8_t net, std::uint32_t value) {
         Enc e;
         for (std::uint8_t i = 1; i <= 5; ++i) {  // more records than the table keeps in place
-            e.tlv(138, Enc().raw(nbrId(2)).u8(1).raw({10, net, i, 1, 10, net, i, 2}).u32(value + i));
+            e.tlv(138, nbrId(2).u8(1).raw({10, net, i, 1, 10, net, i, 2}).u32(value + i));
         }
         return e;
     };
@@ -183,7 +180,7 @@ TEST(DecoderWorkspace, ContentRecycledOnlyOnceReleased) {
 TEST(DecoderWorkspace, MembersBuiltInReleasedStorageAreNew) {
     const auto v4 = [](std::uint8_t n, std::uint8_t host) { return Enc{10, n, 0, host}; };
     const auto srlg = [&](std::uint8_t n, std::uint32_t values) {
-        Enc e = Enc().raw(nbrId(n)).u8(1).raw(v4(n, 1)).raw(v4(n, 2));
+        Enc e = nbrId(n).u8(1).raw(v4(n, 1)).raw(v4(n, 2));
         for (std::uint32_t i = 0; i < values; ++i) {
             e.u32(100 * n + i);
         }
@@ -329,7 +326,7 @@ Bytes one(unsigned type, const Enc& value) {
 // prefix lengths) are pinned by the tool's outputs for it; these are the rest.
 TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
     // TLVs start at offset 27; a TLV's value at 29.
-    const Enc nbr = Enc().raw(nbrId(2)).u24(10);
+    const Enc nbr = nbrId(2).u24(10);
     const Enc cap = Enc{1, 2, 3, 4, 0};
     const std::tuple<const char*, Bytes, Reason, unsigned, std::size_t> cases[] = {
         {"discriminator", broken(Enc(), [](Bytes& p) { p[0] = 0x82; }), Reason::badHeader, 0, 0},
@@ -338,7 +335,7 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"PDU length short", broken(Enc(), [](Bytes& p) { p[9] = 26; }), Reason::badPduLength, 0, 8},
         {"lone type octet", buildLsp(Enc().tlv(137, Enc{'a'}).u8(1)), Reason::tlvOverrun, 1, 30},
         {"sub-TLV overrun", one(22, Enc(nbr).u8(4).raw({3, 4, 0, 0})), Reason::subTlvOverrun, 22, 40},
-        {"IS entry short", one(22, Enc().raw(nbrId(2)).u16(1)), Reason::truncatedEntry, 22, 29},
+        {"IS entry short", one(22, nbrId(2).u16(1)), Reason::truncatedEntry, 22, 29},
         {"admin group 3 octets", one(22, Enc(nbr).u8(5).tlv(3, Enc{0, 0, 1})), Reason::badLength, 22, 40},
         {"empty extended admin group", one(22, Enc(nbr).u8(2).tlv(14, Enc())), Reason::badLength, 22, 40},
         {"empty host name", one(137, Enc()), Reason::badLength, 137, 27},
@@ -367,9 +364,8 @@ TEST(DecoderMalformed, EachDefectRejectedWithReasonAndOffset) {
         {"MSD odd", one(242, Enc(cap).tlv(23, Enc{1})), Reason::badLength, 242, 34},
         {"FAD admin group 2", one(242, Enc(cap).tlv(26, Enc{128, 0, 0, 1}.tlv(1, Enc{0, 1}))),
          Reason::badLength, 242, 40},
-        {"SRLG count", one(138, Enc().raw(nbrId(2)).u8(1).u32(1).u32(2).u16(7)), Reason::badLength, 138, 27},
-        {"v6 SRLG NA short", one(139, Enc().raw(nbrId(2)).u8(1).raw(Bytes(16, 1))), Reason::badLength, 139,
-         27},
+        {"SRLG count", one(138, nbrId(2).u8(1).u32(1).u32(2).u16(7)), Reason::badLength, 138, 27},
+        {"v6 SRLG NA short", one(139, nbrId(2).u8(1).raw(Bytes(16, 1))), Reason::badLength, 139, 27},
         {"flex metric 4", one(135, Enc().u32(1).u8(0x40 | 8).u8(10).u8(6).tlv(6, Enc{128, 0, 0, 1})),
          Reason::badLength, 135, 36},
     };

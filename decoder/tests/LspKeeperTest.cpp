@@ -18,10 +18,7 @@ using namespace DecoderTest;
 using namespace Routing::IsisDecoder;
 using Outcome = LspKeeper::Outcome;
 
-const IC::IgpNodeId node1 = [] {
-    const std::uint8_t b[7] = {0x19, 0x21, 0x68, 0x00, 0x10, 1, 0};
-    return IC::IgpNodeId::fromBytes(b);
-}();
+const IC::IgpNodeId node1 = nodeId(1);
 
 Bytes pdu(std::uint8_t fragment, std::uint32_t seq, const Enc& tlvs, std::uint16_t lifetime = 1199,
           std::uint8_t flags = 0x03) {
@@ -76,10 +73,8 @@ TEST(LspKeeper, KeyInTwoFragmentsKeepsWhatEachSaid) {
     const Enc wide = Enc().u32(5).u8(0x40 | 24).raw({10, 0, 1}).u8(8).tlv(3, Enc{0x40, 0}.u32(7));
     const Enc narrow = Enc{5, 0x80, 0x80, 0x80, 10, 0, 1, 0, 255, 255, 255, 0};
     const Enc binding = Enc{0, 0}.u16(1).u8(24).raw({10, 0, 1}).tlv(1, Enc().u24(90000));
-    const auto fad = [](unsigned prio, const Enc& subs) {
-        return Enc().tlv(
-            242,
-            Enc().u32(0x0a000001).u8(0).tlv(26, Enc{128, 0, 0, static_cast<std::uint8_t>(prio)}.raw(subs)));
+    const auto fad = [](std::uint8_t prio, const Enc& subs) {
+        return Enc().tlv(242, Enc().u32(0x0a000001).u8(0).tlv(26, Enc{128, 0, 0, prio}.raw(subs)));
     };
     const struct {
         const char* what;
@@ -244,12 +239,10 @@ Enc fragmentTlvs(unsigned f, bool stale) {
         {9, Enc().tlv(137, Enc{'r', '9'})},
         {4, Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1}).tlv(8, Enc{10, 255, 0, 2})))},
         // RFC 5307 1.4, numbered: the link of fragment 4
-        {250,
-         Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0, 1, 10, 255, 0, 1, 10, 255, 0, 2}.u32(77))},
+        {250, Enc().tlv(138, nbrId(2).u8(1).raw({10, 255, 0, 1, 10, 255, 0, 2}).u32(77))},
         {6, Enc().tlv(22, Enc().isEntry(4, 10, Enc().tlv(12, Enc().raw(local6))))},
         // RFC 6119 4.3: IPv6, the link of fragment 6 by its interface address
-        {252,
-         Enc().tlv(139, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 4, 0, 1}.raw(local6).raw(Bytes(16, 2)).u32(200))},
+        {252, Enc().tlv(139, nbrId(4).u8(1).raw(local6).raw(Bytes(16, 2)).u32(200))},
         {17, shared},
         {33, shared},
         {60, link},
@@ -314,9 +307,7 @@ TEST(LspKeeper, FragmentByFragmentEqualsTheUnion) {
 // node 1 files one there.
 TEST(LspKeeper, RecordsOfOneNodeAreIndexedApartFromAnothers) {
     const auto record = [](std::uint8_t local, std::uint32_t value) {
-        return Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 2, 0, 1, 10, 255, 0, local, 10, 255, 0,
-                                  static_cast<std::uint8_t>(local + 1)}
-                                  .u32(value));
+        return Enc().tlv(138, nbrId(2).u8(1).u32(0x0aff0000u | local).u32(0x0aff0001u + local).u32(value));
     };
     const Enc link = Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1})));
     const auto send = [](LspKeeper& k, std::uint8_t sys, std::uint8_t fragment, const Enc& tlvs) {
@@ -328,9 +319,8 @@ TEST(LspKeeper, RecordsOfOneNodeAreIndexedApartFromAnothers) {
     ASSERT_EQ(send(k, 3, 0, record(5, 88)), Outcome::installed);
     ASSERT_EQ(send(k, 3, 1, link), Outcome::installed);
     ASSERT_EQ(send(alone, 3, 0, record(5, 88).raw(link)), Outcome::installed);
-    const std::uint8_t id3[7] = {0x19, 0x21, 0x68, 0x00, 0x10, 3, 0};
-    const auto entry = k.database()->lsp(IC::IgpNodeId::fromBytes(id3));
-    const auto want = alone.database()->lsp(IC::IgpNodeId::fromBytes(id3));
+    const auto entry = k.database()->lsp(nodeId(3));
+    const auto want = alone.database()->lsp(nodeId(3));
     ASSERT_TRUE(entry && want && want->neighbor().size() == 1);
     expectSameLines(linesOf(*want), linesOf(*entry), "node 3");
     // Down to whether the link has SRLGs at all.
@@ -346,12 +336,11 @@ TEST(LspKeeper, RecordsOfOneNodeAreIndexedApartFromAnothers) {
 // an unnumbered record to its neighbor.
 TEST(LspKeeper, SrlgRecordsOfOtherFragmentsFoldOntoLinks) {
     const auto record = [](std::uint8_t nbr, bool numbered, std::uint8_t local, std::uint32_t value) {
-        return Enc().tlv(138, Enc{0x19, 0x21, 0x68, 0x00, 0x10, nbr, 0, static_cast<std::uint8_t>(numbered),
-                                  10, 255, 0, local, 10, 255, 0, static_cast<std::uint8_t>(local + 1)}
-                                  .u32(value));
+        return Enc().tlv(
+            138, nbrId(nbr).u8(numbered).u32(0x0aff0000u | local).u32(0x0aff0001u + local).u32(value));
     };
     const auto record6 = [](std::uint32_t value) {
-        return Enc().tlv(139, Enc{0x19, 0x21, 0x68, 0x00, 0x10, 3, 0, 0}.raw(local6).u32(value));
+        return Enc().tlv(139, nbrId(3).u8(0).raw(local6).u32(value));
     };
     const Enc link1 = Enc().tlv(22, Enc().isEntry(2, 10, Enc().tlv(6, Enc{10, 255, 0, 1})));
     const Enc link3 =

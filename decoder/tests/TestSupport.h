@@ -63,10 +63,7 @@ public:
     }
     // An extended IS reachability entry to 1921.6800.10<sys>.00 with its sub-TLVs.
     Enc& isEntry(std::uint8_t sys, std::uint32_t metric, const Enc& subs = {}) {
-        return raw({0x19, 0x21, 0x68, 0x00, 0x10, sys, 0})
-            .u24(metric)
-            .u8(static_cast<unsigned>(subs.size()))
-            .raw(subs);
+        return raw({0x19, 0x21, 0x68, 0x00, 0x10, sys, 0}).u24(metric).u8(unsigned(subs.size())).raw(subs);
     }
     std::size_t size() const { return b_.size(); }
     const Bytes& bytes() const { return b_; }
@@ -74,6 +71,14 @@ public:
 private:
     Bytes b_;
 };
+
+// The node 1921.6800.10<sys>.<pn> that the LSPs built here name.
+inline Enc nbrId(std::uint8_t sys, std::uint8_t pn = 0) {
+    return Enc{0x19, 0x21, 0x68, 0x00, 0x10, sys, pn};
+}
+inline IC::IgpNodeId nodeId(std::uint8_t sys) {
+    return IC::IgpNodeId::fromBytes(nbrId(sys).bytes().data());
+}
 
 struct LspFields {
     unsigned level = 2;

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "IgpCommon/LspDatabase.h"
 #include "IgpCommon/SrCapabilities.h"
 #include "IsisRoutes/Routes.h"
@@ -42,9 +44,12 @@ struct Domain {
         nbr->igpMetricIs(metric);
         router(from).neighborIs(nbr->key(), nbr);
     }
-    void link(unsigned a, unsigned b, std::uint32_t metric) {
-        halfLink(a, b, metric);
-        halfLink(b, a, metric);
+    // Two-way links: {a, b, metric} each.
+    void links(std::initializer_list<std::array<std::uint32_t, 3>> all) {
+        for (const auto& [a, b, metric] : all) {
+            halfLink(a, b, metric);
+            halfLink(b, a, metric);
+        }
     }
     IC::Prefix& prefix(unsigned n, const Lumo::IpGenPrefix& p, std::uint32_t metric) {
         auto x = IC::prefixFactory(IC::PrefixKey(p, IC::IgpMultiTopologyId(0)));
@@ -72,8 +77,7 @@ std::string text(const IR::Route* r) {
     if (r == nullptr) {
         return "-";
     }
-    std::string s = std::to_string(r->metric);
-    s.append(" via");
+    std::string s = std::to_string(r->metric) + " via";
     for (const auto& nh : r->nextHops) {
         s.append(" ").append(num(nh.systemId));
         if (nh.op == IR::LabelOp::swap) {
@@ -93,19 +97,14 @@ std::string text(const IR::Route* r) {
 TEST(RouteTable, TiesOneWayLinksLargestMetricOverloadLansAndSecondSrgbRange) {
     Domain d;
     // 1 reaches 3 at 20 through 2 and through 4.
-    d.link(1, 2, 10);
-    d.link(2, 3, 10);
-    d.link(1, 4, 10);
-    d.link(4, 3, 10);
+    d.links({{1, 2, 10}, {2, 3, 10}, {1, 4, 10}, {4, 3, 10}});
     // 5 does not list 1 back; 6 is behind the largest metric; 7 is behind
     // overloaded 8, whose own prefix stays reachable; links to a node
     // without an entry, and to oneself, lead nowhere.
     d.halfLink(1, 5, 1);
     d.halfLink(1, 9, 1);
     d.halfLink(2, 2, 1);
-    d.link(1, 6, 0xFFFFFF);
-    d.link(1, 8, 10);
-    d.link(8, 7, 10);
+    d.links({{1, 6, 0xFFFFFF}, {1, 8, 10}, {8, 7, 10}});
     d.flags(8, true, false);
     for (const unsigned n : {2u, 5u, 6u, 7u, 8u}) {
         d.prefix(n, loop(n), 1);
@@ -135,9 +134,7 @@ TEST(RouteTable, TiesOneWayLinksLargestMetricOverloadLansAndSecondSrgbRange) {
 
 TEST(RouteTable, LevelOnePrefersAreaRoutesToLeakedOnesAndDefaultsToTheNearestUsableAttachedRouter) {
     Domain d(IC::igpLevelIsisLevel1);
-    d.link(1, 2, 10);
-    d.link(1, 3, 30);
-    d.link(1, 4, 5);
+    d.links({{1, 2, 10}, {1, 3, 30}, {1, 4, 5}});
     // 2 leaks the prefix down from level 2 (up/down bit set) much cheaper than 3 has it.
     IC::PrefixFlags down;
     down.isisDownIs(true);
@@ -160,9 +157,7 @@ TEST(RouteTable, LevelOnePrefersAreaRoutesToLeakedOnesAndDefaultsToTheNearestUsa
 // having re-run the shortest paths only when links changed.
 TEST(RouteTable, PrefixChangesUpdateRoutesWithoutARunAndLinkChangesRunAgain) {
     Domain d;
-    d.link(1, 2, 10);
-    d.link(2, 3, 10);
-    d.link(1, 3, 40);
+    d.links({{1, 2, 10}, {2, 3, 10}, {1, 3, 40}});
     d.prefix(3, loop(3), 1);
     d.prefix(2, loop(2), 1);
     d.prefix(4, loop(4), 1);  // not linked yet
@@ -170,11 +165,8 @@ TEST(RouteTable, PrefixChangesUpdateRoutesWithoutARunAndLinkChangesRunAgain) {
     const auto same = [&] { return t.routes() == IR::RouteTable(d.db, rtr(1), IR::Family::ipv4).routes(); };
     const auto counts = [&] {
         const auto& c = t.counters();
-        return std::to_string(c.spfRuns)
-            .append("/")
-            .append(std::to_string(c.fullRuns))
-            .append("/")
-            .append(std::to_string(c.prefixUpdates));
+        return std::to_string(c.spfRuns) + "/" + std::to_string(c.fullRuns) + "/" +
+               std::to_string(c.prefixUpdates);
     };
     d.router(3).prefix(IC::PrefixKey(loop(3), {}))->metricIs(7);
     d.prefix(3, net(0xC6336400u, 24), 2);
@@ -189,7 +181,7 @@ TEST(RouteTable, PrefixChangesUpdateRoutesWithoutARunAndLinkChangesRunAgain) {
     EXPECT_EQ(text(t.route(loop(3))), "12 via 3 from 3");
     EXPECT_EQ(counts(), "2/1/5");  // 3's two prefixes
     // 4 was there all along, unreachable; a link brings it in, another takes 2 out.
-    d.link(3, 4, 10);
+    d.links({{3, 4, 10}});
     d.prefix(2, loop(2), 1);
     d.router(1).neighborDel(IC::NeighborKey(rtr(2), {}));
     EXPECT_TRUE(same());
