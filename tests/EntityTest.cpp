@@ -421,29 +421,26 @@ Poldo::Ptr<SrCapabilities> nineRanges() {
     c->numRangesIs(9);
     return c;
 }
-Poldo::Ptr<Node> bareNode() {
-    return Sample<Node>::bare();
-}
 const char kRangeIndexError[] =
     "Routing::IgpCommon::SrSidRangeIndex::value < Routing::IgpCommon::SrSidRangeIndex::min or > "
     "Routing::IgpCommon::SrSidRangeIndex::max not allowed";
 
 TEST(NodeUpdateDeathTest, AnotherNodeIdStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(bareNode()->updateNodeAttrs(nodeFactory(testsupport::nodeId(2)).get()),
+    EXPECT_DEATH(Sample<Node>::bare()->updateNodeAttrs(nodeFactory(testsupport::nodeId(2)).get()),
                  "nodeId\\(\\) == arg->nodeId\\(\\)");
 }
 
 // A block declaring nine ranges (the array holds eight) can neither be merged nor written.
 TEST(NodeUpdate, NineRangesAreRefusedByTheMergeAndTheDump) {
     for (const auto set : {&Node::srCapabilitiesIs, &Node::srlbIs}) {
-        auto a = bareNode();
-        auto b = bareNode();
+        auto a = Sample<Node>::bare();
+        auto b = Sample<Node>::bare();
         ((*a).*set)(nineRanges());
         ((*b).*set)(nineRanges());
         EXPECT_EQ(messageOf<Kest::RangeException>([&] { a->updateNodeAttrs(b.get()); }), kRangeIndexError);
     }
-    auto n = bareNode();
+    auto n = Sample<Node>::bare();
     n->srCapabilitiesIs(nineRanges());
     EXPECT_EQ(messageOf<Kest::RangeException>([&] { formatted(*n); }), kRangeIndexError);
 }

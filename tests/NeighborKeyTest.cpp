@@ -125,7 +125,11 @@ TEST(NeighborKey, KeysThatDigestsWouldMergeHashApartAndHashingAllocatesNothing) 
     EXPECT_NE(sink, 0u);
 }
 
-TEST(NeighborKey, TruthIsANodeATopologyOrAnAddress) {
+// A key holds collections, so no text reads back as one; it is true once anything is set.
+TEST(NeighborKey, NoTextReaderAndTruth) {
+    EXPECT_DEATH(Kest::strepToValue(Poldo::String("Value('Routing::IgpCommon::NeighborKey', ** {})"),
+                                    static_cast<NeighborKey*>(nullptr)),
+                 "No String constructor for NeighborKey - has collection");
     EXPECT_FALSE(NeighborKey());
     EXPECT_TRUE(NeighborKey(Routing::IgpCommon::IgpNodeId(), IgpMultiTopologyId(2)));
     NeighborKey onlyAddr;
