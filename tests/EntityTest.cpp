@@ -15,7 +15,6 @@
 #include <string>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "IgpCommon/Neighbor.h"
 #include "IgpCommon/Node.h"
@@ -267,21 +266,6 @@ TYPED_TEST(DescribedAttributes, FragmentsUniteByEachAttributesRule) {
     EXPECT_EQ(Kest::firstDifference(*bare, *before), "");
 }
 
-// A neighbor's merge is attribute by attribute: one difference, one notification.
-TEST(NeighborUpdateAttr, FromANeighborDifferingInOneAttributePublishesExactlyThatChange) {
-    forEachWritable<Neighbor>([](const auto& d) {
-        SCOPED_TRACE(d.name);
-        auto mine = Sample<Neighbor>::full();
-        auto other = Sample<Neighbor>::full();
-        changeOne(d, *other);
-        IgpTest::RecordingObserver<> rec(mine->publisher());
-        mine->updateAttr(other);
-        ASSERT_EQ(rec.size(), 1u);
-        EXPECT_EQ(rec[0].attr, d.id);
-        EXPECT_EQ(Kest::firstDifference(*mine, *other), "");
-    });
-}
-
 using NRec =
     IgpTest::RecordingObserver<std::uint32_t, float, BwIndex, AdminGroupIndex, AdjacencySid, LanAdjacencySid>;
 using NA = Neighbor::Attr;
@@ -404,25 +388,6 @@ TEST(PrefixUpdateAttr, ReachableOverwritesItsAlgorithmsInOurObjectAndANoOpAlloca
     }
 }
 
-TEST(PrefixUpdateAttr, EveryMergeFromABoundPrefixInstallsACopyOfItsBindingAndAnUnboundOneRemovesOurs) {
-    auto mine = reachable({{128, 5}});
-    PRec rec(mine->publisher());
-    auto other = reachable({});
-    other->sidLabelBindingIs(testsupport::binding(4));
-    mine->updateAttr(other);
-    const BindingPtr first = mine->sidLabelBinding();
-    ASSERT_TRUE(first);
-    EXPECT_NE(first, other->sidLabelBinding());
-    EXPECT_EQ(first->toStrep(), other->sidLabelBinding()->toStrep());
-    mine->updateAttr(mine);  // itself: still a new object, and no metric lost
-    EXPECT_EQ(mine->prefixMetric()->metric(128), 5u);
-    EXPECT_NE(mine->sidLabelBinding(), first);
-    mine->updateAttr(reachable({}));
-    EXPECT_FALSE(mine->sidLabelBinding());
-    ASSERT_THAT(rec.attrs(), ElementsAre(PA::sidLabelBinding, PA::sidLabelBinding, PA::sidLabelBinding));
-    EXPECT_EQ(*rec[1].oldAs<BindingPtr>(), first);
-}
-
 // An unreachable fragment brings only its SID and binding; an unreachable prefix prints only its key
 // and binding.
 TEST(PrefixAttributes, UnionOfAnUnreachableFragmentAndDumpLines) {
@@ -446,10 +411,6 @@ TEST(PrefixAttributes, UnionOfAnUnreachableFragmentAndDumpLines) {
         "          prefix=10.0.0.0/8, mtId=2\n");
 }
 
-using MsdPtr = Poldo::Ptr<IgpMsdCol>;
-using Rec = IgpTest::RecordingObserver<MsdPtr>;
-using A = Node::Attr;
-
 /// Nine ranges declared, the eight the array holds all set.
 Poldo::Ptr<SrCapabilities> nineRanges() {
     auto c = srCapabilitiesFactory();
@@ -460,79 +421,26 @@ Poldo::Ptr<SrCapabilities> nineRanges() {
     c->numRangesIs(9);
     return c;
 }
-Poldo::Ptr<Node> bareNode() {
-    return Sample<Node>::bare();
-}
-Poldo::Ptr<Node> fullNode() {
-    auto n = Sample<Node>::full();
-    n->flagsIs(NodeFlags(3));
-    return n;
-}
 const char kRangeIndexError[] =
     "Routing::IgpCommon::SrSidRangeIndex::value < Routing::IgpCommon::SrSidRangeIndex::min or > "
     "Routing::IgpCommon::SrSidRangeIndex::max not allowed";
 
 TEST(NodeUpdateDeathTest, AnotherNodeIdStopsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(bareNode()->updateNodeAttrs(nodeFactory(testsupport::nodeId(2)).get()),
+    EXPECT_DEATH(Sample<Node>::bare()->updateNodeAttrs(nodeFactory(testsupport::nodeId(2)).get()),
                  "nodeId\\(\\) == arg->nodeId\\(\\)");
 }
 
-TEST(NodeUpdate, EqualContentIsKeptOthersReplacedInTheMergeOrderAndNineRangesRefused) {
-    auto same = fullNode();
-    Rec quiet(same->publisher());
-    same->updateNodeAttrs(fullNode().get());
-    EXPECT_TRUE(quiet.empty());
-
-    auto mine = fullNode();
-    auto other = fullNode();
-    other->isisAreaIdColIs(variant<IsisAreaIdCol>(2));
-    other->srlbIs(variant<SrCapabilities>(2));
-    other->msdColIs(nullptr);  // taken as null
-    mine->fadColIs(nullptr);   // takes the argument's object itself
-    auto held = bareNode();
-    held->updateNodeAttrs(mine.get());  // a bare node takes the very objects
-    Rec rec(mine->publisher());
-    mine->updateNodeAttrs(other.get());
-    EXPECT_THAT(rec.attrs(), ElementsAre(A::isisAreaIdCol, A::srlb, A::msdCol, A::fadCol));
-    EXPECT_EQ(*rec[2].oldAs<MsdPtr>(), held->msdCol());
-    Kest::forEachAttr<Node>([&](const auto& d) {
-        if constexpr (std::remove_cvref_t<decltype(d)>::kind == Kest::AttrKind::pointer) {
-            const bool kept = d.name == "srCapabilities" || d.name == "mtIdCol";
-            EXPECT_EQ(d.get(*mine), d.get(kept ? *held : *other)) << d.name;
-        }
-    });
-
-    // From bare to full and back: every attribute, in the merge order both ways.
-    auto grown = bareNode();
-    Rec all(grown->publisher());
-    const auto order = ElementsAre(A::flags, A::hostName, A::isisAreaIdCol, A::srCapabilities, A::srlb,
-                                   A::msdCol, A::fadCol, A::mtIdCol, A::ipv4RouterId, A::ipv6RouterId);
-    grown->updateNodeAttrs(fullNode().get());
-    EXPECT_THAT(all.attrs(), order);
-    all.clear();
-    grown->updateNodeAttrs(bareNode().get());
-    EXPECT_THAT(all.attrs(), order);
-    EXPECT_EQ(formatted(*grown), "  node=1921.6800.1001, flags=<>\n");
-
+// A block declaring nine ranges (the array holds eight) can neither be merged nor written.
+TEST(NodeUpdate, NineRangesAreRefusedByTheMergeAndTheDump) {
     for (const auto set : {&Node::srCapabilitiesIs, &Node::srlbIs}) {
-        auto a = bareNode();
-        auto b = bareNode();
+        auto a = Sample<Node>::bare();
+        auto b = Sample<Node>::bare();
         ((*a).*set)(nineRanges());
         ((*b).*set)(nineRanges());
         EXPECT_EQ(messageOf<Kest::RangeException>([&] { a->updateNodeAttrs(b.get()); }), kRangeIndexError);
     }
-}
-
-// The SR section needs the capabilities; a block declaring nine ranges cannot be written.
-TEST(NodeFormat, TheSrSectionNeedsTheCapabilitiesAndNineRangesAreRefused) {
-    auto n = bareNode();
-    n->srlbIs(variant<SrCapabilities>(1));
-    EXPECT_EQ(formatted(*n), "  node=1921.6800.1001, flags=<>\n");
-    n->srCapabilitiesIs(srCapabilitiesFactory());
-    n->srCapabilities()->srCapFlagIs(SrCapabilityFlags(2));
-    n->srlbIs(nullptr);
-    EXPECT_EQ(formatted(*n), "  node=1921.6800.1001, flags=<>, SR Cap={flags=<V6>, numSRGB= 0\n");
+    auto n = Sample<Node>::bare();
     n->srCapabilitiesIs(nineRanges());
     EXPECT_EQ(messageOf<Kest::RangeException>([&] { formatted(*n); }), kRangeIndexError);
 }

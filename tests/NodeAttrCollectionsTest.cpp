@@ -149,22 +149,9 @@ TEST(IsisAreaIdCol, AreasOrderAsTheirTextsDo) {
     // Prefixes of one another at either group parity, digits against letters
     // in either nibble, and the empty area, whose text is "none".
     std::vector<AreaId> areas{AreaId()};
-    for (const std::vector<std::uint8_t>& b : std::vector<std::vector<std::uint8_t>>{
-             {0x49},
-             {0x49, 0x00},
-             {0x49, 0x00, 0x01},
-             {0x49, 0x00, 0x01, 0x02},
-             {0x49, 0x0a},
-             {0x49, 0x09, 0xff},
-             {0x09},
-             {0x0a},
-             {0x90},
-             {0xa0},
-             {0x00},
-             {0xff},
-             {0x39, 0x08, 0x40, 0x00, 0x01},
-             {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}}) {
-        areas.push_back(AreaId::fromBytes(b.data(), b.size()));
+    for (const char* text : {"49", "49.00", "49.0001", "49.0001.02", "49.0a", "49.09ff", "09", "0a", "90",
+                             "a0", "00", "ff", "39.0840.0001", "ff.ffff.ffff.ffff.ffff.ffff.ffff"}) {
+        areas.push_back(parse<AreaId>(text));
     }
     const AreaIdTextLess less;
     for (const AreaId& a : areas) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "IgpCommon/FlagSets.h"
 #include "IgpCommon/Identifiers.h"
@@ -107,14 +108,12 @@ TEST(PrefixKey, HashOrderAndText) {
 
 // RFC 8667 2.1, 2.2: the V and L flags together mean a 3-octet label, otherwise a 4-octet index.
 TEST(Sids, ValueLengthOrderHashAndText) {
-    EXPECT_EQ(AdjacencySid(0x30, 16, 0).valueLength(), 3u);
-    EXPECT_EQ(AdjacencySid(0x20, 16, 0).valueLength(), 4u);
-    EXPECT_EQ(AdjacencySid(0x10, 16, 0).valueLength(), 4u);
-    EXPECT_EQ(PrefixSid(0x0c, 16, 0, true).valueLength(), 3u);
-    EXPECT_EQ(PrefixSid(0x08, 16, 0, true).valueLength(), 4u);
-    EXPECT_EQ(PrefixSid(0x04, 16, 0, true).valueLength(), 4u);
-    EXPECT_EQ(LabelSid(0x80, 16, true).valueLength(), 3u);
-    EXPECT_EQ(LabelSid(0x00, 16, true).valueLength(), 4u);
+    EXPECT_EQ((std::vector<unsigned>{
+                  AdjacencySid(0x30, 16, 0).valueLength(), AdjacencySid(0x20, 16, 0).valueLength(),
+                  AdjacencySid(0x10, 16, 0).valueLength(), PrefixSid(0x0c, 16, 0, true).valueLength(),
+                  PrefixSid(0x08, 16, 0, true).valueLength(), PrefixSid(0x04, 16, 0, true).valueLength(),
+                  LabelSid(0x80, 16, true).valueLength(), LabelSid(0x00, 16, true).valueLength()}),
+              (std::vector<unsigned>{3, 4, 4, 3, 4, 4, 3, 4}));
     EXPECT_DEATH((void)SrSid(0x30, 16).valueLength(), "Not implemented");
 
     EXPECT_LT(AdjacencySid(0x10, 1000, 9), AdjacencySid(0x30, 1, 0));

@@ -217,19 +217,18 @@ TEST(HashTest, KeysHashedByWholeWordsMatchTheirStreamedItemsBitForBit) {
 
     const auto byte = [&rng] { return static_cast<std::uint8_t>(rng() % 3 == 0 ? 0 : rng()); };
     const auto v4 = [&rng] { return Lumo::IpAddr(static_cast<std::uint32_t>(rng())); };
-    const auto v6 = [&] {
-        std::array<std::uint8_t, 16> b{};
+    const auto bytes = [&]<std::size_t N>(std::array<std::uint8_t, N> b) {
         for (auto& x : b) {
             x = byte();
         }
-        return Lumo::Ip6Addr::fromBytes(b.data());
+        return b;
     };
-    const auto node = [&] {
-        std::array<std::uint8_t, 7> b{};
-        for (auto& x : b) {
-            x = byte();
+    const auto v6 = [&] { return Lumo::Ip6Addr::fromBytes(bytes(std::array<std::uint8_t, 16>{}).data()); };
+    const auto node = [&] { return IgpNodeId::fromBytes(bytes(std::array<std::uint8_t, 7>{}).data()); };
+    const auto times = [](unsigned n, auto add) {
+        for (; n > 0; --n) {
+            add();
         }
-        return IgpNodeId::fromBytes(b.data());
     };
     for (int trial = 0; trial < 300; ++trial) {
         SCOPED_TRACE(trial);
@@ -253,18 +252,10 @@ TEST(HashTest, KeysHashedByWholeWordsMatchTheirStreamedItemsBitForBit) {
 
         NeighborKey nk(id, mt);
         // Now and then 255 addresses or more (255 exactly first), where the sizes take a word each.
-        for (unsigned n = trial % 50 == 0 ? 255 + trial / 5 : rng() % 4; n > 0; --n) {
-            nk.remoteIpv4AddrIs(v4());
-        }
-        for (unsigned n = rng() % 4; n > 0; --n) {
-            nk.remoteIpv6AddrIs(v6());
-        }
-        for (unsigned n = rng() % 4; n > 0; --n) {
-            nk.localIpv4AddrIs(v4());
-        }
-        for (unsigned n = rng() % 4; n > 0; --n) {
-            nk.localIpv6AddrIs(v6());
-        }
+        times(trial % 50 == 0 ? 255 + trial / 5 : rng() % 4, [&] { nk.remoteIpv4AddrIs(v4()); });
+        times(rng() % 4, [&] { nk.remoteIpv6AddrIs(v6()); });
+        times(rng() % 4, [&] { nk.localIpv4AddrIs(v4()); });
+        times(rng() % 4, [&] { nk.localIpv6AddrIs(v6()); });
         EXPECT_EQ(nk.hash(seed), streamed::hash(nk, seed)) << nk.toStrep();
     }
 }
