@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pcap/pcap.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -255,20 +256,39 @@ void Capture::stopAll() noexcept {
 
 bool Capture::next(CapturedFrame& frame) {
     for (;;) {
-        if (live_ && stopRequested != 0) {
-            return false;
+        if (live_ && stopRequested != 0 && !draining_) {
+            // What the kernel holds arrived before the stop: read it without
+            // waiting, up to the frames stamped since, which a flood could
+            // keep coming.
+            char errbuf[PCAP_ERRBUF_SIZE] = {};
+            if (pcap_setnonblock(handle_->pcap, 1, errbuf) != 0) {
+                return false;
+            }
+            timeval now{};
+            gettimeofday(&now, nullptr);
+            stoppedAt_ = micros(now);
+            draining_ = true;
         }
         pcap_pkthdr* header = nullptr;
         const u_char* data = nullptr;
         const int rc = pcap_next_ex(handle_->pcap, &header, &data);
         if (rc == 1) {
+            if (draining_ && micros(header->ts) > stoppedAt_) {
+                return false;
+            }
             frame.number = ++count_;
             frame.timeMicros = micros(header->ts);
             frame.bytes = std::span<const std::uint8_t>(data, header->caplen);
             return true;
         }
         if (rc == 0) {
+            if (draining_) {
+                return false;  // nothing more was received before the stop
+            }
             continue;  // a live capture's timeout: look at the stop request again
+        }
+        if (rc == PCAP_ERROR_BREAK && live_) {
+            continue;  // stopAll() woke the wait: drain
         }
         const GzSource* gz = handle_->gz;
         if (rc == PCAP_ERROR) {

@@ -38,8 +38,9 @@ public:
     /// goes on until stopAll() (a signal handler may call it).
     static std::unique_ptr<Capture> openLive(const std::string& interface, std::string& error);
 
-    /// Ends every live capture's reading at its next frame or within a tenth
-    /// of a second. Async-signal-safe.
+    /// Stops every live capture: its reading ends once the frames that the
+    /// kernel received before the stop are read, so an interrupt loses
+    /// nothing that arrived before it. Async-signal-safe.
     static void stopAll() noexcept;
 
     ~Capture();
@@ -74,6 +75,9 @@ private:
     std::uint32_t linkType_ = 0;
     unsigned count_ = 0;
     bool live_ = false;
+    // Stopped: the frames stamped up to `stoppedAt` (microseconds) are still read.
+    bool draining_ = false;
+    std::int64_t stoppedAt_ = 0;
     std::string error_;
 };
 

@@ -43,6 +43,9 @@ for run in events dump; do
     grep -q "listening on vb" "$scratch/$run.err" || { cat "$scratch/$run.err"; echo "$run -i did not start"; exit 1; }
 done
 
+# dump -i is held still while the frames come, and interrupted before it goes on: what the kernel
+# received before the interrupt is still read.
+kill -STOP "${pids[1]}"
 tcpreplay -q -i va --mbps=10 "$lab" >"$scratch/tcpreplay.out" 2>&1 || { cat "$scratch/tcpreplay.out"; exit 1; }
 
 # --follow writes each change as it is merged: wait for the last one, then interrupt both.
@@ -54,6 +57,7 @@ done
 status=0
 for pid in "${pids[@]}"; do
     kill -INT "$pid"
+    kill -CONT "$pid"
     wait "$pid" || { echo "igp-lsdb -i exited with status $? after the interrupt"; status=1; }
 done
 pids=()
